@@ -18,7 +18,9 @@ extern "C" {
  * level: 1 fatal and lock errors, 2 rejected input and failed look-ups, 3 warnings, 4 routine trace, 5 detailed cache
  *     trace, 6 verbose dumps. A message above the configured level is dropped before it is formatted.
  * module: the sender; the library always passes 15.
- * format: printf format that carries its own newline; not null. "%ls" and "%S" take wchar_t text.
+ * format: printf format that carries its own newline. "%ls" and "%S" take wchar_t text. Null: nothing is written.
+ * A message may be cut, but not below 1000 bytes, and may end early at wide text that the locale cannot convert; its
+ * newline is kept in both cases.
  * Returns: 0 or any other value; the library ignores it.
  */
 int zentprintf(int level, int module, const char *format, ...)

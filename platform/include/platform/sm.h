@@ -24,7 +24,9 @@ enum {
 SMMutexHandle SMMutexCreate(const char *name);
 
 /*
- * Takes the mutex. timeoutMs: milliseconds to wait at most, SM_WAIT_FOREVER without limit.
+ * Takes the mutex.
+ * timeoutMs: milliseconds to wait at most, measured on the monotonic clock; 0 tries once; SM_WAIT_FOREVER without limit;
+ *     other negative values are refused.
  * Returns: 0 taken; any other value not taken (null handle, time-out, already held by this thread).
  */
 int SMMutexLock(SMMutexHandle mutex, int timeoutMs);
@@ -49,8 +51,8 @@ int SMEventSet(SMEventHandle event);
 int SMEventReset(SMEventHandle event);
 
 /*
- * Waits until the event is set. timeoutMs: as in SMMutexLock, measured on the monotonic clock.
- * Returns: 0 the event was set; any other value time-out or null handle.
+ * Waits until the event is set. timeoutMs: as in SMMutexLock.
+ * Returns: 0 the event was set; any other value time-out, null handle or refused time-out.
  */
 int SMEventWait(SMEventHandle event, int timeoutMs);
 
