@@ -1,0 +1,693 @@
+#include "tests/support/fake_platform.h"
+
+#include <gtest/gtest.h>
+#include <platform/debug_log.h>
+#include <platform/evipc.h>
+#include <platform/fqdd.h>
+#include <platform/ipmi.h>
+#include <platform/shm.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdarg>
+#include <cstdlib>
+#include <cstring>
+
+namespace fake {
+
+namespace {
+
+struct RegionSize {
+    int id;
+    int size;
+};
+constexpr RegionSize kRegions[] = {
+    {ZENT_SHM_STORAGE_INVENTORY, ZENT_SHM_STORAGE_INVENTORY_SIZE},
+    {ZENT_SHM_EXTENDER_CARDS, ZENT_SHM_EXTENDER_CARDS_SIZE},
+    {ZENT_SHM_PCIESSD_STATUS, ZENT_SHM_PCIESSD_STATUS_SIZE},
+    {ZENT_SHM_PCIESSD_FRU, ZENT_SHM_PCIESSD_FRU_SIZE},
+    {ZENT_SHM_FRU_TABLE, ZENT_SHM_FRU_TABLE_SIZE},
+    {ZENT_SHM_THERMAL_SETTINGS, ZENT_SHM_THERMAL_SETTINGS_SIZE},
+};
+
+// "file:function:line:message\n" taken apart; a line without that prefix is all message.
+LogLine parse(int level, int module, const std::string& text) {
+    LogLine line{level, module, text, "", text};
+    if (!text.empty() && text.back() == '\n') {
+        line.message.pop_back();
+    }
+    const std::size_t first = text.find(':');
+    const std::size_t second = text.find(':', first == std::string::npos ? first : first + 1);
+    const std::size_t third = text.find(':', second == std::string::npos ? second : second + 1);
+    if (third == std::string::npos || text.compare(0, first, "") == 0 ||
+        text.find(".cpp") != first - 4) {
+        return line;
+    }
+    line.function = text.substr(first + 1, second - first - 1);
+    line.message = line.message.substr(third + 1);
+    return line;
+}
+
+}  // namespace
+
+Platform& platform() {
+    static Platform instance;
+    return instance;
+}
+
+void Platform::reset() {
+    const std::lock_guard lock{mutex};
+    faults_ = {};
+    lines_.clear();
+    record_ = true;
+    regions.clear();
+    for (const RegionSize& region : kRegions) {
+        regions[region.id].assign(static_cast<std::size_t>(region.size), 0);
+    }
+    shm_writes.clear();
+    frus.clear();
+    std::memset(&snapshot, 0, sizeof(snapshot));
+    system_id = 0;
+    bp_writes.clear();
+    bp_read_result = 0x100;
+    bp_failure = 0x107;
+    bp_error_text = "fake error";
+    sessions.clear();
+    submissions.clear();
+    singles.clear();
+    event_failure = -7;
+    friendly_name = nullptr;
+    ipmi_requests.clear();
+    ipmi_result = 0;
+}
+
+void Platform::fail(Place place, int n, bool lasting) {
+    const std::lock_guard lock{mutex};
+    faults_[static_cast<std::size_t>(place)] = Fault{0, n, lasting, false};
+}
+
+void Platform::no_faults() {
+    const std::lock_guard lock{mutex};
+    for (Fault& fault : faults_) {
+        fault.at = 0;
+        fault.lasting = false;
+    }
+}
+
+int Platform::calls(Place place) const {
+    const std::lock_guard lock{mutex};
+    return faults_[static_cast<std::size_t>(place)].calls;
+}
+
+bool Platform::fault_fired(Place place) const {
+    const std::lock_guard lock{mutex};
+    return faults_[static_cast<std::size_t>(place)].fired;
+}
+
+bool Platform::hit(Place place) {
+    const std::lock_guard lock{mutex};
+    Fault& fault = faults_[static_cast<std::size_t>(place)];
+    ++fault.calls;
+    const bool fails =
+        fault.at != 0 && (fault.calls == fault.at || (fault.lasting && fault.calls > fault.at));
+    fault.fired = fault.fired || fails;
+    return fails;
+}
+
+void Platform::add_line(LogLine line) {
+    const std::lock_guard lock{mutex};
+    if (record_) {
+        lines_.push_back(std::move(line));
+    }
+}
+
+std::vector<LogLine> Platform::lines() const {
+    const std::lock_guard lock{mutex};
+    return lines_;
+}
+
+std::vector<std::string> Platform::messages(int level) const {
+    std::vector<std::string> result;
+    for (const LogLine& line : lines()) {
+        if (line.level == level) {
+            result.push_back(line.message);
+        }
+    }
+    return result;
+}
+
+int Platform::count_logged(int level, const std::string& message) const {
+    int count = 0;
+    for (const LogLine& line : lines()) {
+        count += line.level == level && line.message == message ? 1 : 0;
+    }
+    return count;
+}
+
+bool Platform::logged(int level, const std::string& message) const {
+    return count_logged(level, message) > 0;
+}
+
+void Platform::clear_lines() {
+    const std::lock_guard lock{mutex};
+    lines_.clear();
+}
+
+void Platform::record_lines(bool on) {
+    const std::lock_guard lock{mutex};
+    record_ = on;
+}
+
+int Platform::locks_held() const {
+    const std::lock_guard lock{mutex};
+    return held;
+}
+
+int Platform::live_mutexes() const {
+    const std::lock_guard lock{mutex};
+    return mutexes;
+}
+
+int Platform::live_events() const {
+    const std::lock_guard lock{mutex};
+    return events;
+}
+
+int Platform::live_lists() const {
+    const std::lock_guard lock{mutex};
+    return lists;
+}
+
+std::vector<std::uint8_t>& Platform::region(int id) {
+    const std::lock_guard lock{mutex};
+    return regions.at(id);
+}
+
+std::vector<ShmWrite> Platform::writes() const {
+    const std::lock_guard lock{mutex};
+    return shm_writes;
+}
+
+void Platform::clear_writes() {
+    const std::lock_guard lock{mutex};
+    shm_writes.clear();
+}
+
+int Platform::open_sessions() const {
+    const std::lock_guard lock{mutex};
+    return static_cast<int>(sessions.size());
+}
+
+void Platform::backplane_changed(const BpApiInfo* info) {
+    std::vector<ZentBpApiCallback> callbacks;
+    {
+        const std::lock_guard lock{mutex};
+        for (const auto& [handle, session] : sessions) {
+            if (session.callback != nullptr) {
+                callbacks.push_back(session.callback);
+            }
+        }
+    }
+    for (const ZentBpApiCallback callback : callbacks) {
+        callback(info);
+    }
+}
+
+void Platform::add_drive(std::uint8_t index, const BpApiDrive& drive) {
+    std::memcpy(&snapshot.drives[BPAPI_DRIVE_STRIDE * index], &drive, sizeof(drive));
+}
+
+}  // namespace fake
+
+using fake::Place;
+using fake::platform;
+
+// ---- debug log --------------------------------------------------------------------------------
+
+int zentprintf(int level, int module, const char* format, ...) {
+    char text[8192] = "";
+    va_list arguments;
+    va_start(arguments, format);
+    const int length = std::vsnprintf(text, sizeof(text), format, arguments);
+    va_end(arguments);
+    if (length < 0) {
+        ADD_FAILURE() << "a log line that no sink can convert: " << format;
+    }
+    platform().add_line(fake::parse(level, module, text));
+    return 0;
+}
+
+// ---- mutexes and events -----------------------------------------------------------------------
+
+struct SMMutexObject {
+    pthread_mutex_t mutex;
+};
+
+SMMutexHandle SMMutexCreate(const char*) {
+    if (platform().hit(Place::MutexCreate)) {
+        return nullptr;
+    }
+    auto* object = new SMMutexObject;
+    pthread_mutexattr_t attributes;
+    pthread_mutexattr_init(&attributes);
+    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK);
+    pthread_mutex_init(&object->mutex, &attributes);
+    pthread_mutexattr_destroy(&attributes);
+    const std::lock_guard lock{platform().mutex};
+    ++platform().mutexes;
+    return object;
+}
+
+int SMMutexLock(SMMutexHandle mutex, int timeoutMs) {
+    if (mutex == nullptr || platform().hit(Place::Lock)) {
+        return 1;
+    }
+    EXPECT_EQ(timeoutMs, SM_WAIT_FOREVER) << "the library waits for its locks without limit";
+    const int error = pthread_mutex_lock(&mutex->mutex);
+    if (error != 0) {
+        ADD_FAILURE() << "lock of a mutex that this thread holds";
+        return error;
+    }
+    const std::lock_guard lock{platform().mutex};
+    ++platform().held;
+    return 0;
+}
+
+int SMMutexUnLock(SMMutexHandle mutex) {
+    if (mutex == nullptr) {
+        return 1;
+    }
+    const int error = pthread_mutex_unlock(&mutex->mutex);
+    const std::lock_guard lock{platform().mutex};
+    if (error != 0) {
+        return error;
+    }
+    --platform().held;
+    return 0;
+}
+
+int SMMutexDestroy(SMMutexHandle mutex) {
+    if (mutex == nullptr) {
+        return 1;
+    }
+    const int error = pthread_mutex_destroy(&mutex->mutex);
+    if (error != 0) {
+        ADD_FAILURE() << "destruction of a held mutex";
+        return error;
+    }
+    delete mutex;
+    const std::lock_guard lock{platform().mutex};
+    --platform().mutexes;
+    return 0;
+}
+
+struct SMEventObject {
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool set = false;
+    bool manual = false;
+};
+
+SMEventHandle SMEventCreate(const char*, int manualReset) {
+    if (platform().hit(Place::EventCreate)) {
+        return nullptr;
+    }
+    auto* event = new SMEventObject;
+    event->manual = manualReset != 0;
+    const std::lock_guard lock{platform().mutex};
+    ++platform().events;
+    return event;
+}
+
+int SMEventSet(SMEventHandle event) {
+    if (event == nullptr) {
+        return 1;
+    }
+    const std::lock_guard lock{event->mutex};
+    event->set = true;
+    event->changed.notify_all();
+    return 0;
+}
+
+int SMEventReset(SMEventHandle event) {
+    if (event == nullptr) {
+        return 1;
+    }
+    const std::lock_guard lock{event->mutex};
+    event->set = false;
+    return 0;
+}
+
+int SMEventWait(SMEventHandle event, int timeoutMs) {
+    if (event == nullptr || platform().hit(Place::EventWait)) {
+        return 1;
+    }
+    std::unique_lock lock{event->mutex};
+    const auto is_set = [event] { return event->set; };
+    if (timeoutMs < 0) {
+        event->changed.wait(lock, is_set);
+    } else if (!event->changed.wait_for(lock, std::chrono::milliseconds{timeoutMs}, is_set)) {
+        return 1;
+    }
+    event->set = event->manual;
+    return 0;
+}
+
+int SMEventDestroy(SMEventHandle event) {
+    if (event == nullptr) {
+        return 1;
+    }
+    delete event;
+    const std::lock_guard lock{platform().mutex};
+    --platform().events;
+    return 0;
+}
+
+// ---- shared memory ----------------------------------------------------------------------------
+
+namespace {
+
+// The bytes of a range; null, failing the test if asked to, when there is no such range.
+std::uint8_t* range_of(int region, int offset, int count) {
+    const auto found = platform().regions.find(region);
+    if (found == platform().regions.end() || offset < 0 || count < 0) {
+        return nullptr;
+    }
+    const std::size_t end = static_cast<std::size_t>(offset) + static_cast<std::size_t>(count);
+    return end <= found->second.size() ? found->second.data() + offset : nullptr;
+}
+
+}  // namespace
+
+int Zent_shm_memread(int region, void* dst, int offset, int count) {
+    if (dst == nullptr || platform().hit(Place::ShmRead)) {
+        return 5;
+    }
+    const std::lock_guard lock{platform().mutex};
+    const std::uint8_t* bytes = range_of(region, offset, count);
+    if (bytes == nullptr) {
+        return 6;
+    }
+    std::memcpy(dst, bytes, static_cast<std::size_t>(count));
+    return 0;
+}
+
+int Zent_shm_memwrite(int region, const void* src, int offset, int count) {
+    if (src == nullptr || platform().hit(Place::ShmWrite)) {
+        return 5;
+    }
+    const std::lock_guard lock{platform().mutex};
+    std::uint8_t* bytes = range_of(region, offset, count);
+    if (bytes == nullptr) {
+        ADD_FAILURE() << "write outside region " << region << ": " << offset << " + " << count;
+        return 6;
+    }
+    std::memcpy(bytes, src, static_cast<std::size_t>(count));
+    const auto* source = static_cast<const std::uint8_t*>(src);
+    platform().shm_writes.push_back({region, offset, {source, source + count}});
+    return 0;
+}
+
+void* Zent_shm_get_shm(int region) {
+    if (platform().hit(Place::ShmView)) {
+        return nullptr;
+    }
+    const std::lock_guard lock{platform().mutex};
+    const auto found = platform().regions.find(region);
+    return found != platform().regions.end() ? found->second.data() : nullptr;
+}
+
+int Zent_shm_get_fruinfo(uint16_t fruId, void* fruInfo, const void* tableEntry, uint32_t zero) {
+    EXPECT_NE(tableEntry, nullptr);
+    EXPECT_EQ(zero, 0u);
+    const auto found = platform().frus.find(fruId);
+    if (platform().hit(Place::FruInfo) || found == platform().frus.end()) {
+        return 1;
+    }
+    std::memcpy(fruInfo, found->second.info.data(), found->second.info.size());
+    return 0;
+}
+
+int Zent_shm_get_frudata(uint16_t fruId, void* buffer, uint32_t size) {
+    const auto found = platform().frus.find(fruId);
+    if (platform().hit(Place::FruData) || found == platform().frus.end() ||
+        size > found->second.data.size()) {
+        return 1;
+    }
+    std::memcpy(buffer, found->second.data.data(), size);
+    return 0;
+}
+
+// ---- backplane service ------------------------------------------------------------------------
+
+namespace {
+
+bool is_open(ZentBpApiHandle handle) {
+    const std::lock_guard lock{platform().mutex};
+    const bool open = platform().sessions.contains(handle);
+    if (!open) {
+        ADD_FAILURE() << "use of a session that is not open";
+    }
+    return open;
+}
+
+}  // namespace
+
+ZentBpApiHandle ZentBpApiOpenExec(ZentBpApiCallback callback, uint32_t zero, const char*,
+                                  const char*, uint32_t, uint32_t zero2) {
+    EXPECT_EQ(zero, 0u);
+    EXPECT_EQ(zero2, 0u);
+    if (platform().hit(Place::BpOpen)) {
+        return nullptr;
+    }
+    const std::lock_guard lock{platform().mutex};
+    const auto handle = reinterpret_cast<ZentBpApiHandle>(platform().next_session++ << 4);
+    platform().sessions[handle] = {callback};
+    return handle;
+}
+
+uint32_t ZentBpApiReadExec(ZentBpApiHandle handle, void* buffer5362, const char*, const char*,
+                           uint32_t) {
+    if (!is_open(handle) || buffer5362 == nullptr || platform().hit(Place::BpRead)) {
+        return platform().bp_failure;
+    }
+    std::memcpy(buffer5362, &platform().snapshot, sizeof(BpApiInfo));
+    return platform().bp_read_result;
+}
+
+uint32_t ZentBpApiWriteExec(ZentBpApiHandle handle, uint32_t writeType, const void* record,
+                            const char*, const char*, uint32_t) {
+    if (!is_open(handle) || platform().hit(Place::BpWrite)) {
+        return platform().bp_failure;
+    }
+    fake::BpWrite write{handle, writeType, {}};
+    std::memcpy(&write.record, record, sizeof(write.record));
+    platform().bp_writes.push_back(write);
+    return platform().bp_read_result;
+}
+
+uint32_t ZentBpApiCloseExec(ZentBpApiHandle handle, const char*, const char*, uint32_t) {
+    if (!is_open(handle)) {
+        return platform().bp_failure;
+    }
+    const bool fails = platform().hit(Place::BpClose);
+    const std::lock_guard lock{platform().mutex};
+    platform().sessions.erase(handle);  // a close that reports an error ends the session too
+    return fails ? platform().bp_failure : platform().bp_read_result;
+}
+
+const char* ZentBpApiError(uint32_t) {
+    return platform().bp_error_text;
+}
+
+uint32_t Zent_get_system_id(void) {
+    return platform().system_id;
+}
+
+// ---- event IPC --------------------------------------------------------------------------------
+
+namespace {
+
+struct TlvList {
+    std::vector<std::string> arguments;
+};
+
+}  // namespace
+
+// Packs as count, then per text its length in one byte and its characters.
+int32_t EVIPCLBuildMsgArgsBuffer(const char* const* strings, uint8_t count, char* buffer,
+                                 uint32_t* size) {
+    if (platform().hit(Place::EvBuildArgs)) {
+        return platform().event_failure;
+    }
+    std::string packed;
+    for (unsigned i = 0; i < count; ++i) {
+        if (strings[i] == nullptr) {
+            ADD_FAILURE() << "a null message argument";
+            return platform().event_failure;
+        }
+        packed += strings[i];
+        packed += '\x1f';
+    }
+    if (packed.size() > *size) {
+        return platform().event_failure;
+    }
+    std::memcpy(buffer, packed.data(), packed.size());
+    *size = static_cast<uint32_t>(packed.size());
+    return 0;
+}
+
+int32_t EVIPCLCreateTLVList(void** list) {
+    *list = nullptr;
+    if (platform().hit(Place::EvCreateList)) {
+        return platform().event_failure;
+    }
+    *list = new TlvList;
+    const std::lock_guard lock{platform().mutex};
+    ++platform().lists;
+    return 0;
+}
+
+int32_t EVIPCLAddTLVToList(uint32_t type, uint16_t size, const void* value, void* list) {
+    if (platform().hit(Place::EvAddTlv)) {
+        return platform().event_failure;
+    }
+    EXPECT_EQ(type, static_cast<uint32_t>(EVIPC_TLV_MESSAGE_ARGUMENTS));
+    std::string text;
+    for (uint16_t i = 0; i < size; ++i) {
+        const char character = static_cast<const char*>(value)[i];
+        if (character == '\x1f') {
+            static_cast<TlvList*>(list)->arguments.push_back(text);
+            text.clear();
+        } else {
+            text += character;
+        }
+    }
+    return 0;
+}
+
+int32_t EVIPCLFreeTLVList(void* list) {
+    if (list != nullptr) {
+        delete static_cast<TlvList*>(list);
+        const std::lock_guard lock{platform().mutex};
+        --platform().lists;
+    }
+    return 0;
+}
+
+int32_t EVIPCLSubmitEvent(uint32_t c4, uint32_t c2, uint32_t severity, const char* messageId,
+                          uint32_t zero, const char* fqdd, void* list) {
+    if (platform().hit(Place::EvSubmit)) {
+        return platform().event_failure;
+    }
+    const std::lock_guard lock{platform().mutex};
+    platform().submissions.push_back(
+        {c4, c2, severity, messageId, zero, fqdd != nullptr, fqdd != nullptr ? fqdd : "",
+         list != nullptr,
+         list != nullptr ? static_cast<TlvList*>(list)->arguments : std::vector<std::string>{}});
+    return 0;
+}
+
+int32_t EVIPCLSubmitSingle(const void* request, uint32_t two, uint32_t zero, uint16_t value) {
+    if (platform().hit(Place::EvSubmitSingle)) {
+        return platform().event_failure;
+    }
+    fake::Single single{{}, two, zero, value};
+    std::memcpy(single.request.data(), request, single.request.size());
+    const std::lock_guard lock{platform().mutex};
+    platform().singles.push_back(single);
+    return 0;
+}
+
+// ---- names and IPMI ---------------------------------------------------------------------------
+
+char* ConvertFQDDToFriendlyName(const char* fqdd) {
+    if (platform().hit(Place::FriendlyName) || fqdd == nullptr) {
+        return nullptr;
+    }
+    std::string name = std::string{"Friendly "} + fqdd;
+    if (platform().friendly_name && !platform().friendly_name(fqdd, name)) {
+        return nullptr;
+    }
+    auto* copy = static_cast<char*>(std::malloc(name.size() + 1));
+    if (copy != nullptr) {
+        std::memcpy(copy, name.c_str(), name.size() + 1);
+    }
+    return copy;
+}
+
+int IPMI_DoIPMICmd(uint8_t netFn, uint8_t cmd, const uint8_t* request, uint32_t requestLength,
+                   uint8_t* response, uint32_t* responseLength) {
+    EXPECT_NE(response, nullptr);
+    EXPECT_EQ(*responseLength, 0u);
+    platform().ipmi_requests.push_back({netFn, cmd, {request, request + requestLength}});
+    return platform().hit(Place::Ipmi) ? 0xC1 : platform().ipmi_result;
+}
+
+// ---- allocations ------------------------------------------------------------------------------
+
+namespace fake {
+namespace {
+std::atomic<long> blocks{0};
+thread_local int allocation_scopes = 0;
+}  // namespace
+
+long live_blocks() {
+    return blocks.load();
+}
+AllocationScope::AllocationScope() {
+    ++allocation_scopes;
+}
+AllocationScope::~AllocationScope() {
+    --allocation_scopes;
+}
+
+namespace {
+
+bool allocation_fails() {
+    if (allocation_scopes == 0) {
+        return false;
+    }
+    const int scopes = allocation_scopes;
+    allocation_scopes = 0;  // the bookkeeping may allocate
+    const bool fails = platform().hit(Place::Allocation);
+    allocation_scopes = scopes;
+    return fails;
+}
+
+void* counted(void* block) {
+    if (block != nullptr) {
+        ++blocks;
+    }
+    return block;
+}
+
+}  // namespace
+}  // namespace fake
+
+extern "C" {
+
+void* __real_calloc(std::size_t count, std::size_t size);
+void* __real_malloc(std::size_t size);
+void __real_free(void* block);
+void* __wrap_calloc(std::size_t count, std::size_t size);
+void* __wrap_malloc(std::size_t size);
+void __wrap_free(void* block);
+
+void* __wrap_calloc(std::size_t count, std::size_t size) {
+    return fake::allocation_fails() ? nullptr : fake::counted(__real_calloc(count, size));
+}
+
+void* __wrap_malloc(std::size_t size) {
+    return fake::allocation_fails() ? nullptr : fake::counted(__real_malloc(size));
+}
+
+void __wrap_free(void* block) {
+    if (block != nullptr) {
+        --fake::blocks;
+    }
+    __real_free(block);
+}
+}

@@ -1,0 +1,194 @@
+// The platform contract in memory, for unit tests: records what the library does, fails on request,
+// refuses misuse.
+//
+// Misuse (recursive lock, unlock of a free mutex, write past a region, use of a closed session)
+// fails the running test. Faults are asked for by place: the n-th call from now at that place
+// fails, once or from there on.
+#ifndef TESTS_SUPPORT_FAKE_PLATFORM_H
+#define TESTS_SUPPORT_FAKE_PLATFORM_H
+
+#include <platform/bpapi.h>
+#include <platform/sm.h>
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace fake {
+
+enum class Place {
+    MutexCreate,
+    Lock,
+    EventCreate,
+    EventWait,
+    ShmRead,
+    ShmWrite,
+    ShmView,
+    FruInfo,
+    FruData,
+    BpOpen,
+    BpRead,
+    BpWrite,
+    BpClose,
+    EvBuildArgs,
+    EvCreateList,
+    EvAddTlv,
+    EvSubmit,
+    EvSubmitSingle,
+    FriendlyName,
+    Ipmi,
+    Allocation,  // calloc and malloc of code linked into the test binary
+    Count,
+};
+
+struct LogLine {
+    int level = 0;
+    int module = 0;
+    std::string text;      // as the sink got it, with its newline
+    std::string function;  // from the prefix; empty if there is none
+    std::string message;   // behind the prefix, without the newline
+};
+
+struct ShmWrite {
+    int region;
+    int offset;
+    std::vector<std::uint8_t> bytes;
+};
+
+struct BpWrite {
+    ZentBpApiHandle session;
+    std::uint32_t type;
+    BpDriveStateWrite record;
+};
+
+struct Submission {
+    std::uint32_t c4, c2, severity;
+    std::string message_id;
+    std::uint32_t zero;
+    bool has_fqdd;
+    std::string fqdd;
+    bool has_list;
+    std::vector<std::string> arguments;  // unpacked from the list's TLV of type 6
+};
+
+struct Single {
+    std::array<std::uint8_t, 16> request;
+    std::uint32_t two, zero;
+    std::uint16_t value;
+};
+
+struct IpmiRequest {
+    std::uint8_t net_fn, cmd;
+    std::vector<std::uint8_t> bytes;
+};
+
+class Platform {
+  public:
+    // Everything as at process start: no lines, no faults, regions zero, service up. Keeps nothing
+    // of the last test.
+    void reset();
+
+    // The n-th call (1: the next) at a place fails; with lasting, all later ones too. Counts from
+    // now.
+    void fail(Place place, int n = 1, bool lasting = false);
+    void no_faults();
+    // Calls at a place since reset (allocations: since the last fail or reset).
+    int calls(Place place) const;
+    // Whether a fault that was asked for has happened.
+    bool fault_fired(Place place) const;
+
+    // Log.
+    std::vector<LogLine> lines() const;
+    std::vector<std::string> messages(int level) const;
+    bool logged(int level, const std::string& message) const;
+    int count_logged(int level, const std::string& message) const;
+    void clear_lines();
+    void record_lines(bool on);  // off for long loops
+
+    // Mutexes.
+    int locks_held() const;
+    int live_mutexes() const;
+    int live_events() const;
+
+    // Shared memory: regions of the sizes in platform/shm.h, all readable and writable.
+    std::vector<std::uint8_t>& region(int id);
+    std::vector<ShmWrite> writes() const;
+    void clear_writes();
+    struct Fru {
+        std::array<std::uint8_t, 15> info;
+        std::vector<std::uint8_t> data;
+    };
+    std::map<std::uint16_t, Fru> frus;
+
+    // Backplane service.
+    BpApiInfo snapshot;  // what a read gives
+    std::uint32_t system_id = 0;
+    std::vector<BpWrite> bp_writes;
+    std::uint32_t bp_read_result =
+        0x100;                         // results of successful calls: meaning only in the low byte
+    std::uint32_t bp_failure = 0x107;  // result of calls that fail on request
+    const char* bp_error_text = "fake error";  // may be null
+    int open_sessions() const;
+    // Hands info to the callbacks of all open sessions, on the calling thread.
+    void backplane_changed(const BpApiInfo* info);
+    void add_drive(std::uint8_t index, const BpApiDrive& drive);  // into snapshot; raises no count
+
+    // Event IPC, friendly names, IPMI.
+    std::vector<Submission> submissions;
+    std::vector<Single> singles;
+    std::int32_t event_failure = -7;  // result of calls that fail on request
+    int live_lists() const;
+    std::function<bool(const std::string&, std::string&)> friendly_name;  // false: no friendly form
+    std::vector<IpmiRequest> ipmi_requests;
+    int ipmi_result = 0;
+
+    // Used by the C functions.
+    bool hit(Place place);  // counts a call; true: it is to fail
+    void add_line(LogLine line);
+    mutable std::mutex mutex;
+    std::map<int, std::vector<std::uint8_t>> regions;
+    std::vector<ShmWrite> shm_writes;
+    struct Session {
+        ZentBpApiCallback callback;
+    };
+    std::map<ZentBpApiHandle, Session> sessions;
+    std::uintptr_t next_session = 1;
+    int held = 0;
+    int mutexes = 0;
+    int events = 0;
+    int lists = 0;
+
+  private:
+    struct Fault {
+        int calls = 0;
+        int at = 0;  // 0: none
+        bool lasting = false;
+        bool fired = false;
+    };
+    std::array<Fault, static_cast<std::size_t>(Place::Count)> faults_;
+    std::vector<LogLine> lines_;
+    bool record_ = true;
+};
+
+// The one platform of the process.
+Platform& platform();
+
+// Blocks of calloc and malloc, made by code linked into the test binary, that are not freed yet.
+long live_blocks();
+// Whether Allocation faults and counts apply on this thread now; on only around the code under
+// test.
+class AllocationScope {
+  public:
+    AllocationScope();
+    ~AllocationScope();
+    AllocationScope(const AllocationScope&) = delete;
+    AllocationScope& operator=(const AllocationScope&) = delete;
+};
+
+}  // namespace fake
+
+#endif  // TESTS_SUPPORT_FAKE_PLATFORM_H

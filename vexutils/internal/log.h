@@ -1,0 +1,104 @@
+// The log statement of the library: LOG(level, format, arguments...).
+//
+// Expanded in the exported function, whose name, file and line the lines carry. The arguments are
+// evaluated once and go to two sinks: zentprintf always, the log file unless it is switched off.
+// errno is as before afterwards.
+#ifndef VEXUTILS_INTERNAL_LOG_H
+#define VEXUTILS_INTERNAL_LOG_H
+
+#include <platform/debug_log.h>
+
+#include <cerrno>
+
+#include "internal/wide_text.h"
+
+namespace vexutils {
+
+enum class Level : int { Fatal = 1, Error = 2, Warning = 3, Trace = 4, Detail = 5, Verbose = 6 };
+
+inline constexpr int kLogModule = 15;  // the library's number in the platform's debug log
+
+struct LogPlace {
+    const char* file;  // base name
+    const char* function;
+    unsigned line;
+};
+
+class ErrnoKeeper {
+  public:
+    ErrnoKeeper() = default;
+    ~ErrnoKeeper() { errno = saved_; }
+    ErrnoKeeper(const ErrnoKeeper&) = delete;
+    ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
+
+  private:
+    int saved_ = errno;
+};
+
+// Appends one line to the log file. format ends with the line's newline; texts are neither null nor
+// unconvertible.
+[[gnu::cold, gnu::noinline]] void write_log_line(const char* function, const char* format, ...)
+    __attribute__((format(printf, 2, 3)));
+
+// What a log argument is passed as: null texts as "(null)", wide texts with "?" for what no sink
+// could convert.
+template <class T>
+T printable(T value) {
+    return value;
+}
+inline const char* printable(const char* text) {
+    return text != nullptr ? text : "(null)";
+}
+inline const char* printable(char* text) {
+    return printable(static_cast<const char*>(text));
+}
+inline PrintableWide printable(const wchar_t* text) {
+    return PrintableWide{text};
+}
+inline PrintableWide printable(wchar_t* text) {
+    return PrintableWide{text};
+}
+
+template <class T>
+T vararg(T value) {
+    return value;
+}
+inline const wchar_t* vararg(const PrintableWide& text) {
+    return text.get();
+}
+
+// Length of the "%s:%s:%u:" that starts every format of log_line and that the log file does not
+// get.
+inline constexpr int kPlacePrefixLength = 9;
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"
+template <class... Args>
+[[gnu::noinline]] void log_printable(Level level, const LogPlace& place, const char* format,
+                                     const Args&... args) {
+    zentprintf(static_cast<int>(level), kLogModule, format, place.file, place.function, place.line,
+               vararg(args)...);
+    write_log_line(place.function, format + kPlacePrefixLength, vararg(args)...);
+}
+
+template <class... Args>
+inline void log_line(Level level, const LogPlace& place, const char* format, Args... args) {
+    const ErrnoKeeper keeper;
+    log_printable(level, place, format, printable(args)...);
+}
+#pragma GCC diagnostic pop
+
+}  // namespace vexutils
+
+// The unreachable call lets the compiler check the arguments against the format; log_line is a
+// template and cannot.
+#define LOG(level, format, ...)                                                              \
+    do {                                                                                     \
+        if (false) {                                                                         \
+            static_cast<void>(zentprintf(0, 0, format __VA_OPT__(, ) __VA_ARGS__));          \
+        }                                                                                    \
+        ::vexutils::log_line(level, ::vexutils::LogPlace{__FILE_NAME__, __func__, __LINE__}, \
+                             "%s:%s:%u:" format "\n" __VA_OPT__(, ) __VA_ARGS__);            \
+    } while (false)
+
+#endif  // VEXUTILS_INTERNAL_LOG_H

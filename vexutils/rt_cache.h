@@ -1,0 +1,330 @@
+/*
+ * rt_cache.h - the runtime cache: which endpoints there are, and the objects and events that VEXEL has read from each.
+ *
+ * Every endpoint has a row: its position in the endpoint table, which indexes all per-endpoint arrays. An EID is never an
+ * index into them. One lock, mutexRtCache, guards everything here. Functions named NoLock, the object functions and the
+ * recording functions expect the caller to hold it (rtcache_GetLock takes it, SMMutexUnLock(mutexRtCache) gives it back);
+ * all others take it themselves and must not be called by its holder.
+ *
+ * Results, where not said otherwise: 0 done, 1 not found or not registered, 2 bad argument, 3 lock not taken or no memory.
+ * Before rtcache_Init and after rtcache_Destroy, functions that take the lock return 3 and the others report "not found".
+ *
+ * The cache stores references: a node or event-data record handed to it is a vexel_alloc block that it owns from then on.
+ */
+#ifndef VEXUTILS_RT_CACHE_H
+#define VEXUTILS_RT_CACHE_H
+
+#include <assert.h>
+#include <platform/sm.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#include "rt_dup.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+#pragma GCC visibility push(default)
+
+enum {
+    RTCACHE_OK = 0,
+    RTCACHE_NOT_FOUND = 1,
+    RTCACHE_BAD_ARGUMENT = 2,
+    RTCACHE_NO_LOCK = 3, /* or no memory */
+
+    RTCACHE_EID_FREE = 0xFF,   /* a free position of the endpoint table; never matches an endpoint */
+    RTCACHE_EID_SLOTS = 255,   /* slots of the arrays indexed by EID value */
+    RTCACHE_BACKPLANE_SLOTS = 6,
+    RTCACHE_EXTENDER_SLOTS = 17,
+    RTCACHE_ID_MAP_SIZE = 16,
+    RTCACHE_EVENTCACHE_DEPTH = 384, /* list events that an endpoint keeps between two drains */
+    RTCACHE_DISK_BITMAP_BYTES = 2048,
+    RTCACHE_DISK_SLOTS = 2048, /* event-data slots per endpoint */
+    RTCACHE_DELAYED_BITMAP_BYTES = 512,
+
+    /* Key types of rtcache_SetCachedObject and rtcache_GetCachedObject. */
+    RTCACHE_KEY_EID = 1,          /* endpoint table position */
+    RTCACHE_KEY_CONTROLLER = 2,   /* RtCacheControllerNode, object key = EID */
+    RTCACHE_KEY_DISK = 3,         /* RtCacheDiskNode: disks and enclosures share one key space per row */
+    RTCACHE_KEY_VIRTUAL_DISK = 4, /* RtCacheVirtualDiskNode */
+    RTCACHE_KEY_BACKPLANE = 5,    /* BpStatusInfo, object key = bay id */
+    RTCACHE_KEY_EXTENDER = 6,     /* ExtenderCardInfo, object key = PCIe slot */
+    RTCACHE_KEY_COMMANDS = 8,     /* one flat block, object key = EID */
+
+    /* Endpoint type codes that the library tests; the set is VEXEL's. */
+    RTCACHE_TYPE_KRON = 1,
+    RTCACHE_TYPE_NVME = 7,
+    RTCACHE_TYPE_HBA = 10,
+    RTCACHE_TYPE_PCIESSD = 11,
+    RTCACHE_TYPE_CONTROLLER_12 = 12,
+    RTCACHE_TYPE_BOOT_CARD = 17,
+    RTCACHE_TYPE_KRON_18 = 18,
+
+    RTCACHE_REGISTER = 1, /* action of rtcache_UpdateCachedObject; any other removes */
+};
+
+/* ---- Limits ------------------------------------------------------------------------------------------------------ */
+
+/*
+ * Sizes of the cache, writable until rtcache_Init, which captures them. Afterwards every bound is the smaller of the
+ * value then and the value now; physical disks also at most 2048, adapters at most 255.
+ */
+extern uint32_t max_adapters;                    /* 108: endpoint table positions, rows of every per-endpoint array */
+extern uint32_t max_physicaldevices;             /* 2048: disks and enclosures per endpoint */
+extern uint32_t max_logicaldevices;              /* 254: virtual disks per endpoint */
+extern uint32_t max_enclosures_attached_to_kron; /* 20 */
+extern uint32_t max_pciessds;                    /* 104 */
+extern uint32_t max_pciessd_backplanes;          /* 5 */
+extern uint32_t max_pciessd_extndrs;             /* 16 */
+extern uint32_t backplane_drive_thermalpoll_interval; /* 10 seconds */
+extern uint32_t insight_drive_thermalpoll_interval;   /* 60 seconds */
+
+/* ---- Endpoint table ---------------------------------------------------------------------------------------------- */
+
+/* What VEXEL tells about an endpoint. */
+typedef struct StorageEIDAttr {
+    uint8_t status[2]; /* set and read together, byte 0 the low byte; not interpreted by the cache */
+    uint8_t eidType;   /* RTCACHE_TYPE_..., 0 after removal */
+    uint8_t modularId; /* 0 unknown */
+} StorageEIDAttr;
+static_assert(sizeof(StorageEIDAttr) == 4, "record shared with VEXEL");
+
+typedef struct StorageEIDTable {
+    uint32_t eidCount;       /* positions in use, holes included; shrinks only at rtcache_Destroy */
+    uint8_t *storageEID;     /* max_adapters EIDs, RTCACHE_EID_FREE where free */
+    StorageEIDAttr *eidInfo; /* max_adapters, parallel to storageEID */
+} StorageEIDTable;
+
+extern StorageEIDTable cache_StorageEIDInfo;
+extern uint8_t sIDToValueMap[RTCACHE_ID_MAP_SIZE];
+extern SMMutexHandle mutexRtCache; /* null outside rtcache_Init .. rtcache_Destroy */
+
+/* ---- Cached nodes: built by whoever stores them, owned by the cache once stored ------------------------------------ */
+
+#pragma pack(push, 1)
+/* PCI identity of a controller. */
+typedef struct RtCachePciInfo {
+    uint8_t locationA; /* published slot: (u8)((locationB << 7) | (locationA >> 1)) */
+    uint8_t locationB;
+    uint16_t vendor, device, subvendor, subdevice;
+} RtCachePciInfo;
+#pragma pack(pop)
+static_assert(sizeof(RtCachePciInfo) == 10, "record shared with VEXEL");
+
+/* Key type 2. Every pointer is owned by the node and may be null. */
+typedef struct RtCacheControllerNode {
+    uint32_t objType; /* RT_OBJ_ADAPTER or RT_NODE_PCIESSD_ADAPTER */
+    StorageObjectRecord *adapter;
+    StorageObjectRecord *battery;
+    StorageObjectRecord *driver;
+    void *adapterKey; /* flat block */
+    StorageObjectRecord *foreignConfig;
+    RtCachePciInfo *pciInfo; /* null: carries no PCI information */
+    void *extra;             /* flat block */
+    uint32_t opaque;
+} RtCacheControllerNode;
+
+/* A link's record; the three members are one pointer, named for the kind of the node. */
+typedef struct RtCacheEnclosureLink {
+    union {
+        struct { StorageObjectRecord *Obj; } physicalDisk;
+        struct { StorageObjectRecord *Obj; } extEncl;
+        struct { StorageObjectRecord *Obj; } backPlane;
+    } enclType;
+} RtCacheEnclosureLink;
+
+/* Key type 3: RT_OBJ_PHYSICAL_DISK, RT_OBJ_ENCLOSURE or RT_OBJ_BACKPLANE. */
+typedef struct RtCacheDiskNode {
+    uint32_t objType;
+    RtCacheEnclosureLink *enclObj; /* owned, may be null */
+} RtCacheDiskNode;
+
+/* Key type 4. */
+typedef struct RtCacheVirtualDiskNode {
+    uint32_t objType;
+    StorageObjectRecord *Obj; /* owned, may be null */
+} RtCacheVirtualDiskNode;
+
+/* Key type 5: an NVMe backplane. */
+typedef struct BpStatusInfo {
+    uint8_t u8BayID;
+    uint8_t u8SlotNumInBay; /* first NVMe slot, through which the backplane was found */
+    uint8_t u8SlotCount;
+    uint8_t u8Byte3; /* byte 3 of the bay entry */
+    uint16_t au16DriveStatus;
+    StorageObjectRecord *backplane; /* owned */
+} BpStatusInfo;
+
+/* Key type 6: a PCIe extender card. */
+typedef struct ExtenderCardInfo {
+    wchar_t *name; /* owned, may be null */
+    wchar_t *FQDD; /* owned, may be null */
+    uint8_t u8BayID;
+} ExtenderCardInfo;
+
+/* Slots; exported for readers that hold the lock. Null outside rtcache_Init .. rtcache_Destroy, the fixed ones cleared. */
+extern RtCacheControllerNode *cache_AllEIDs[RTCACHE_EID_SLOTS]; /* by EID value */
+extern RtCacheDiskNode ***cache_PDs;                            /* [row][disk number] */
+extern RtCacheVirtualDiskNode ***cache_VDs;                     /* [row][virtual disk number] */
+extern BpStatusInfo *cache_Bkplanes[RTCACHE_BACKPLANE_SLOTS];   /* by bay id */
+extern ExtenderCardInfo *cache_Extndrs[RTCACHE_EXTENDER_SLOTS]; /* by PCIe slot */
+extern void *cache_CMDsCount[RTCACHE_EID_SLOTS];                /* by EID value */
+
+/* ---- Event areas, one row per endpoint ----------------------------------------------------------------------------- */
+
+/* What is to go to the system event log for an event; built by VEXEL, belongs to exactly one event. */
+typedef struct EventData {
+    char *messageId; /* owned: "PDR3", "CTL48", ... */
+    uintptr_t opaque;
+    void *messageArgs; /* owned block, may be null */
+} EventData;
+
+typedef struct RtCacheEvent {
+    uint32_t objType;
+    uint32_t eventType;
+    uint32_t objKey;
+    EventData *eventData; /* owned, may be null */
+} RtCacheEvent;
+
+typedef struct RtCacheEventRow {
+    uint32_t eventCount; /* valid records */
+    RtCacheEvent events[RTCACHE_EVENTCACHE_DEPTH];
+} RtCacheEventRow;
+
+/* Changed disks: disk k is bit (k mod 8) of byte (k div 8). */
+typedef struct RtCacheDiskChangeRow {
+    uint8_t bitmap[RTCACHE_DISK_BITMAP_BYTES];
+    EventData *eventData[RTCACHE_DISK_SLOTS]; /* owned, may be null */
+} RtCacheDiskChangeRow;
+
+typedef struct RtCacheDelayedEvent {
+    uint16_t objType;
+    uint16_t eventType;
+    uint32_t objKey;
+} RtCacheDelayedEvent;
+
+typedef struct RtCacheDelayedRow {
+    uint32_t eventCount; /* valid records */
+    RtCacheDelayedEvent events[RTCACHE_EVENTCACHE_DEPTH];
+} RtCacheDelayedRow;
+
+typedef struct RtCacheDelayedBitmap {
+    uint8_t bitmap[RTCACHE_DELAYED_BITMAP_BYTES];
+} RtCacheDelayedBitmap;
+
+#if UINTPTR_MAX == UINT32_MAX
+static_assert(sizeof(RtCacheControllerNode) == 36, "node shared with VEXEL");
+static_assert(sizeof(BpStatusInfo) == 12, "record shared with VEXEL");
+static_assert(sizeof(ExtenderCardInfo) == 12, "record shared with VEXEL");
+static_assert(sizeof(RtCacheEventRow) == 6148, "row shared with VEXEL");
+static_assert(sizeof(RtCacheDiskChangeRow) == 10240, "row shared with VEXEL");
+#endif
+static_assert(sizeof(RtCacheDelayedRow) == 3076, "row shared with VEXEL");
+static_assert(sizeof(RtCacheDelayedBitmap) == 512, "row shared with VEXEL");
+
+extern RtCacheEventRow *cache_Events;                       /* max_adapters rows */
+extern RtCacheDiskChangeRow *cache_Events_PD_ChObj;         /* max_adapters rows */
+extern RtCacheDelayedRow *cache_Events_delayed;             /* max_adapters rows */
+extern RtCacheDelayedBitmap *cache_Events_PD_ChObj_delayed; /* max_adapters rows */
+
+/* ---- Life, lock, id map -------------------------------------------------------------------------------------------- */
+
+/*
+ * Allocates the cache, captures the limits, creates mutexRtCache and the KRON state table. On a cache that is in use it
+ * first runs the teardown.
+ * Returns: 0; 1 a lock could not be created; 3 no memory (what was allocated is released by the next call).
+ */
+uint32_t rtcache_Init(void);
+
+/* Ends the cache: frees all it owns, the lock and the KRON state table. Returns: 0. Locks: takes mutexRtCache. */
+uint32_t rtcache_Destroy(void);
+
+/* Takes mutexRtCache and keeps it; SMMutexUnLock(mutexRtCache) gives it back. Returns: 0 the caller holds it; 3. */
+uint32_t rtcache_GetLock(void);
+
+/* Stores a value under a small id. Returns: 0; 1 id above 15. Locks: none. */
+uint32_t rtcache_SetID(uint32_t id, uint32_t value);
+
+/* Reads the value of a small id, 0 if never set. Returns: 0; 1 value null or id above 15. Locks: none. */
+uint32_t rtcache_GetID(uint32_t id, uint8_t *value);
+
+/* ---- Endpoints ----------------------------------------------------------------------------------------------------- */
+
+/* Returns: the low 8 bits of eidCount; 3 also when the lock is not taken (the two cannot be told apart). */
+uint32_t rtcache_GetStorageEIDCount(void);
+
+/*
+ * Copies the table's header: the count and the two array pointers, not the arrays, which the caller then reads without
+ * the lock. Returns: 0; 2 table null; 3.
+ */
+uint32_t rtcache_GetStorageEIDs(StorageEIDTable *table);
+
+/*
+ * Copies the attributes of the last position that holds the EID.
+ * Returns: 0, also if there is none (attributes unchanged); 2 attributes null; 3.
+ */
+uint32_t rtcache_GetStorageEIDStatus(uint32_t eid, StorageEIDAttr *attributes);
+
+/* Copies the attributes of the first position that holds the EID. Returns: 0; 1 none; 2 attributes null. */
+uint32_t rtcache_GetStorageEIDStatusNoLock(uint32_t eid, StorageEIDAttr *attributes);
+
+/* Writes both status bytes at every position that holds the EID. Returns: 0; 3. */
+uint32_t rtcache_SetStorageEIDStatus(uint32_t eid, uint32_t status16);
+
+/* As rtcache_SetStorageEIDStatus, for a holder of the lock. Returns: 0. */
+uint32_t rtcache_SetStorageEIDStatusNoLock(uint32_t eid, uint32_t status16);
+
+/* Reads the type of the first position that holds the EID. Returns: 0, also if there is none (type unchanged); 2; 3. */
+uint32_t rtcache_GetStorageEIDType(uint32_t eid, uint8_t *type);
+
+/* As rtcache_GetStorageEIDType, for a holder of the lock. Returns: 0; 1 no such EID; 2 type null. */
+uint32_t rtcache_GetStorageEIDTypeNoLock(uint32_t eid, uint8_t *type);
+
+/* Writes the type at the first position that holds the EID. Returns: 0; 3. */
+uint32_t rtcache_SetStorageEIDType(uint32_t eid, uint32_t type);
+
+/* Reads the modular id of the first position that holds the EID; 0 if there is none. Returns: 0; 1 none; 2 null. */
+uint32_t rtcache_GetModularIdNoLock(uint32_t eid, uint8_t *modularId);
+
+/* Writes the modular id at the first position that holds the EID. Returns: 0; 3. */
+uint32_t rtcache_SetModularId(uint32_t eid, uint32_t modularId);
+
+/*
+ * Finds an endpoint's row. Unlike the look-ups above it searches all positions, whatever the count.
+ * Returns: the row; 255 if no position holds the EID (255 itself included). Locks: the caller holds mutexRtCache.
+ */
+uint32_t GetIndexFromEID(uint32_t eid);
+
+/*
+ * Registers or removes an endpoint.
+ * action: RTCACHE_REGISTER takes the first free position (an EID registered twice has two); any other value frees every
+ * position that holds this EID with this type. eid: 0 to 254. A reused row inherits what its predecessor left: drain and
+ * free an endpoint's objects before removing it.
+ * Returns: 0; 2 table full or EID above 254; 3.
+ */
+uint32_t rtcache_UpdateCachedObject(uint32_t action, uint32_t eid, uint32_t type, uint32_t modularId);
+
+/* ---- Objects ------------------------------------------------------------------------------------------------------- */
+
+/*
+ * Stores an object in its slot; the cache owns it from then on. What the slot held is not freed: the caller frees it first.
+ * keyType: RTCACHE_KEY_...; for RTCACHE_KEY_EID the object's first byte is an EID that is written at position objKey.
+ * eid: 0 to 254. object: may be null (empties the slot) except for RTCACHE_KEY_EID.
+ * Returns: 0; 1 EID not registered (key types 3 and 4); 2 bad argument or key beyond its slots.
+ * Locks: the caller holds mutexRtCache.
+ */
+uint32_t rtcache_SetCachedObject(uint32_t keyType, uint32_t eid, uint16_t objKey, void *object);
+
+/*
+ * Fetches what a slot holds, which may be null; valid while the lock is held. For RTCACHE_KEY_EID, *object is the address of
+ * the position.
+ * Returns: 0; 1 EID not registered (key types 3 and 4); 2 bad argument or key beyond its slots: *object unchanged.
+ * Locks: the caller holds mutexRtCache.
+ */
+uint32_t rtcache_GetCachedObject(uint32_t keyType, uint32_t eid, uint16_t objKey, void **object);
+
+#pragma GCC visibility pop
+#ifdef __cplusplus
+}
+#endif
+#endif /* VEXUTILS_RT_CACHE_H */

@@ -1,0 +1,105 @@
+/*
+ * rt_shm.h - backplane sessions, the NVMe backplane table and the shared-memory regions.
+ *
+ * The NVMe tables and drive states have no lock: their fields are read and written one by one, atomically, by VEXEL's
+ * threads and by the backplane service's callback thread. Region access goes through the platform's shared-memory service.
+ */
+#ifndef VEXUTILS_RT_SHM_H
+#define VEXUTILS_RT_SHM_H
+
+#include <platform/bpapi.h>
+#include <stdint.h>
+
+#include "rt_shm_layout.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+#pragma GCC visibility push(default)
+
+/* ---- Backplane sessions and callbacks ------------------------------------------------------------------------------ */
+
+extern ZentBpApiHandle bpAPIHandler;          /* main session, null closed */
+extern ZentBpApiHandle bpAPIKronHandler;      /* KRON session, null closed */
+extern BpApiInfo *g_bpInfo;                   /* set by VEXEL, may be null: NVMeHotPlugCallback copies every snapshot here */
+extern NVMeBackplaneTable sNVMeSSDBPInfo;     /* from the snapshots; slot entries carry the I2C endpoint ids */
+extern NVMeBackplaneTable sNVMeSSDBPVDMInfo;  /* same layout; slot entries carry the VDM endpoint ids */
+
+/*
+ * Opens the main session, clears the drive states and fills sNVMeSSDBPInfo; an open session is kept.
+ * Returns: 0, also if the snapshot could not be read; 1 no session.
+ */
+uint32_t rtshm_BpApiInit(void);
+
+/* Opens the KRON session; an open one is kept. Returns: 0; 1 no session. */
+uint32_t rtshm_BpApiKronInit(void);
+
+/* Closes the main session. Returns: 0, also if none is open or the close fails. Not from a callback. */
+uint32_t rtshm_BpApiExit(void);
+
+/* Closes the KRON session. Returns: 0, also if none is open or the close fails. Not from a callback. */
+uint32_t rtshm_BpApiKronExit(void);
+
+/*
+ * Reads a snapshot over the main session and rebuilds sNVMeSSDBPInfo in place; what the snapshot no longer names stays.
+ * Returns: 0, also without a session or when the read fails; 5 no memory.
+ */
+uint32_t rtshm_BpDataUpdate(void);
+
+/* Writes a snapshot to the trace log at level 4; nothing if info is null. Counts are clamped to what fits. */
+void ZentBpPrintApiInfo(const BpApiInfo *info);
+
+/*
+ * Callback of the main session: records drive-state changes in sNVMeSSDBPInfo and asks for a new inventory through the
+ * global status. Runs on the service's thread. info: may be null. Locks: takes rtsync_mutex.
+ */
+void NVMeHotPlugCallback(const BpApiInfo *info);
+
+/* Callback of the KRON session: logs only. */
+void BpApiKronCallback(const BpApiInfo *info);
+
+/* ---- Regions --------------------------------------------------------------------------------------------------------- */
+
+extern uint8_t g_IsTapeDrivePresent; /* TAPE_...; TAPE_UNKNOWN until the first answer */
+
+/*
+ * Marks the storage inventory region as not yet inventoried: counts -1, values 0xFF, the tape section 0; the tape presence
+ * becomes unknown. Write failures are ignored.
+ */
+void RTSHM_InitSharedMem(void);
+
+/* Writes the tape section alone. present: TAPE_... Returns: the service's result, 0 written. */
+int RTSHM_InitTBUSharedMem(uint8_t present);
+
+/* Marks controllers and drives as not yet inventoried; batteries and tape stay. Write failures are ignored. */
+void RTSHM_InitPartialSharedMem(void);
+
+/* Fills the PCIe SSD FRU region with 0xFF and submits the single message 1065. Write failures are ignored. */
+void RTSHM_InitPCIeSSDSharedMem(void);
+
+/*
+ * Reads the drive-polling flags. flags: 4 bytes, SHM_POLLING_... in the first; bit 0 is also set if the file
+ * "/flash/data0/oem_ps/pdthermaldisabled" exists.
+ * Returns: 0; 2 flags null; 3 not readable, flags unchanged.
+ */
+uint32_t RTSHM_ReadSharedThermalPolling(uint8_t *flags);
+
+/* Reads the backplane split mode. buffer: SHM_SPLIT_MODE_BYTES. Returns: 0; 2 buffer null; 3 not readable, buffer zero. */
+uint32_t RTSHM_readBackplaneSharedMem(uint8_t *buffer);
+
+/* Writes the storage inventory region and the polling flags to the debug log (level 6, batteries level 4). */
+void RTSHM_DumpSharedMem(void);
+
+/*
+ * Rebuilds the storage inventory region from the runtime cache and dumps it.
+ * kronTotalCount: KRON controllers that the caller expects; the inventory is complete when that many were found.
+ * Returns: 0; every look-up failure skips one controller or drive.
+ * Locks: the caller holds mutexRtCache; takes rtsync_mutex. One thread at a time.
+ */
+uint32_t RTSHM_UpdateSharedMem(uint32_t kronTotalCount);
+
+#pragma GCC visibility pop
+#ifdef __cplusplus
+}
+#endif
+#endif /* VEXUTILS_RT_SHM_H */

@@ -1,0 +1,163 @@
+/*
+ * rt_sync.h - state that VEXEL's threads share outside the runtime cache: the global status record, the reset states of
+ * the KRON controllers, the re-inventory flag; and the starter of detached worker threads.
+ *
+ * Three pieces of state, three mutexes, never nested; each is usable after its Init function returned 0.
+ */
+#ifndef VEXUTILS_RT_SYNC_H
+#define VEXUTILS_RT_SYNC_H
+
+#include <assert.h>
+#include <platform/sm.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+#pragma GCC visibility push(default)
+
+enum {
+    RTSYNC_FLAG_LIVE = 0x0020,      /* flags: clear while past events are replayed after a KRON reset */
+    RTSYNC_FLAG_BPAPI_HBA = 0x0200, /* flags: BPAPI_HBAFlag, a hot-plug asks for a new HBA inventory */
+    RTSYNC_FLAG_KRON = 0x0400,      /* flags: KRONFlag, the same for KRON controllers */
+    RTSYNC_FLAG_PCIESSD = 0x0800,   /* flags: PCIeSSDFlag, the same for PCIe SSDs */
+
+    RTSYNC_PHASE_HBA_REINVENTORY = 0x0010, /* phase: an HBA re-inventory runs */
+    RTSYNC_PHASE_INVENTORY = 0x0020,       /* phase: inventory runs */
+    RTSYNC_PHASE_REINVENTORY = 0x0100,     /* phase: a controller re-inventory is in progress */
+
+    RTSYNC_KRON_ENTRIES = 12,  /* Source: gKRONState is 48 bytes for every client */
+    RTSYNC_EID_FREE = 0xFF,    /* endpoint id of an unused entry */
+    RTSYNC_EID_UNKNOWN = 0xFF, /* result: no entry holds this EID */
+
+    RTSYNC_THREAD_STACK_BYTES = 102400, /* stack of a thread of RTSync_FFThreadStart */
+};
+
+/* The global status: five 32-bit words for every client. */
+typedef struct RTSyncGlobalStatus {
+    uint16_t flags; /* RTSYNC_FLAG_...; the other bits are VEXEL's and are carried through */
+    uint16_t rsvd2; /* never written by the library */
+    uint32_t phase; /* RTSYNC_PHASE_...; likewise */
+    uint32_t poll;
+    uint32_t pollTimeA; /* seconds since the epoch */
+    uint32_t pollTimeB; /* seconds since the epoch */
+} RTSyncGlobalStatus;
+static_assert(sizeof(RTSyncGlobalStatus) == 20, "record shared with VEXEL");
+static_assert(offsetof(RTSyncGlobalStatus, phase) == 4, "record shared with VEXEL");
+
+/* Reset state of one KRON controller; used entries form a prefix of gKRONState. */
+typedef struct KronStateEntry {
+    uint8_t eid;    /* MCTP endpoint id, or RTSYNC_EID_FREE */
+    uint8_t status; /* reset state as VEXEL defines it, opaque here */
+    uint8_t rsvd2[2];
+} KronStateEntry;
+static_assert(sizeof(KronStateEntry) == 4, "layout shared with VEXEL");
+
+/* Storage for VEXEL's own thread bookkeeping; the library does not look into it. */
+typedef struct RTThreadInfo {
+    uint32_t words[4];
+} RTThreadInfo;
+static_assert(sizeof(RTThreadInfo) == 16, "record shared with VEXEL");
+
+extern RTSyncGlobalStatus grtsync_Status;              /* guarded by rtsync_mutex */
+extern KronStateEntry gKRONState[RTSYNC_KRON_ENTRIES]; /* guarded by rtraid_kron_state_mutex */
+extern uint8_t gKRONReInventoryThreadRunning;          /* 0 or 1; guarded by gKronReinventoryThread_mutex */
+extern RTThreadInfo gRTThreadInfo;
+extern SMMutexHandle rtsync_mutex;                 /* null until RTSync_Init */
+extern SMMutexHandle rtraid_kron_state_mutex;      /* null until RTSync_KronStateInit */
+extern SMMutexHandle gKronReinventoryThread_mutex; /* null until rtraid_KRONInventoryThreadHandlerMutexInit */
+
+/* ---- Global status --------------------------------------------------------------------------------------------- */
+
+/*
+ * Creates rtsync_mutex and clears flags and phase; poll and the two times stay.
+ * Returns: 0; 1 no mutex, the record unchanged.
+ */
+uint32_t RTSync_Init(void);
+
+/* Replaces rtsync_mutex by a new one; the record stays. Nobody may hold it. Returns: 0; 1 no mutex. */
+uint32_t RTSync_Reset(void);
+
+/* Ends rtsync_mutex. Returns: 0, also if there is none; else what SMMutexDestroy returned. */
+uint32_t RTSync_Destroy(void);
+
+/* Takes rtsync_mutex, waiting without limit. Returns: 0 held by the caller; 3 not taken. */
+uint32_t RTSync_LockGlobalStatus(void);
+
+/* Releases rtsync_mutex. Returns: what SMMutexUnLock returned, 0 released. */
+uint32_t RTSync_UnLockGlobalStatus(void);
+
+/*
+ * Copies the global status. Returns: 0; 2 out is null.
+ * Locks: the caller holds rtsync_mutex (RTSync_LockGlobalStatus); a change is lock, get, set, unlock.
+ */
+uint32_t RTSync_GetGlobalStatus(RTSyncGlobalStatus *out);
+
+/* Writes flags (16 bits), phase, poll and both times. Returns: 0. Locks: the caller holds rtsync_mutex. */
+uint32_t RTSync_SetGlobalStatus(RTSyncGlobalStatus status);
+
+/*
+ * Writes poll and both times of status; flags and phase stay.
+ * Returns: 0; 1 lock not taken. Locks: takes rtsync_mutex itself, never call it holding that.
+ */
+uint32_t RTSync_SetGlobalPoll(RTSyncGlobalStatus status);
+
+/* Sets both times to now; the argument is ignored. Returns and Locks: as RTSync_SetGlobalPoll. */
+uint32_t RTSync_updateGlobalPoll(RTSyncGlobalStatus status);
+
+/* ---- Worker thread --------------------------------------------------------------------------------------------- */
+
+/*
+ * Starts start_routine(arg) on a detached thread of RTSYNC_THREAD_STACK_BYTES of stack; its result is dropped.
+ * Returns: 1 started, 0 not started: the one function of the library with this sense.
+ */
+uint32_t RTSync_FFThreadStart(void *(*start_routine)(void *), void *arg);
+
+/* ---- Reset states of the KRON controllers ------------------------------------------------------------------------ */
+
+/* Creates rtraid_kron_state_mutex and empties the table. Returns: 0; 1 no mutex, the table unchanged. */
+uint32_t RTSync_KronStateInit(void);
+
+/*
+ * Stores the reset state of a controller, taking a free entry for a new one; a thirteenth is dropped in silence.
+ * Returns: 0; 1 no table or no lock. Locks: takes rtraid_kron_state_mutex.
+ */
+uint32_t RTSync_SetKronStatus(uint8_t u8EID, uint8_t u8Status);
+
+/*
+ * Reads the reset state of a controller.
+ * u8EID: endpoint id, 0 to 254; 255 is never found. pu8Status: the state, or 0 if the EID is unknown.
+ * Returns: 0 found; RTSYNC_EID_UNKNOWN; 1 no table or no lock, *pu8Status unchanged; 2 pu8Status is null.
+ * Locks: takes rtraid_kron_state_mutex.
+ */
+uint32_t RTSync_GetKronStatus(uint8_t u8EID, uint8_t *pu8Status);
+
+/* Ends rtraid_kron_state_mutex; the table keeps its contents. */
+void RTSync_KronStateDestroy(void);
+
+/* ---- Re-inventory flag ------------------------------------------------------------------------------------------- */
+
+/* Creates gKronReinventoryThread_mutex. Returns: 0; 1 no mutex. */
+uint32_t rtraid_KRONInventoryThreadHandlerMutexInit(void);
+
+/* Ends gKronReinventoryThread_mutex. Returns: 0, also if there is none; else what SMMutexDestroy returned. */
+uint32_t rtraid_KRONInventoryThreadHandlerMutexDestroy(void);
+
+/*
+ * Reads whether the KRON re-inventory thread runs: *pu8Flag 0 or 1.
+ * Returns: 0; 1 no mutex or no lock, *pu8Flag unchanged; 2 pu8Flag is null. Locks: takes gKronReinventoryThread_mutex.
+ */
+uint32_t rtraid_GetKRONInventoryThreadFlag(uint8_t *pu8Flag);
+
+/*
+ * Stores 0 or 1; a greater value is refused in the log only.
+ * Returns: 0, also for a refused value; 1 no lock. Locks: takes gKronReinventoryThread_mutex.
+ */
+uint32_t rtraid_SetKRONInventoryThreadFlag(uint32_t u32Value);
+
+#pragma GCC visibility pop
+#ifdef __cplusplus
+}
+#endif
+#endif /* VEXUTILS_RT_SYNC_H */

@@ -1,0 +1,39 @@
+// State of the trace log, and the paths of the files that switch behaviour. Constant-initialised:
+// the log is usable from other libraries' constructors.
+#ifndef VEXUTILS_VEXEL_VEXEL_STATE_H
+#define VEXUTILS_VEXEL_VEXEL_STATE_H
+
+#include <atomic>
+#include <cstdint>
+
+namespace vexutils {
+
+enum class LogInit : std::uint8_t { None = 0, NoFile = 1, Done = 4 };
+enum class LogFile : std::uint32_t { NotChecked = 0, Disabled = 1, Enabled = 2 };
+
+struct LogState {
+    std::atomic<LogInit> init{LogInit::None};
+    std::atomic<LogFile> file{LogFile::NotChecked};
+    std::uint32_t depth = 0;  // lines in the file; guarded by logmutex
+};
+extern constinit LogState log_state;
+
+// A service engineer creates these files on the controller's persistent flash; only tests point
+// them elsewhere.
+struct FlagPaths {
+    const char* log_disabled = "/flash/data0/oem_ps/vexel_log_disabled";
+    const char* hba_disabled = "/flash/data0/oem_ps/vexel_sashba_disabled";
+    const char* tavi_disabled = "/flash/data0/oem_ps/vexel_tavi_disabled";
+    const char* tavi_poll = "/flash/data0/oem_ps/vexel_tavi_poll";
+    const char* disk_thermal_disabled = "/flash/data0/oem_ps/pdthermaldisabled";
+    const char* dump_request = "/tmp/rtdump";
+    const char* cache_dump = "/tmp/vexel_cache.log";
+};
+extern constinit FlagPaths flag_paths;
+
+// Whether a file exists, as stat sees it.
+bool file_exists(const char* path);
+
+}  // namespace vexutils
+
+#endif  // VEXUTILS_VEXEL_VEXEL_STATE_H
