@@ -1,0 +1,230 @@
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/ipmi.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+/* An answer of the peer: network function << 2, command, completion code, data. */
+struct Answer {
+    Bytes bytes;
+    uint8_t sequence_error = 0;  // added to the request's sequence number
+    uint8_t checksum_error = 0;
+};
+
+/* A loopback peer that plays one script per connection: it reads one request, then sends the
+ * answers. */
+class Peer {
+  public:
+    struct Script {
+        bool close_at_once = false;
+        std::vector<Answer> answers = {};
+        bool then_close = false;
+    };
+
+    explicit Peer(std::vector<Script> scripts) : scripts_(std::move(scripts)) {
+        listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr*>(&address), size), 0);
+        EXPECT_EQ(listen(listener_, 4), 0);
+        getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
+        endpoint_ = "tcp:127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+        thread_ = std::thread{[this] { serve(); }};
+    }
+    ~Peer() {
+        shutdown(listener_, SHUT_RDWR);
+        thread_.join();
+        close(listener_);
+    }
+
+    const std::string& endpoint() const { return endpoint_; }
+    /* The last request as it came over the wire, without its sequence number and checksum. Valid
+     * after the exchange. */
+    const Bytes& request() const { return request_; }
+    uint8_t checksum_of_request() const { return checksum_; }
+
+  private:
+    void serve() {
+        for (const Script& script : scripts_) {
+            const int fd = accept(listener_, nullptr, nullptr);
+            if (fd < 0) {
+                return;
+            }
+            if (!script.close_at_once) {
+                play(fd, script);
+            }
+            close(fd);
+        }
+    }
+    void play(int fd, const Script& script) {
+        Bytes message;
+        uint8_t byte = 0;
+        bool escaped = false;
+        while (recv(fd, &byte, 1, 0) == 1 && byte != 0xA0) {
+            if (escaped || byte != 0xAA) {
+                message.push_back(escaped ? static_cast<uint8_t>(byte & ~0x10) : byte);
+            }
+            escaped = !escaped && byte == 0xAA;
+        }
+        if (message.size() < 4) {
+            return;
+        }
+        checksum_ = sum(message);
+        request_.assign(message.begin() + 1, message.end() - 1);
+        for (const Answer& answer : script.answers) {
+            send_answer(fd, answer, message[0]);
+        }
+        while (!script.then_close && recv(fd, &byte, 1, 0) == 1) {
+        }
+    }
+    static void send_answer(int fd, const Answer& answer, uint8_t sequence) {
+        Bytes message{static_cast<uint8_t>(sequence + answer.sequence_error)};
+        message.insert(message.end(), answer.bytes.begin(), answer.bytes.end());
+        message.push_back(static_cast<uint8_t>(answer.checksum_error - sum(message)));
+        Bytes frame;
+        for (const uint8_t b : message) {
+            if (b == 0xA0 || b == 0xA1 || b == 0xAA) {
+                frame.insert(frame.end(), {0xAA, static_cast<uint8_t>(b | 0x10)});
+            } else {
+                frame.push_back(b);
+            }
+        }
+        frame.push_back(0xA0);
+        send(fd, frame.data(), frame.size(), MSG_NOSIGNAL);
+    }
+    static uint8_t sum(const Bytes& bytes) {
+        unsigned total = 0;
+        for (const uint8_t b : bytes) {
+            total += b;
+        }
+        return static_cast<uint8_t>(total);
+    }
+
+    std::vector<Script> scripts_;
+    int listener_;
+    std::string endpoint_;
+    std::thread thread_;
+    Bytes request_;
+    uint8_t checksum_ = 0xEE;
+};
+
+class LinuxIpmi : public testing::Test {
+  protected:
+    void SetUp() override { setenv("VEX_IPMI_TIMEOUT_MS", "2000", 1); }
+    void TearDown() override {
+        unsetenv("VEX_IPMI");
+        unsetenv("VEX_IPMI_TIMEOUT_MS");
+    }
+    int identify(const std::string& endpoint) {
+        setenv("VEX_IPMI", endpoint.c_str(), 1);
+        const uint8_t request[] = {0x00, 0x14, 0x0E, 0x00, 0x00, 0x00, 0x0E, 0x00, 2, 5,
+                                   8,    0,    0,    0,    0,    0,    0,    0,    0, 0};
+        length = room;
+        return IPMI_DoIPMICmd(0x30, 0xD5, request, sizeof request, response, &length);
+    }
+
+    uint32_t room = 0;
+    uint32_t length = 0;
+    uint8_t response[16] = {};
+};
+
+const Answer kDone = {{0xC4, 0xD5, 0x00}};
+
+TEST_F(LinuxIpmi, SendsTheRequestAndTakesTheMatchingAnswer) {
+    const Answer special = {{0xC4, 0xD5, 0x00, 0xA0, 0xA1, 0xAA}};
+    Answer longer = kDone;
+    longer.bytes.insert(longer.bytes.end(), 20, 0x01);
+    const struct {
+        const char* what;
+        std::vector<Answer> answers;
+        uint32_t room;
+        int completion;
+        Bytes data;
+    } rows[] = {
+        {"success", {kDone}, 0, 0, {}},
+        {"no such command", {{{0xC4, 0xD5, 0xC1}}}, 0, 0xC1, {}},
+        {"escaped bytes", {special}, 0, 0, {0xA0, 0xA1, 0xAA}},
+        {"room 0 counts as 10", {longer}, 0, 0, Bytes(10, 1)},
+        {"more than the room", {longer}, 3, 0, Bytes(3, 1)},
+        {"an answer to another command first", {{{0xC4, 0xD4, 0xC0}}, kDone}, 0, 0, {}},
+        {"an answer to another request first", {{{0xC4, 0xD5, 0xC0}, 1}, kDone}, 0, 0, {}},
+        {"an answer of another function first", {{{0xC0, 0xD5, 0xC0}}, kDone}, 0, 0, {}},
+        {"a damaged answer first", {{{0xC4, 0xD5, 0xC1}, 0, 1}, kDone}, 0, 0, {}},
+        {"a short answer first", {{{0xC4, 0xD5}}, kDone}, 0, 0, {}},
+    };
+    const Bytes wire = {0xC0, 0xD5, 0x00, 0x14, 0x0E, 0x00, 0x00, 0x00, 0x0E, 0x00, 2,
+                        5,    8,    0,    0,    0,    0,    0,    0,    0,    0,    0};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        Peer peer{{{.answers = row.answers}}};
+        room = row.room;
+        EXPECT_EQ(identify(peer.endpoint()), row.completion);
+        EXPECT_EQ(Bytes(response, response + length), row.data);
+        EXPECT_EQ(peer.request(), wire);
+        EXPECT_EQ(peer.checksum_of_request(), 0);
+    }
+}
+
+TEST_F(LinuxIpmi, TriesAgainWhileThePeerServesAnother) {
+    Peer peer{{{.close_at_once = true}, {.close_at_once = true}, {.answers = {kDone}}}};
+    EXPECT_EQ(identify(peer.endpoint()), 0);
+}
+
+TEST_F(LinuxIpmi, EndsEveryFailureWithACompletionCodeInTime) {
+    setenv("VEX_IPMI_TIMEOUT_MS", "200", 1);
+    const Answer endless = {Bytes(5000, 0x55)};
+    Peer silent{{{}}};
+    Peer stranger{{{.answers = {{{0xC4, 0xD5, 0x00}, 1}}}}};
+    Peer babble{{{.answers = {endless, endless}}}};
+    Peer quitter{{{.answers = {{{0xC4}}}, .then_close = true}}};
+    const struct {
+        const char* what;
+        std::string target;
+        int completion;
+    } rows[] = {
+        {"switched off", "none", 0xFF},
+        {"no such mode", "serial:1", 0xFF},
+        {"a name that would have to be looked up", "tcp:bmc.example:623", 0xFF},
+        {"no port", "tcp:127.0.0.1", 0xFF},
+        {"no such device", "device:/nonexistent/ipmi0", 0xFF},
+        {"a device that speaks no IPMI", "device:/dev/null", 0xFF},
+        {"nobody listens", "tcp:127.0.0.1:1", 0xFF},
+        {"silence", silent.endpoint(), 0xC3},
+        {"only answers to others", stranger.endpoint(), 0xC3},
+        {"babble without end", babble.endpoint(), 0xC3},
+        {"closed in the middle", quitter.endpoint(), 0xFF},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(identify(row.target), row.completion);
+        EXPECT_EQ(length, 0u);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds{2});
+    }
+}
+
+TEST_F(LinuxIpmi, RefusesBadArgumentsBeforeAnyExchange) {
+    setenv("VEX_IPMI", "none", 1);
+    const uint8_t data[256] = {};
+    length = 10;
+    EXPECT_EQ(IPMI_DoIPMICmd(0x30, 0xD5, data, 256, response, &length), 0xC7);
+    EXPECT_EQ(IPMI_DoIPMICmd(0x30, 0xD5, nullptr, 1, response, &length), 0xCC);
+    EXPECT_EQ(IPMI_DoIPMICmd(0x40, 0xD5, data, 1, response, &length), 0xCC);
+    EXPECT_EQ(IPMI_DoIPMICmd(0x30, 0xD5, nullptr, 0, nullptr, nullptr), 0xFF);
+}
+
+}  // namespace
