@@ -7,7 +7,7 @@
 #include <sstream>
 
 #include "vexel.h"
-#include "vexel/vexel_state.h"
+#include "internal/vexel_state.h"
 
 PlatformTest::PlatformTest() {
     platform.reset();

@@ -11,7 +11,7 @@
 
 #include "internal/log.h"
 #include "vexel.h"
-#include "vexel/vexel_state.h"
+#include "internal/vexel_state.h"
 
 const char* pRTLogPath = "/var/log/vexel.log";
 const char* pRTBakLogPath = "/var/log/vexel.log.bak";

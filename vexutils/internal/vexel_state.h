@@ -1,7 +1,7 @@
 // State of the trace log, and the paths of the files that switch behaviour. Constant-initialised:
 // the log is usable from other libraries' constructors.
-#ifndef VEXUTILS_VEXEL_VEXEL_STATE_H
-#define VEXUTILS_VEXEL_VEXEL_STATE_H
+#ifndef VEXUTILS_INTERNAL_VEXEL_STATE_H
+#define VEXUTILS_INTERNAL_VEXEL_STATE_H
 
 #include <atomic>
 #include <cstdint>
@@ -36,4 +36,4 @@ bool file_exists(const char* path);
 
 }  // namespace vexutils
 
-#endif  // VEXUTILS_VEXEL_VEXEL_STATE_H
+#endif  // VEXUTILS_INTERNAL_VEXEL_STATE_H
