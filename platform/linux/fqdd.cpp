@@ -74,8 +74,10 @@ struct Numbers {
     size_t count = 0;
 };
 
-/* Takes a number off the front of text. Returns: its digits, empty if there is none or it is no
- * canonical one. */
+/*
+ * Takes a number off the front of text.
+ * Returns: its digits, empty if there is none or it is no canonical one.
+ */
 std::string_view take_number(std::string_view& text) {
     const std::string_view digits = text.substr(0, text.find_first_not_of("0123456789"));
     if (digits.size() > kMaxNumberDigits || (digits.size() > 1 && digits.front() == '0')) {

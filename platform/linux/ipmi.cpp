@@ -47,8 +47,10 @@ int send_to_device(int fd, const IpmiRequest& request, long id) {
     return ioctl(fd, IPMICTL_SEND_COMMAND, &message) == 0 ? 0 : errno;
 }
 
-/* Takes one message from the driver. Returns: its bytes if it answers the request of this id, none
- * otherwise. */
+/*
+ * Takes one message from the driver.
+ * Returns: its bytes if it answers the request of this id, none otherwise.
+ */
 std::optional<IpmiResponse> receive_from_device(int fd, long id) {
     unsigned char data[IPMI_MAX_MSG_LENGTH] = {};
     ipmi_addr address{};

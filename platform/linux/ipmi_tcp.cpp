@@ -30,8 +30,10 @@ constexpr auto kRetryPause = std::chrono::milliseconds{10};
 
 using AddressList = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
 
-/* Splits "HOST:PORT" at the last colon and takes IPv6 brackets off. Returns: null if that gives no
- * numeric address. */
+/*
+ * Splits "HOST:PORT" at the last colon and takes IPv6 brackets off.
+ * Returns: null if that gives no numeric address.
+ */
 AddressList resolve(const std::string& endpoint) {
     const size_t colon = endpoint.rfind(':');
     if (colon == std::string::npos) {
@@ -64,8 +66,10 @@ bool wait_for(int fd, short events, const Deadline& deadline) {
     return false;
 }
 
-/* Connects without blocking beyond the deadline. Returns: none with errno set (ETIMEDOUT at the
- * deadline). */
+/*
+ * Connects without blocking beyond the deadline.
+ * Returns: none with errno set (ETIMEDOUT at the deadline).
+ */
 UniqueFd connect_to(const addrinfo& address, const Deadline& deadline) {
     UniqueFd fd{socket(address.ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)};
     if (!fd) {
@@ -167,8 +171,10 @@ int send_frame(int fd, const Bytes& frame, const Deadline& deadline) {
     return 0;
 }
 
-/* One attempt. Returns: none if the peer closed without a word: it serves somebody else and took
- * nothing. */
+/*
+ * One attempt.
+ * Returns: none if the peer closed without a word: it serves somebody else and took nothing.
+ */
 std::optional<IpmiResponse> attempt(const addrinfo& address, uint8_t sequence,
                                     const IpmiRequest& request, const Deadline& deadline) {
     const UniqueFd fd = connect_to(address, deadline);

@@ -67,22 +67,29 @@ bool env_flag(const char* name);
  */
 uint64_t env_number(const char* name, uint64_t low, uint64_t high, uint64_t fallback);
 
-/* A decimal number that fills the whole text. Returns: none for an empty text, other characters or
- * more than 64 bits. */
+/*
+ * A decimal number that fills the whole text.
+ * Returns: none for an empty text, other characters or more than 64 bits.
+ */
 std::optional<uint64_t> parse_number(const std::string& text);
 
 /*
  * Opens a regular file for this service alone: never through a link, never inherited by a new
- * program. Returns: the descriptor; none with errno set (EINVAL: not a regular file).
+ * program.
+ * Returns: the descriptor; none with errno set (EINVAL: not a regular file).
  */
 UniqueFd open_regular(const std::string& path, int flags, unsigned mode);
 
-/* Writes all of text in one call. Returns: 0, else an errno value (ENOSPC when only a part was
- * written). */
+/*
+ * Writes all of text in one call.
+ * Returns: 0, else an errno value (ENOSPC when only a part was written).
+ */
 int write_whole(int fd, const std::string& text);
 
-/* The whole content of a regular file, at most limit bytes. Returns: none with errno set (EFBIG:
- * longer). */
+/*
+ * The whole content of a regular file, at most limit bytes.
+ * Returns: none with errno set (EFBIG: longer).
+ */
 std::optional<std::string> read_file(const std::string& path, uint64_t limit);
 
 /*

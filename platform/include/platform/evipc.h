@@ -2,7 +2,8 @@
  * evipc.h - the event IPC library: submissions to the system event log.
  *
  * An implementer promises: a submission that returned 0 is on record, whatever happens to either process afterwards; any
- * thread may call. Results are 0 for success and negative otherwise.
+ * thread may call. Results are 0 for success and negative otherwise (the Linux platform: an errno value, negated). A
+ * call may block while another process writes, for seconds at most.
  */
 #ifndef PLATFORM_EVIPC_H
 #define PLATFORM_EVIPC_H
@@ -22,14 +23,18 @@ enum {
 /*
  * Packs message arguments into one buffer.
  * strings: count texts, none null. buffer: *size bytes. size: in the room, out the bytes used; not null.
- * Returns: 0 packed; negative if they do not fit or an argument is null: *size unchanged.
+ * Returns: 0 packed; negative if they do not fit or an argument is null: *size unchanged, the buffer's content undefined.
+ * How they are packed is the implementer's own; it fits a TLV of type EVIPC_TLV_MESSAGE_ARGUMENTS.
  */
 int32_t EVIPCLBuildMsgArgsBuffer(const char *const *strings, uint8_t count, char *buffer, uint32_t *size);
 
 /* Makes an empty TLV list in *list. Returns: 0; negative without memory: *list null. Owns: the caller, EVIPCLFreeTLVList. */
 int32_t EVIPCLCreateTLVList(void **list);
 
-/* Appends a copy of size bytes at value. Returns: 0; negative: list unchanged. */
+/*
+ * Appends a copy of size bytes at value, which may be null if that is 0. list: not null.
+ * Returns: 0; negative without memory, for a null argument or a full list (at least 16 fit): list unchanged.
+ */
 int32_t EVIPCLAddTLVToList(uint32_t type, uint16_t size, const void *value, void *list);
 
 /* Frees a list; null is allowed. Returns: 0. */
@@ -37,8 +42,8 @@ int32_t EVIPCLFreeTLVList(void *list);
 
 /*
  * Submits one alert.
- * c4, c2: fixed codes of the sender. severity: 1 to 3. messageId: registry id such as "CTL140", not null. zero: 0.
- * fqdd: device, may be null. list: TLVs, may be null; stays the caller's.
+ * c4, c2: fixed codes of the sender. severity: 1 to 3. messageId: registry id such as "CTL140", at most 63 characters, not
+ * null or empty. zero: 0. fqdd: device, at most 255 characters, may be null. list: TLVs, may be null; stays the caller's.
  * Returns: 0 on record; any other value not recorded.
  */
 int32_t EVIPCLSubmitEvent(uint32_t c4, uint32_t c2, uint32_t severity, const char *messageId, uint32_t zero,
