@@ -1,5 +1,4 @@
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,8 +9,8 @@
 #include <string_view>
 
 #include "internal/log.h"
-#include "vexel.h"
 #include "internal/vexel_state.h"
+#include "vexel.h"
 
 const char* pRTLogPath = "/var/log/vexel.log";
 const char* pRTBakLogPath = "/var/log/vexel.log.bak";
@@ -22,12 +21,6 @@ const char* pMUtexName = "VEXEL";
 namespace vexutils {
 
 constinit LogState log_state;
-constinit FlagPaths flag_paths;
-
-bool file_exists(const char* path) {
-    struct stat status;
-    return stat(path, &status) == 0;
-}
 
 namespace {
 
@@ -37,27 +30,32 @@ constexpr mode_t kLogFileMode = 0644;
 
 pthread_mutexattr_t log_mutex_attributes;
 
-// Holds logmutex. A thread cancelled while it holds the lock would silence the log for good, so it
-// cannot be.
+// A thread cancelled while it holds logmutex would silence the log for good, so it cannot be.
+class CancellationOff {
+  public:
+    CancellationOff() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
+    ~CancellationOff() { pthread_setcancelstate(before_, nullptr); }
+    CancellationOff(const CancellationOff&) = delete;
+    CancellationOff& operator=(const CancellationOff&) = delete;
+
+  private:
+    int before_ = 0;
+};
+
 class LogMutexGuard {
   public:
-    LogMutexGuard() {
-        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancel_state_);
-        locked_ = pthread_mutex_lock(&logmutex) == 0;
-    }
+    LogMutexGuard() : locked_(pthread_mutex_lock(&logmutex) == 0) {}
     ~LogMutexGuard() {
         if (locked_) {
             pthread_mutex_unlock(&logmutex);
         }
-        pthread_setcancelstate(cancel_state_, nullptr);
     }
     LogMutexGuard(const LogMutexGuard&) = delete;
     LogMutexGuard& operator=(const LogMutexGuard&) = delete;
     explicit operator bool() const { return locked_; }
 
   private:
-    int cancel_state_ = 0;
-    bool locked_ = false;
+    bool locked_;
 };
 
 // The log file, open while this lives; no handle outlives a line.
@@ -67,14 +65,17 @@ class LogFileHandle {
         : descriptor_(open(pRTLogPath,
                            O_WRONLY | O_CREAT | O_CLOEXEC | O_APPEND | (afresh ? O_TRUNC : 0),
                            kLogFileMode)) {}
-    ~LogFileHandle() {
-        if (descriptor_ >= 0) {
-            close(descriptor_);
-        }
-    }
+    ~LogFileHandle() { close(); }
     LogFileHandle(const LogFileHandle&) = delete;
     LogFileHandle& operator=(const LogFileHandle&) = delete;
     explicit operator bool() const { return descriptor_ >= 0; }
+
+    void close() {
+        if (descriptor_ >= 0) {
+            ::close(descriptor_);
+            descriptor_ = -1;
+        }
+    }
 
     void write_all(std::string_view text) const {
         while (!text.empty()) {
@@ -117,28 +118,25 @@ char* put_two_digits(char* out, int value, char after) {
 class LogLine {
   public:
     LogLine(const char* function, const char* format, va_list arguments)
-        : function_(function), prefix_length_(kFixedPrefix + function_.size() + kAfterFunction) {
+        : function_(std::string_view{function}.substr(0, kLongestFunction)),
+          prefix_length_(kFixedPrefix + function_.size() + kAfterFunction) {
         va_list again;
         va_copy(again, arguments);
-        if (prefix_length_ < sizeof(stack_)) {
-            fit(std::vsnprintf(stack_ + prefix_length_, sizeof(stack_) - prefix_length_, format,
-                               arguments),
-                sizeof(stack_) - prefix_length_);
-        }
-        if (length_ == 0) {
-            format_on_heap(format, again);
+        const std::size_t room = sizeof(stack_) - prefix_length_;
+        const int written = std::vsnprintf(stack_ + prefix_length_, room, format, arguments);
+        if (written >= 0 && static_cast<std::size_t>(written) < room) {
+            length_ = prefix_length_ + static_cast<std::size_t>(written);
+        } else if (written < 0 ||
+                   !format_on_heap(static_cast<std::size_t>(written) + 1, format, again)) {
+            end_early(room);
         }
         va_end(again);
     }
 
     // Completes the prefix. The caller holds logmutex, which guards the time.
     std::string_view finish() {
-        char* out = line_;
-        if (length_ == 0) {
-            return {};
-        }
         const auto thread = static_cast<unsigned>(pthread_self());
-        out += std::snprintf(out, kFixedPrefix, "(T:%08X) ", thread);
+        char* out = line_ + std::snprintf(line_, kFixedPrefix, "(T:%08X) ", thread);
         const std::tm& now = local_time_now();
         out = put_two_digits(out, now.tm_mon + 1, '-');
         out = put_two_digits(out, now.tm_mday, ' ');
@@ -147,44 +145,38 @@ class LogLine {
         out = put_two_digits(out, now.tm_sec, ' ');
         *out++ = '[';
         std::memcpy(out, function_.data(), function_.size());
-        std::memcpy(out + function_.size(), "] ", 2);
+        std::memcpy(out + function_.size(), "] ", kAfterFunction);
         return {line_, length_};
     }
 
   private:
     static constexpr std::size_t kStackBytes = 1024;  // most lines; longer ones go to the heap
     static constexpr std::size_t kFixedPrefix = 13 + 15 + 1;  // thread, time, "["
-    static constexpr std::size_t kAfterFunction = 2;          // "] "
+    static constexpr std::size_t kLongestFunction = 256;
+    static constexpr std::size_t kAfterFunction = 2;  // "] "
 
-    // Takes over what vsnprintf wrote, if it wrote all of it.
-    void fit(int written, std::size_t room) {
-        if (written < 0) {  // unconvertible: keep what there is, and the line's end
-            line_[prefix_length_ + room - 1] = '\0';
-            char* message = line_ + prefix_length_;
-            const std::size_t kept = std::min(std::strlen(message), room - 2);
-            message[kept] = '\n';
-            written = static_cast<int>(kept + 1);
+    bool format_on_heap(std::size_t room, const char* format, va_list arguments) {
+        heap_ = make_owned<char>(prefix_length_ + room);
+        if (heap_ == nullptr) {
+            return false;
         }
-        if (static_cast<std::size_t>(written) < room) {
-            length_ = prefix_length_ + static_cast<std::size_t>(written);
-        } else {
-            needed_ = static_cast<std::size_t>(written) + 1;
-        }
+        line_ = heap_.get();
+        std::vsnprintf(line_ + prefix_length_, room, format, arguments);
+        length_ = prefix_length_ + std::strlen(line_ + prefix_length_);
+        return true;
     }
 
-    void format_on_heap(const char* format, va_list arguments) {
-        const std::size_t room = std::max(needed_, kStackBytes);
-        heap_ = make_owned<char>(prefix_length_ + room);
-        if (heap_ != nullptr) {
-            line_ = heap_.get();
-            fit(std::vsnprintf(line_ + prefix_length_, room, format, arguments), room);
-        }
+    // Without memory, or at text that cannot be converted: keeps what there is, and the line's end.
+    void end_early(std::size_t room) {
+        char* message = stack_ + prefix_length_;
+        const std::size_t kept = strnlen(message, room - 2);
+        message[kept] = '\n';
+        length_ = prefix_length_ + kept + 1;
     }
 
     std::string_view function_;
     std::size_t prefix_length_;
-    std::size_t needed_ = 0;
-    std::size_t length_ = 0;  // 0: no memory for the line
+    std::size_t length_ = 0;
     Owned<char> heap_;
     char stack_[kStackBytes];
     char* line_ = stack_;
@@ -227,6 +219,7 @@ void write_log_line(const char* function, const char* format, ...) {
     va_start(arguments, format);
     LogLine line{function, format, arguments};
     va_end(arguments);
+    const CancellationOff no_cancellation;
     const LogMutexGuard lock;
     if (!lock) {
         return;
@@ -312,7 +305,8 @@ int hexdump(const void* bytes, int length) {
         return 0;
     }
     const ErrnoKeeper keeper;
-    const LogFileHandle file{false};
+    const CancellationOff no_cancellation;
+    LogFileHandle file{false};
     const LogMutexGuard lock;
     if (!lock) {
         return 0;
@@ -329,5 +323,6 @@ int hexdump(const void* bytes, int length) {
         }
         zentprintf(static_cast<int>(Level::Trace), kLogModule, "%s", room);
     }
+    file.close();  // under the lock, like every write
     return 0;
 }
