@@ -1,0 +1,303 @@
+#include "rt_sync.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <cstring>
+#include <ctime>
+#include <future>
+
+#include "tests/support/platform_test.h"
+
+namespace {
+
+// The step of a thread's start that is to fail, and with what.
+enum class Step { None, AttrInit, StackSize, Create };
+Step failing_step = Step::None;
+constexpr int kStepError = 11;
+
+}  // namespace
+
+extern "C" {
+
+int __real_pthread_attr_init(pthread_attr_t* attributes);
+int __real_pthread_attr_setstacksize(pthread_attr_t* attributes, size_t size);
+int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                          void* (*start)(void*), void* argument);
+int __wrap_pthread_attr_init(pthread_attr_t* attributes);
+int __wrap_pthread_attr_setstacksize(pthread_attr_t* attributes, size_t size);
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                          void* (*start)(void*), void* argument);
+
+int __wrap_pthread_attr_init(pthread_attr_t* attributes) {
+    return failing_step == Step::AttrInit ? kStepError : __real_pthread_attr_init(attributes);
+}
+
+int __wrap_pthread_attr_setstacksize(pthread_attr_t* attributes, size_t size) {
+    return failing_step == Step::StackSize ? kStepError
+                                           : __real_pthread_attr_setstacksize(attributes, size);
+}
+
+int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
+                          void* (*start)(void*), void* argument) {
+    return failing_step == Step::Create
+               ? kStepError
+               : __real_pthread_create(thread, attributes, start, argument);
+}
+}
+
+namespace {
+
+class Sync : public PlatformTest {
+  protected:
+    void TearDown() override {
+        EXPECT_EQ(RTSync_Destroy(), 0u);
+        RTSync_KronStateDestroy();
+        EXPECT_EQ(rtraid_KRONInventoryThreadHandlerMutexDestroy(), 0u);
+        std::memset(&grtsync_Status, 0, sizeof(grtsync_Status));
+    }
+
+    void expect_status(const RTSyncGlobalStatus& expected) const {
+        EXPECT_EQ(std::memcmp(&grtsync_Status, &expected, sizeof(expected)), 0)
+            << grtsync_Status.flags << " " << grtsync_Status.rsvd2 << " " << grtsync_Status.phase
+            << " " << grtsync_Status.poll << " " << grtsync_Status.pollTimeA << " "
+            << grtsync_Status.pollTimeB;
+    }
+};
+
+constexpr RTSyncGlobalStatus kBefore{0x1111, 0x2222, 3, 4, 5, 6};
+constexpr RTSyncGlobalStatus kGiven{0xAAAA, 0xBBBB, 13, 14, 15, 16};
+
+TEST_F(Sync, EachFunctionWritesItsOwnFieldsOfTheStatus) {
+    ASSERT_EQ(RTSync_Init(), 0u);
+    const struct {
+        const char* what;
+        uint32_t (*call)();
+        RTSyncGlobalStatus after;
+    } rows[] = {
+        {"set", [] { return RTSync_SetGlobalStatus(kGiven); }, {0xAAAA, 0x2222, 13, 14, 15, 16}},
+        {"poll", [] { return RTSync_SetGlobalPoll(kGiven); }, {0x1111, 0x2222, 3, 14, 15, 16}},
+        {"reset", [] { return RTSync_Reset(); }, kBefore},
+        {"destroy", [] { return RTSync_Destroy(); }, kBefore},
+        {"a second destroy", [] { return RTSync_Destroy(); }, kBefore},
+        {"init", [] { return RTSync_Init(); }, {0, 0x2222, 0, 4, 5, 6}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        grtsync_Status = kBefore;
+        EXPECT_EQ(row.call(), 0u);
+        expect_status(row.after);
+    }
+    RTSyncGlobalStatus copy = kGiven;
+    EXPECT_EQ(RTSync_GetGlobalStatus(&copy), 0u);
+    expect_status(copy);
+    EXPECT_EQ(RTSync_GetGlobalStatus(nullptr), 2u);
+}
+
+TEST_F(Sync, BothPollTimesBecomeNow) {
+    ASSERT_EQ(RTSync_Init(), 0u);
+    grtsync_Status = kBefore;
+    const auto before = static_cast<uint32_t>(std::time(nullptr));
+    EXPECT_EQ(RTSync_updateGlobalPoll(kGiven), 0u);
+    const auto after = static_cast<uint32_t>(std::time(nullptr));
+    const uint32_t now = grtsync_Status.pollTimeA;
+    EXPECT_TRUE(now == before || now == after);
+    expect_status({0x1111, 0x2222, 3, 4, now, now});
+}
+
+TEST_F(Sync, TheStatusLockIsTheCallers) {
+    ASSERT_EQ(RTSync_Init(), 0u);
+    EXPECT_EQ(RTSync_LockGlobalStatus(), 0u);
+    EXPECT_EQ(platform.locks_held(), 1);
+    EXPECT_EQ(RTSync_SetGlobalStatus(kGiven), 0u);
+    EXPECT_EQ(RTSync_UnLockGlobalStatus(), 0u);
+    EXPECT_EQ(platform.locks_held(), 0);
+    EXPECT_NE(RTSync_UnLockGlobalStatus(), 0u) << "not held: the platform's answer comes through";
+    EXPECT_TRUE(platform.lines().empty());
+}
+
+TEST_F(Sync, FailedLocksAreLoggedAndChangeNothing) {
+    static uint8_t out;
+    const struct {
+        const char* function;
+        const char* text;  // in front of the function's name
+        uint32_t (*call)();
+        uint32_t result;
+        bool needs_mutex;  // without one: no line
+    } rows[] = {
+        {"RTSync_LockGlobalStatus", "<-- err mutex fail", RTSync_LockGlobalStatus, 3, false},
+        {"RTSync_SetGlobalPoll", "<-- err mutex fail", [] { return RTSync_SetGlobalPoll(kGiven); },
+         1, false},
+        {"RTSync_updateGlobalPoll", "<-- err mutex fail",
+         [] { return RTSync_updateGlobalPoll(kGiven); }, 1, false},
+        {"RTSync_SetKronStatus", "<-- err mutex fail", [] { return RTSync_SetKronStatus(1, 2); }, 1,
+         true},
+        {"RTSync_GetKronStatus", "<-- err mutex fail", [] { return RTSync_GetKronStatus(1, &out); },
+         1, true},
+        {"rtraid_GetKRONInventoryThreadFlag", "<-- err gKronReinventoryThread_mutex mutex fail ",
+         [] { return rtraid_GetKRONInventoryThreadFlag(&out); }, 1, true},
+        {"rtraid_SetKRONInventoryThreadFlag", "<-- err gKronReinventoryThread_mutex mutex fail ",
+         [] { return rtraid_SetKRONInventoryThreadFlag(1); }, 1, false},
+    };
+    for (const bool created : {false, true}) {
+        if (created) {
+            ASSERT_EQ(RTSync_Init(), 0u);
+            ASSERT_EQ(RTSync_KronStateInit(), 0u);
+            ASSERT_EQ(rtraid_KRONInventoryThreadHandlerMutexInit(), 0u);
+        }
+        for (const auto& row : rows) {
+            SCOPED_TRACE(std::string{row.function} + (created ? "" : ", no mutex"));
+            platform.clear_lines();
+            platform.fail(fake::Place::Lock);
+            grtsync_Status = kBefore;
+            out = 0xEE;
+            EXPECT_EQ(row.call(), row.result);
+            const bool line = created || !row.needs_mutex;
+            EXPECT_EQ(platform.lines().size(), line ? 1u : 0u);
+            EXPECT_EQ(logged(1, std::string{row.text} + row.function), line);
+            expect_status(kBefore);
+            EXPECT_EQ(out, 0xEE);
+            EXPECT_EQ(gKRONReInventoryThreadRunning, 0);
+        }
+    }
+    platform.no_faults();
+    EXPECT_EQ(RTSync_GetKronStatus(1, &out), 255u) << "the failed set stored nothing";
+}
+
+TEST_F(Sync, WithoutAMutexInitSaysSoAndLeavesTheStateAlone) {
+    const struct {
+        uint32_t (*call)();
+        const char* line;
+    } rows[] = {
+        {RTSync_Init, "<-- RTSync_Init failed to create mutex"},
+        {RTSync_Reset, "<-- RTSync_Reset failed to create mutex"},
+        {RTSync_KronStateInit, "<-- RTSync_KronStateInit failed to create mutex"},
+        {rtraid_KRONInventoryThreadHandlerMutexInit,
+         "<-- rtraid_KRONInventoryThreadHandlerMutexInit failed to create KRON Reinventory Thread "
+         "mutex"},
+    };
+    grtsync_Status = kBefore;
+    gKRONState[0] = {9, 8, {}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        platform.fail(fake::Place::MutexCreate);
+        EXPECT_EQ(row.call(), 1u);
+        EXPECT_TRUE(logged(1, row.line));
+        expect_status(kBefore);
+        EXPECT_EQ(gKRONState[0].eid, 9);
+    }
+}
+
+TEST_F(Sync, KeepsOneEntryPerControllerAndDropsTheThirteenth) {
+    ASSERT_EQ(RTSync_KronStateInit(), 0u);
+    for (uint8_t eid = 1; eid <= RTSYNC_KRON_ENTRIES + 1; ++eid) {
+        EXPECT_EQ(RTSync_SetKronStatus(eid, 0x10), 0u);
+    }
+    EXPECT_EQ(RTSync_SetKronStatus(2, 0x22), 0u);
+    const struct {
+        const char* what;
+        uint8_t eid;
+        uint32_t result;
+        uint8_t status;
+    } rows[] = {
+        {"first entry", 1, 0, 0x10},
+        {"a second report replaces the first", 2, 0, 0x22},
+        {"last entry", 12, 0, 0x10},
+        {"table full, dropped in silence", 13, RTSYNC_EID_UNKNOWN, 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        uint8_t status = 0xEE;
+        EXPECT_EQ(RTSync_GetKronStatus(row.eid, &status), row.result);
+        EXPECT_EQ(status, row.status);
+    }
+    EXPECT_EQ(RTSync_GetKronStatus(1, nullptr), 2u);
+    EXPECT_TRUE(platform.lines().empty());
+
+    RTSync_KronStateDestroy();
+    EXPECT_EQ(gKRONState[1].status, 0x22) << "the table outlives its mutex";
+    ASSERT_EQ(RTSync_KronStateInit(), 0u);
+    EXPECT_EQ(gKRONState[1].eid, 0xFF);
+    EXPECT_EQ(gKRONState[1].status, 0);
+}
+
+TEST_F(Sync, TheFreeMarkerIsNoController) {
+    ASSERT_EQ(RTSync_KronStateInit(), 0u);
+    EXPECT_EQ(RTSync_SetKronStatus(0xFF, 0x33), 0u);
+    uint8_t status = 0xEE;
+    EXPECT_EQ(RTSync_GetKronStatus(0xFF, &status), 255u);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(RTSync_SetKronStatus(4, 0x44), 0u);
+    EXPECT_EQ(gKRONState[0].eid, 4) << "its entry stayed free";
+}
+
+TEST_F(Sync, TheReinventoryFlagIsZeroOrOne) {
+    ASSERT_EQ(rtraid_KRONInventoryThreadHandlerMutexInit(), 0u);
+    const struct {
+        uint32_t value;
+        uint8_t after;
+        bool refused;
+    } rows[] = {{1, 1, false}, {2, 1, true}, {0x100, 1, true}, {0, 0, false}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.value);
+        platform.clear_lines();
+        EXPECT_EQ(rtraid_SetKRONInventoryThreadFlag(row.value), 0u);
+        uint8_t flag = 0xEE;
+        EXPECT_EQ(rtraid_GetKRONInventoryThreadFlag(&flag), 0u);
+        EXPECT_EQ(flag, row.after);
+        std::vector<std::string> lines{
+            "Setting flag " + std::to_string(row.value) + " rtraid_SetKRONInventoryThreadFlag",
+            "Flag read " + std::to_string(row.after) + " rtraid_GetKRONInventoryThreadFlag"};
+        if (row.refused) {
+            lines.insert(lines.begin() + 1,
+                         "<-- Trying to set invalid value..BUGrtraid_SetKRONInventoryThreadFlag");
+        }
+        EXPECT_EQ(platform.messages(1), lines);
+    }
+    EXPECT_EQ(rtraid_GetKRONInventoryThreadFlag(nullptr), 2u);
+}
+
+struct Seen {
+    void* argument;
+    bool detached;
+    std::size_t stack;
+};
+std::promise<Seen> seen;
+
+void* look_around(void* argument) {
+    pthread_attr_t attributes;
+    pthread_getattr_np(pthread_self(), &attributes);
+    int state = 0;
+    std::size_t stack = 0;
+    pthread_attr_getdetachstate(&attributes, &state);
+    pthread_attr_getstacksize(&attributes, &stack);
+    pthread_attr_destroy(&attributes);
+    seen.set_value({argument, state == PTHREAD_CREATE_DETACHED, stack});
+    return nullptr;
+}
+
+TEST_F(Sync, WorkersRunDetachedOnASmallStack) {
+    seen = {};
+    int argument = 0;
+    EXPECT_EQ(RTSync_FFThreadStart(look_around, &argument), 1u);
+    const Seen result = seen.get_future().get();
+    EXPECT_EQ(result.argument, &argument);
+    EXPECT_TRUE(result.detached);
+    EXPECT_GE(result.stack, 102400u);
+    EXPECT_LT(result.stack, 2 * 102400u) << "not the default of megabytes";
+}
+
+TEST_F(Sync, AWorkerThatCannotStartIsZero) {
+    for (const Step step : {Step::AttrInit, Step::StackSize, Step::Create}) {
+        SCOPED_TRACE(static_cast<int>(step));
+        platform.clear_lines();
+        failing_step = step;
+        EXPECT_EQ(RTSync_FFThreadStart(look_around, nullptr), 0u);
+        failing_step = Step::None;
+        EXPECT_EQ(platform.messages(1),
+                  std::vector<std::string>{"<-- err pthreadRTSync_FFThreadStart 11"});
+    }
+}
+
+}  // namespace
