@@ -203,7 +203,111 @@ typedef struct StorageObjectRecord {
         uint8_t raw[488]; /* ILP32: all other bytes of a kind without named fields */
     } body;
 } StorageObjectRecord;
+
+/* Key of an adapter: flat, no owned pointers. */
+typedef struct AdapterKeyRecord {
+    uint8_t key[256];
+    uint8_t rsvd256[33];
+    uint16_t value289;
+    uint8_t rsvd291;
+} AdapterKeyRecord;
+static_assert(sizeof(AdapterKeyRecord) == 292, "layout shared with VEXEL");
+static_assert(offsetof(AdapterKeyRecord, value289) == 289, "layout shared with VEXEL");
+
+/* What DupPCIeSSDAdapter makes the record of a PCIe SSD "adapter" from. */
+typedef struct PCIeSSDAdapterNames {
+    wchar_t *name; /* may be null */
+    wchar_t *FQDD; /* may be null */
+} PCIeSSDAdapterNames;
 #pragma pack(pop)
+
+/* ---- Deep copies --------------------------------------------------------------------------------------------------- */
+
+/*
+ * All of them: src is only read and may be freed afterwards, except for what is said to be shared. dst is one record that
+ * the caller supplies; whatever it pointed to is overwritten, not freed; it must not be src. An owned field whose copy
+ * cannot be allocated is null in the copy and the result is still success. The caller owns the copy and what it points to,
+ * each block to be freed with vexel_free, and tests every owned pointer for null. Locks: none; any thread may call.
+ */
+
+/*
+ * Copies an adapter with its name, FQDD, third text, the texts of its eight entries and the capability array.
+ * src: capabilities holds one entry per bit of capabilityMask, times capabilityMultiplier where that is not 0.
+ * Returns: the copy; null if src is null or without memory for the record.
+ */
+StorageObjectRecord *DupAdapter(const StorageObjectRecord *src);
+
+/*
+ * Fills in an adapter record for a PCIe SSD: the name and the FQDD, where given, and "Not Applicable" as the third text.
+ * dst: the caller's, otherwise left as it is.
+ * Returns: 0; -1 if either pointer is null.
+ */
+int32_t DupPCIeSSDAdapter(const PCIeSSDAdapterNames *src, StorageObjectRecord *dst);
+
+/*
+ * Copies an enclosure or a backplane with its name and FQDD; with VERSION 0 the FQDD stays shared with src.
+ * Returns: 0; -1 if either pointer is null, dst unchanged.
+ */
+int32_t rtraid_dupEnclosure(const StorageObjectRecord *src, StorageObjectRecord *dst);
+
+/* As rtraid_dupEnclosure, for an enclosure management module. */
+int32_t rtraid_dupEMM(const StorageObjectRecord *src, StorageObjectRecord *dst);
+
+/* As rtraid_dupEnclosure, for a fan. */
+int32_t rtraid_dupFAN(const StorageObjectRecord *src, StorageObjectRecord *dst);
+
+/* As rtraid_dupEnclosure, for a power supply. */
+int32_t rtraid_dupPSU(const StorageObjectRecord *src, StorageObjectRecord *dst);
+
+/* As rtraid_dupEnclosure, for a temperature probe. */
+int32_t rtraid_dupTEMPPROBE(const StorageObjectRecord *src, StorageObjectRecord *dst);
+
+/*
+ * Copies a physical disk with its name, FQDD, five texts and word array. Shared with src: the FQDD with VERSION 0, the
+ * array with wordCount 0.
+ * src: keyId and text417 are read for 256 bytes whatever the length of the text. Their copies are blocks of 257 bytes.
+ * Returns: 0; all bits set if either pointer is null, dst unchanged.
+ */
+uint32_t rtraid_dupPD(const StorageObjectRecord *src, StorageObjectRecord *dst);
+
+/*
+ * Copies the SMART data of a disk with its name and FQDD and, by the flags and the page selector, the NVMe block
+ * (RT_SMART_FLAG_NVME) or the first seven or five pages; what else it points to stays shared with src.
+ * dst: with neither the flag nor a known selector only the name and the FQDD are written, so that the caller must have
+ * zeroed the record.
+ * Returns: 0; -1 if either pointer is null, dst unchanged.
+ */
+int32_t rtraid_dupSmartPD(const StorageObjectRecord *src, StorageObjectRecord *dst);
+
+/*
+ * Copies a SMART record with its name and FQDD only; nvmeBlock and the pages stay shared with src. Such a copy must not
+ * be freed as a SMART record that owns them.
+ * Returns: 0; -1 if either pointer is null, dst unchanged.
+ */
+int32_t rtraid_dupNVMeSmartData(const StorageObjectRecord *src, StorageObjectRecord *dst);
+
+/* Copies an adapter key. Returns: the copy; null if src is null or without memory. */
+AdapterKeyRecord *rtraid_DupAdapterKey(const AdapterKeyRecord *src);
+
+/* Copies a battery with its name and FQDD. Returns: the copy; null if src is null or without memory for the record. */
+StorageObjectRecord *rtraid_DupBattery(const StorageObjectRecord *src);
+
+/* Copies a driver with its name and FQDD. Returns: the copy; null if src is null or without memory for the record. */
+StorageObjectRecord *rtraid_DupDriver(const StorageObjectRecord *src);
+
+/*
+ * Copies a virtual disk with its name, FQDD and member ids; with memberCount 0 the copy's array is null.
+ * Returns: 0; -1 if either pointer is null, dst unchanged.
+ */
+int32_t rtraid_DupVD(const StorageObjectRecord *src, StorageObjectRecord *dst);
+
+/*
+ * Copies a foreign configuration with its name, FQDD and both arrays of members, of each member the name, of a virtual
+ * disk also the member ids. Everything else of a member stays shared with src, its FQDD too: src must outlive its use. An
+ * array whose count is 0 stays shared. A virtual disk whose ids cannot be copied gets memberCount 0.
+ * Returns: the copy; null if src is null, if it has neither virtual nor physical disks, or without memory for the record.
+ */
+StorageObjectRecord *DupForeign_Config(const StorageObjectRecord *src);
 
 #pragma GCC visibility pop
 #ifdef __cplusplus

@@ -1,0 +1,133 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "rt_dup.h"
+#include "tests/support/platform_test.h"
+#include "vexel.h"
+
+using fake::AllocationScope;
+using fake::Place;
+
+namespace {
+
+// Two virtual disks, of which the second has no name and no ids, and two physical disks.
+class ForeignConfig : public PlatformTest {
+  protected:
+    ForeignConfig() {
+        source.NAME = source.hdr.FQDD = text;
+        virtual_disks[0].NAME = virtual_disks[0].hdr.FQDD = text;
+        virtual_disks[0].body.vd.memberCount = 3;
+        virtual_disks[0].body.vd.targetID = ids;
+        disks[0].body.pd.id = 7;
+        disks[0].body.pd.size = 0x123456789;
+        disks[0].body.pd.state = 0xFFFFFFFFF;
+        disks[0].body.pd.slot = 4;
+        disks[0].body.pd.hotSpare = 1;
+        disks[1].NAME = text;
+        put(64, offsetof(StorageObjectRecord, body.foreign.virtualDiskCount), 2);
+        put(76, offsetof(StorageObjectRecord, body.foreign.physicalDiskCount), 2);
+        put(68, offsetof(StorageObjectRecord, body.foreign.virtualDisks), +virtual_disks);
+        put(80, offsetof(StorageObjectRecord, body.foreign.physicalDisks), +disks);
+    }
+
+    template <class T>
+    void put(std::size_t controller, std::size_t here, T value) {
+        std::memcpy(reinterpret_cast<char*>(&source) + (sizeof(void*) == 4 ? controller : here),
+                    &value, sizeof(value));
+    }
+
+    static void free_copy(StorageObjectRecord* copy) {
+        StorageObjectRecord* members = copy->body.foreign.virtualDisks;
+        for (std::uint32_t i = 0; members != nullptr && i < copy->body.foreign.virtualDiskCount;
+             ++i) {
+            vexel_free(members[i].NAME);
+            vexel_free(members[i].body.vd.targetID);
+        }
+        vexel_free(members);
+        members = copy->body.foreign.physicalDisks;
+        for (std::uint32_t i = 0; members != nullptr && i < copy->body.foreign.physicalDiskCount;
+             ++i) {
+            vexel_free(members[i].NAME);
+        }
+        vexel_free(members);
+        vexel_free(copy->NAME);
+        vexel_free(copy->hdr.FQDD);
+        vexel_free(copy);
+    }
+
+    wchar_t text[6] = L"a cfg";
+    std::uint32_t ids[3] = {5, 6, 7};
+    StorageObjectRecord virtual_disks[2] = {}, disks[2] = {}, source = {};
+};
+
+TEST_F(ForeignConfig, IsCopiedDownToItsMembers) {
+    StorageObjectRecord* copy = DupForeign_Config(&source);
+    ASSERT_NE(copy, nullptr);
+    const StorageObjectRecord* vds = copy->body.foreign.virtualDisks;
+    const StorageObjectRecord* pds = copy->body.foreign.physicalDisks;
+    EXPECT_TRUE(copy->NAME != text && copy->hdr.FQDD != text && vds[0].NAME != text);
+    EXPECT_TRUE(pds[1].NAME != text && vds[0].body.vd.targetID != ids);
+    EXPECT_STREQ(copy->NAME + 0, text);
+    EXPECT_STREQ(copy->hdr.FQDD + 0, text);
+    EXPECT_STREQ(vds[0].NAME + 0, text);
+    EXPECT_STREQ(pds[1].NAME + 0, text);
+    EXPECT_EQ(vds[0].hdr.FQDD + 0, +text) << "a member's FQDD is shared";
+    EXPECT_EQ(std::memcmp(vds[0].body.vd.targetID, ids, sizeof(ids)), 0);
+    EXPECT_TRUE(vds[1].NAME == nullptr && vds[1].body.vd.targetID == nullptr);
+    EXPECT_TRUE(
+        logged(4, "id:  7 Size:4886718345,Stae:68719476735,Slot: 4 ,Hotspare:1,Name: (null)"));
+    EXPECT_EQ(platform.count_logged(4, "Copied VD Name"), 1);
+    EXPECT_EQ(platform.count_logged(4, "Copied PD Name"), 1);
+    EXPECT_EQ(platform.count_logged(4, "Copied pds"), 1);
+    free_copy(copy);
+}
+
+TEST_F(ForeignConfig, OneEmptyArrayIsSharedTwoAreRefused) {
+    source.body.foreign.physicalDiskCount = 0;
+    StorageObjectRecord* copy = DupForeign_Config(&source);
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(copy->body.foreign.physicalDisks + 0, +disks);
+    copy->body.foreign.physicalDisks = nullptr;
+    free_copy(copy);
+    source.body.foreign.virtualDiskCount = 0;
+    EXPECT_EQ(DupForeign_Config(&source), nullptr);
+    EXPECT_TRUE(logged(2, "<--error6 DupForeign_Config"));
+    EXPECT_EQ(DupForeign_Config(nullptr), nullptr);
+    EXPECT_TRUE(logged(2, "<--error1 DupForeign_Config"));
+    source.body.foreign.virtualDiskCount = 2;
+    source.body.foreign.virtualDisks = nullptr;
+    copy = DupForeign_Config(&source);
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(copy->body.foreign.virtualDisks + 0, nullptr);
+    EXPECT_FALSE(logged(2, "<--error3 DupForeign_Config"));
+    copy->body.foreign.physicalDisks = nullptr;
+    free_copy(copy);
+}
+
+TEST_F(ForeignConfig, GoesOnWithoutWhatCannotBeAllocated) {
+    // By allocation: record, NAME, FQDD, virtual disks, name and ids of the first, disks, a name.
+    const char* const errors[] = {"<--error2", "",          "", "<--error3", "",
+                                  "<--error4", "<--error5", "", ""};
+    for (int n = 1; n <= 9; ++n) {
+        SCOPED_TRACE(n);
+        platform.clear_lines();
+        platform.fail(Place::Allocation, n);
+        const AllocationScope scope;
+        StorageObjectRecord* copy = DupForeign_Config(&source);
+        EXPECT_EQ(platform.fault_fired(Place::Allocation), n < 9);
+        platform.no_faults();
+        const std::string error = errors[n - 1];
+        EXPECT_EQ(platform.messages(2).size(), error.empty() ? 0u : 1u);
+        EXPECT_TRUE(error.empty() || logged(2, error + " DupForeign_Config"));
+        ASSERT_EQ(copy == nullptr, n == 1);
+        if (n == 6) {
+            EXPECT_EQ(copy->body.foreign.virtualDisks[0].body.vd.memberCount + 0, 0u);
+        }
+        if (copy != nullptr) {
+            free_copy(copy);
+        }
+    }
+}
+
+}  // namespace

@@ -1,0 +1,400 @@
+#include "rt_dup.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <cwchar>
+#include <string>
+#include <vector>
+
+#include "tests/support/platform_test.h"
+#include "vexel.h"
+
+using fake::AllocationScope;
+using fake::Place;
+
+namespace {
+
+// Where a field lies: on the controller as written out by hand, elsewhere as declared.
+constexpr std::size_t at(std::size_t controller, std::size_t here) {
+    return sizeof(void*) == 4 ? controller : here;
+}
+#define AT(controller, member) at(controller, offsetof(StorageObjectRecord, member))
+constexpr std::size_t kName = AT(8, NAME);
+constexpr std::size_t kVersion = AT(16, hdr.VERSION);
+constexpr std::size_t kFqdd = AT(20, hdr.FQDD);
+
+// Fills copy from source, a full record of the kind; false without memory for it.
+using Copier = bool (*)(const StorageObjectRecord& source, StorageObjectRecord& copy);
+
+template <auto Dup>
+bool filled(const StorageObjectRecord& source, StorageObjectRecord& copy) {
+    return Dup(&source, &copy) == 0;
+}
+
+template <auto Dup>
+bool allocated(const StorageObjectRecord& source, StorageObjectRecord& copy) {
+    StorageObjectRecord* record = Dup(&source);
+    if (record != nullptr) {
+        std::memcpy(&copy, record, sizeof(copy));
+    }
+    vexel_free(record);
+    return record != nullptr;
+}
+
+struct Value {
+    std::size_t position, width;
+    std::uint32_t value;
+};
+struct Field {
+    std::size_t position, bytes;  // 0 bytes: a wide text
+};
+enum class Fqdd { Always, IfVersion };
+struct Kind {
+    const char* what;
+    Copier copy;
+    Fqdd fqdd;
+    std::vector<Value> values;
+    std::vector<Field> owned;  // besides the two of the header
+};
+
+Kind adapter_kind() {
+    Kind kind{"adapter", allocated<DupAdapter>, Fqdd::Always, {}, {}};
+    kind.values = {{AT(88, body.adapter.capabilityMask), 4, 0x80000101},
+                   {AT(160, body.adapter.capabilityMultiplier), 1, 2}};
+    kind.owned = {{AT(112, body.adapter.text112), 0}, {AT(116, body.adapter.capabilities), 6 * 60}};
+    for (std::size_t i = 0; i < 8; ++i) {
+        const std::size_t stride = at(9, sizeof(AdapterTextEntry));
+        kind.owned.push_back({AT(428, body.adapter.entries[0].text) + i * stride, 0});
+    }
+    return kind;
+}
+
+Kind disk_kind() {
+    Kind kind{"disk", filled<rtraid_dupPD>, Fqdd::IfVersion, {}, {}};
+    kind.values = {{AT(503, body.pd.wordCount), 1, 255}};
+    kind.owned = {{AT(384, body.pd.keyId), 256},   {AT(417, body.pd.text417), 256},
+                  {AT(426, body.pd.text426), 128}, {AT(430, body.pd.text430), 128},
+                  {AT(434, body.pd.text434), 256}, {AT(504, body.pd.words), 255 * 4}};
+    return kind;
+}
+
+Kind smart_kind(const char* what, std::uint32_t selector, std::size_t pages) {
+    Kind kind{what, filled<rtraid_dupSmartPD>, Fqdd::Always, {}, {}};
+    kind.values = {{AT(68, body.smart.pageSelector), 4, selector},
+                   {AT(80, body.smart.flags), 4, pages == 0 ? 2u : 0xFDu}};
+    if (pages == 0) {
+        kind.owned = {{AT(226, body.smart.nvmeBlock), 512}};
+    }
+    for (std::size_t i = 0; i < pages; ++i) {
+        const std::size_t slot = i * at(8, sizeof(SmartPageSlot));
+        const auto length = static_cast<std::uint32_t>(300 + i);
+        kind.values.push_back({AT(89, body.smart.pages[0].length) + slot, 2, length});
+        kind.owned.push_back({AT(84, body.smart.pages[0].page) + slot, length});
+    }
+    return kind;
+}
+
+const std::vector<Kind> kKinds{
+    adapter_kind(),
+    {"battery", allocated<rtraid_DupBattery>, Fqdd::Always, {}, {}},
+    {"driver", allocated<rtraid_DupDriver>, Fqdd::Always, {}, {}},
+    {"enclosure", filled<rtraid_dupEnclosure>, Fqdd::IfVersion, {}, {}},
+    {"EMM", filled<rtraid_dupEMM>, Fqdd::IfVersion, {}, {}},
+    {"fan", filled<rtraid_dupFAN>, Fqdd::IfVersion, {}, {}},
+    {"PSU", filled<rtraid_dupPSU>, Fqdd::IfVersion, {}, {}},
+    {"temperature probe", filled<rtraid_dupTEMPPROBE>, Fqdd::IfVersion, {}, {}},
+    disk_kind(),
+    {"virtual disk",
+     filled<rtraid_DupVD>,
+     Fqdd::Always,
+     {{AT(500, body.vd.memberCount), 4, 300}},
+     {{AT(504, body.vd.targetID), 300 * 4}}},
+    smart_kind("SMART, NVMe whatever the selector", 32, 0),
+    smart_kind("SMART, seven pages", 32, 7),
+    smart_kind("SMART, five pages", 16, 5),
+    {"SMART, names only", filled<rtraid_dupNVMeSmartData>, Fqdd::Always, {}, {}},
+};
+
+class Duplicates : public PlatformTest {
+  protected:
+    static void* pointer(const StorageObjectRecord& record, std::size_t position) {
+        void* value;
+        std::memcpy(&value, reinterpret_cast<const char*>(&record) + position, sizeof(value));
+        return value;
+    }
+    void put(std::size_t position, const void* value, std::size_t width) {
+        std::memcpy(reinterpret_cast<char*>(&source) + position, value, width);
+    }
+
+    // What a field holds: bytes that no other field holds, ending in a zero.
+    static std::string content(const Field& field) {
+        const auto letter = static_cast<char>('A' + field.position % 50);
+        if (field.bytes != 0) {
+            return std::string(field.bytes - 1, letter) + '\0';
+        }
+        const std::wstring text(field.position % 50, static_cast<wchar_t>(letter));
+        return {reinterpret_cast<const char*>(text.c_str()), (text.size() + 1) * sizeof(wchar_t)};
+    }
+
+    // A source of a kind with every byte set.
+    void build(const Kind& kind, std::uint32_t version) {
+        for (std::size_t i = 0; i < sizeof(source); ++i) {
+            const auto byte = static_cast<std::uint8_t>(i * 7 + 1);
+            put(i, &byte, 1);
+        }
+        put(kVersion, &version, 4);
+        for (const Value& value : kind.values) {
+            put(value.position, &value.value, value.width);
+        }
+        fields = kind.owned;
+        fields.insert(fields.end(), {{kName, 0}, {kFqdd, 0}});
+        for (const Field& field : fields) {
+            const std::string bytes = content(field);
+            void* block = vexel_alloc(bytes.size());
+            std::memcpy(block, bytes.data(), bytes.size());
+            put(field.position, &block, sizeof(block));
+        }
+        std::memset(static_cast<void*>(&copy), 0xEE, sizeof(copy));
+    }
+    void free_fields(const StorageObjectRecord& record) const {
+        for (const Field& field : fields) {
+            vexel_free(pointer(record, field.position));
+        }
+    }
+    bool in_a_field(std::size_t byte) const {
+        return std::any_of(fields.begin(), fields.end(), [byte](const Field& field) {
+            return byte >= field.position && byte < field.position + sizeof(void*);
+        });
+    }
+    // Fields of the copy that are null; the others hold what the source's did.
+    int count_missing() const {
+        int missing = 0;
+        for (const Field& field : fields) {
+            const std::string bytes = content(field);
+            const void* block = pointer(copy, field.position);
+            missing += block == nullptr ? 1 : 0;
+            EXPECT_TRUE(block == nullptr || std::memcmp(block, bytes.data(), bytes.size()) == 0)
+                << field.position;
+        }
+        return missing;
+    }
+
+    StorageObjectRecord source, copy;
+    std::vector<Field> fields;
+};
+
+TEST_F(Duplicates, OutliveTheSourceAndAreFlatElsewhere) {
+    for (const Kind& kind : kKinds) {
+        for (const std::uint32_t version : {0u, 0x01000000u}) {
+            SCOPED_TRACE(testing::Message() << kind.what << ", version " << version);
+            build(kind, version);
+            ASSERT_TRUE(kind.copy(source, copy));
+            for (std::size_t i = 0; i < sizeof(source); ++i) {
+                const bool same = reinterpret_cast<const char*>(&copy)[i] ==
+                                  reinterpret_cast<const char*>(&source)[i];
+                EXPECT_TRUE(same || in_a_field(i)) << i;
+            }
+            for (const Field& field : fields) {
+                const bool shared = kind.fqdd == Fqdd::IfVersion && version == 0;
+                EXPECT_EQ(pointer(copy, field.position) == pointer(source, field.position),
+                          shared && field.position == kFqdd)
+                    << field.position;
+                if (shared && field.position == kFqdd) {
+                    void* const none = nullptr;
+                    put(kFqdd, &none, sizeof(none));  // one owner is enough below
+                }
+            }
+            free_fields(source);
+            EXPECT_EQ(count_missing(), 0);
+            free_fields(copy);
+        }
+    }
+}
+
+TEST_F(Duplicates, AreWholeButForTheFieldWhoseAllocationFailed) {
+    for (const Kind& kind : kKinds) {
+        bool fails = true;
+        std::size_t missing = 0;
+        for (int n = 1; fails; ++n) {
+            SCOPED_TRACE(testing::Message() << kind.what << ", allocation " << n);
+            build(kind, 7);
+            platform.fail(Place::Allocation, n);
+            const AllocationScope scope;
+            const bool done = kind.copy(source, copy);
+            fails = platform.fault_fired(Place::Allocation);
+            EXPECT_TRUE(done || n == 1);
+            if (done) {
+                EXPECT_EQ(count_missing(), fails ? 1 : 0);
+                free_fields(copy);
+                missing += fails ? 1 : 0;
+            }
+            free_fields(source);
+            platform.no_faults();
+        }
+        EXPECT_EQ(missing, fields.size()) << kind.what << ": each field once";
+    }
+}
+
+TEST_F(Duplicates, TextsOfADiskAreBoundedAndEndOnePastTheirEnd) {
+    const struct {
+        std::size_t length, zero;  // the text; the extra zero of keyId and text417
+    } rows[] = {{0, 1}, {3, 4}, {126, 127}, {254, 255}, {255, 256}, {256, 256}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.length);
+        std::string text(257, 'x');
+        text[row.length] = '\0';
+        source = {};
+        auto* exact = static_cast<char*>(vexel_alloc(256));  // ends where it must not be read
+        std::memcpy(exact, text.data(), 256);
+        source.body.pd.keyId = source.body.pd.text417 = exact;
+        source.body.pd.text426 = source.body.pd.text430 = source.body.pd.text434 = text.data();
+        ASSERT_EQ(rtraid_dupPD(&source, &copy), 0u);
+        std::string key = text;
+        key[256] = key[row.zero] = '\0';
+        EXPECT_EQ(std::string(copy.body.pd.keyId, 257), key);
+        EXPECT_EQ(std::string(copy.body.pd.text417, 257), key);
+        EXPECT_EQ(copy.body.pd.text426 + 0, text.substr(0, std::min<std::size_t>(row.length, 127)));
+        EXPECT_EQ(copy.body.pd.text430 + 0, text.substr(0, std::min<std::size_t>(row.length, 127)));
+        EXPECT_EQ(copy.body.pd.text434 + 0, text.substr(0, std::min<std::size_t>(row.length, 255)));
+        for (char* block : {copy.body.pd.keyId, copy.body.pd.text417, copy.body.pd.text426,
+                            copy.body.pd.text430, copy.body.pd.text434, exact}) {
+            vexel_free(block);
+        }
+    }
+}
+
+TEST_F(Duplicates, CapabilityEntriesAreCountedByMaskAndMultiplier) {
+    AdapterCapabilityEntry entries[64] = {};
+    entries[5] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+    const struct {
+        std::uint32_t mask;
+        std::uint8_t multiplier;
+        bool has_entries;
+        std::size_t count;
+    } rows[] = {
+        {7, 2, true, 6}, {7, 0, true, 3}, {~0u, 2, true, 64}, {0, 9, true, 0}, {7, 2, false, 0}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.mask << " * " << +row.multiplier);
+        source = {};
+        source.body.adapter.capabilityMask = row.mask;
+        source.body.adapter.capabilityMultiplier = row.multiplier;
+        source.body.adapter.capabilities = row.has_entries ? entries : nullptr;
+        platform.clear_lines();
+        ASSERT_TRUE(allocated<DupAdapter>(source, copy));
+        AdapterCapabilityEntry* copies = copy.body.adapter.capabilities;
+        EXPECT_EQ(copies != nullptr, row.has_entries);
+        EXPECT_TRUE(row.count == 0 || std::memcmp(copies, entries, 60 * row.count) == 0);
+        EXPECT_EQ(platform.lines().size(), 4 + row.count);
+        EXPECT_EQ(logged(4,
+                         "RL 1 MDR 2 MDA 3 DCP 4 ACP 5 DSS 6 ASS 7 BM 8 DRQ 9 ARLQ 10 DSRL 11 "
+                         "ASRL 12 AP 13 FF 14 "),
+                  row.count > 5);
+        vexel_free(copies);
+    }
+}
+
+TEST_F(Duplicates, ArraysWithoutElementsOrWithoutASource) {
+    std::uint32_t word = 1;
+    source = {};
+    source.body.pd.words = source.body.vd.targetID = &word;  // the same bytes
+    EXPECT_EQ(rtraid_dupPD(&source, &copy), 0u);
+    EXPECT_EQ(pointer(copy, AT(504, body.pd.words)), &word) << "a disk shares it";
+    source.body.vd.memberCount = 0;
+    EXPECT_EQ(rtraid_DupVD(&source, &copy), 0);
+    EXPECT_EQ(pointer(copy, AT(504, body.vd.targetID)), nullptr) << "a virtual disk has none";
+    source.body.vd.memberCount = 0xFFFFFFFF;
+    source.body.vd.targetID = nullptr;
+    platform.clear_lines();
+    EXPECT_EQ(rtraid_DupVD(&source, &copy), 0);
+    EXPECT_EQ(pointer(copy, AT(504, body.vd.targetID)), nullptr);
+    EXPECT_EQ(platform.lines().size(), 2u);
+}
+
+TEST_F(Duplicates, SomeLeaveTheRestOfTheRecordAlone) {
+    wchar_t name[] = L"a name";
+    wchar_t fqdd[] = L"an FQDD";
+    const PCIeSSDAdapterNames names{name, fqdd};
+    StorageObjectRecord before;
+    std::memset(static_cast<void*>(&before), 0xEE, sizeof(before));
+    source = {};
+    source.NAME = name;
+    source.hdr.FQDD = fqdd;
+    source.body.smart.pageSelector = 48;
+    for (const bool adapter : {false, true}) {
+        std::memcpy(&copy, &before, sizeof(copy));
+        EXPECT_EQ(adapter ? DupPCIeSSDAdapter(&names, &copy) : rtraid_dupSmartPD(&source, &copy),
+                  0);
+        fields = {{kName, 0}, {kFqdd, 0}};
+        EXPECT_STREQ(static_cast<wchar_t*>(pointer(copy, kName)), name);
+        EXPECT_STREQ(static_cast<wchar_t*>(pointer(copy, kFqdd)), fqdd);
+        if (adapter) {
+            fields.push_back({AT(112, body.adapter.text112), 0});
+            EXPECT_STREQ(static_cast<wchar_t*>(pointer(copy, fields[2].position)),
+                         L"Not Applicable");
+        }
+        free_fields(copy);
+        for (const Field& field : fields) {
+            std::memset(reinterpret_cast<char*>(&copy) + field.position, 0xEE, sizeof(void*));
+        }
+        EXPECT_EQ(std::memcmp(&copy, &before, sizeof(copy)), 0);
+    }
+}
+
+TEST_F(Duplicates, AdapterKeyIsFlat) {
+    AdapterKeyRecord key;
+    std::memset(&key, 0xA5, sizeof(key));
+    AdapterKeyRecord* duplicate = rtraid_DupAdapterKey(&key);
+    EXPECT_EQ(std::memcmp(duplicate, &key, 292), 0);
+    vexel_free(duplicate);
+}
+
+TEST_F(Duplicates, NullArgumentsAreRefused) {
+    const PCIeSSDAdapterNames names{};
+    EXPECT_EQ(DupAdapter(nullptr), nullptr);
+    EXPECT_EQ(rtraid_DupBattery(nullptr), nullptr);
+    EXPECT_EQ(rtraid_DupDriver(nullptr), nullptr);
+    EXPECT_EQ(rtraid_DupAdapterKey(nullptr), nullptr);
+    EXPECT_EQ(DupPCIeSSDAdapter(nullptr, &copy), -1);
+    EXPECT_EQ(rtraid_DupVD(&source, nullptr), -1);
+    for (const char* name : {"DupAdapter", "rtraid_DupBattery", "rtraid_DupDriver",
+                             "rtraid_DupAdapterKey", "DupPCIeSSDAdapter", "rtraid_DupVD"}) {
+        EXPECT_EQ(platform.count_logged(2, std::string{"<--error1 "} + name), 1) << name;
+    }
+    EXPECT_EQ(DupPCIeSSDAdapter(&names, nullptr), -1);
+    EXPECT_TRUE(logged(2, "<--error2 DupPCIeSSDAdapter"));
+    for (const auto fill : {rtraid_dupEnclosure, rtraid_dupEMM, rtraid_dupFAN, rtraid_dupPSU,
+                            rtraid_dupTEMPPROBE, rtraid_dupSmartPD, rtraid_dupNVMeSmartData}) {
+        EXPECT_EQ(fill(nullptr, &copy) + fill(&source, nullptr), -2);
+    }
+    EXPECT_EQ(rtraid_dupPD(nullptr, &copy), 0xFFFFFFFFu);
+    EXPECT_EQ(rtraid_dupPD(&source, nullptr), 0xFFFFFFFFu);
+    EXPECT_EQ(platform.messages(2).size(), 7u) << "the others are silent";
+}
+
+TEST_F(Duplicates, LogWhatTheyCopied) {
+    wchar_t name[] = L"Disk 0";
+    std::uint32_t ids[] = {11, 12};
+    source = {};
+    source.NAME = name;
+    EXPECT_EQ(rtraid_dupPD(&source, &copy), 0u);
+    vexel_free(copy.NAME);
+    source.body.vd.size = 0x123456789;
+    source.body.vd.memberCount = 2;
+    source.body.vd.targetID = ids;
+    EXPECT_EQ(rtraid_DupVD(&source, &copy), 0);
+    vexel_free(copy.NAME);
+    vexel_free(copy.body.vd.targetID);
+    EXPECT_EQ(rtraid_dupEnclosure(&source, &copy), 0);
+    vexel_free(copy.NAME);
+    for (const char* text :
+         {"PCIeSSD hdr.FQDD=(null) NAME=Disk 0 pDestPD->hdr.VERSION=0",
+          "rtraid_dupPD pSrcPD->keyId = (null) , pDestPD->keyId = (null)", "VD Size=4886718345 ",
+          "PD targetID=11", "PD targetID=12", "DUPE-ENCLOSURE After copy NAME=Disk 0"}) {
+        EXPECT_EQ(platform.count_logged(4, text), 1) << text;
+    }
+    EXPECT_EQ(platform.lines().size(), 5u + 5u + 3u);
+}
+
+}  // namespace
