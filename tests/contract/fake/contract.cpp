@@ -1,0 +1,7 @@
+#include "tests/contract/contract.h"
+
+#include "tests/support/fake_platform.h"
+
+void reset_shared_memory() {
+    fake::platform().reset();
+}
