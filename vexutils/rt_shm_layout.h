@@ -23,6 +23,7 @@ enum {
     SHM_TAPE_OFFSET = 23702,
 
     CEM_KRON_DRIVE_POLLING_OFFSET = 522, /* flags word of region 55 */
+    SHM_POLLING_FLAGS_BYTES = 4,
     SHM_POLLING_DISABLE_HBA = 1,         /* bit 0: DisableHBADrivePolling */
     SHM_POLLING_DISABLE_KRON = 2,        /* bit 1: DisableKRONDrivePolling */
 
