@@ -239,6 +239,13 @@ uint32_t rtcache_Init(void);
 /* Ends the cache: frees all it owns, the lock and the KRON state table. Returns: 0. Locks: takes mutexRtCache. */
 uint32_t rtcache_Destroy(void);
 
+/*
+ * Frees all cached objects, events and arrays; only rtcache_Destroy, which calls it, may follow. Without the lock it frees
+ * nothing, unless the arrays are what a failed rtcache_Init left, which has no lock.
+ * Locks: takes mutexRtCache.
+ */
+void rtcache_FreeMem(void);
+
 /* Takes mutexRtCache and keeps it; SMMutexUnLock(mutexRtCache) gives it back. Returns: 0 the caller holds it; 3. */
 uint32_t rtcache_GetLock(void);
 
