@@ -1,0 +1,52 @@
+// Base of the fixtures around the NVMe tables: empty tables, no session, a snapshot to fill by byte
+// position.
+#ifndef TESTS_SUPPORT_BACKPLANE_TEST_H
+#define TESTS_SUPPORT_BACKPLANE_TEST_H
+
+#include <cstring>
+
+#include "rt_shm.h"
+#include "rt_shm/nvme_table.h"
+#include "rt_sync.h"
+#include "tests/support/platform_test.h"
+
+class BackplaneTest : public PlatformTest {
+  protected:
+    using Bytes = std::vector<std::uint8_t>;
+
+    void SetUp() override {
+        EXPECT_EQ(RTSync_Init(), 0u);
+        std::memset(&sNVMeSSDBPInfo, 0, sizeof(sNVMeSSDBPInfo));
+        std::memset(&sNVMeSSDBPVDMInfo, 0, sizeof(sNVMeSSDBPVDMInfo));
+        std::memset(vexutils::latest_drive_states, 0, sizeof(vexutils::latest_drive_states));
+        std::memset(vexutils::acted_drive_states, 0, sizeof(vexutils::acted_drive_states));
+    }
+    void TearDown() override {
+        rtshm_BpApiExit();
+        rtshm_BpApiKronExit();
+        RTSync_Destroy();
+        g_bpInfo = nullptr;
+    }
+
+    void put(std::size_t offset, const Bytes& bytes) {
+        std::memcpy(reinterpret_cast<char*>(&platform.snapshot) + offset, bytes.data(),
+                    bytes.size());
+    }
+    static Bytes table_bytes(std::size_t offset, std::size_t count) {
+        const auto* table = reinterpret_cast<const std::uint8_t*>(&sNVMeSSDBPInfo);
+        return {table + offset, table + offset + count};
+    }
+    static std::size_t slot_at(unsigned bay, unsigned slot) { return 84 + 16 * (50 * bay + slot); }
+
+    // The messages of a level since the last call, one a line.
+    std::string told(int level) {
+        std::string text;
+        for (const std::string& message : platform.messages(level)) {
+            text += message + "\n";
+        }
+        platform.clear_lines();
+        return text;
+    }
+};
+
+#endif  // TESTS_SUPPORT_BACKPLANE_TEST_H

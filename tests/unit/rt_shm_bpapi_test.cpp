@@ -1,0 +1,279 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <random>
+
+#include "tests/support/backplane_test.h"
+
+using fake::Place;
+
+namespace {
+
+class Backplane : public BackplaneTest {
+  protected:
+    void put_drive(std::size_t d, const Bytes& bay_and_slot, std::uint8_t technology, int state) {
+        put(835 + 18 * d, {9, 0x42});
+        put(835 + 18 * d + 2, bay_and_slot);
+        put(835 + 18 * d + 10, {technology, static_cast<std::uint8_t>(state), 0});
+    }
+};
+
+TEST_F(Backplane, ASnapshotFillsTheTableByteByByte) {
+    put(4, {2, 0, 2, 0, 2});  // two bays, two drives, two risers
+    put(100, {0, 3});         // not NVMe
+    put(128 + 89, {0x08, 0, 0, 0x80});
+    put(128 + 100, {1, 4});
+    put(128 + 119, {12});
+    put(128 + 129, {0x1A, 0x03});
+    put(128 + 140, {2});
+    put(835, {7, 1, 1, 3, 5, 0, 6, 49, 0, 0, 1, 0x34, 0x12, 0, 0, 1, 0x5A});
+    put(835 + 18, {8, 1, 0, 3, 5, 0, 6, 49, 0, 0, 1, 0x34, 0x12, 0, 0, 1, 0x5A});
+    put(5334, {1, 0, 9, 3, 2, 0, 0, 1, 9, 4, 3});
+    EXPECT_EQ(rtshm_BpApiInit(), 0u);
+
+    Bytes expected(4148, 0);
+    const auto expect = [&](std::size_t offset, const Bytes& bytes) {
+        std::copy(bytes.begin(), bytes.end(), &expected[offset]);
+    };
+    expect(0, {2});
+    expect(4 + 16, {1, 0, 12, 0, 0, 0, 0x1A, 3, 2, 0, 0, 0, 8, 0, 0, 0x80});
+    expect(slot_at(1, 3), {1, 3, 0, 0, 7, 0, 0x34, 0x12, 4, 1, 1, 6, 0, 0, 49, 0x5A});
+    expect(4084, {0, 3, 4, 2, 1, 4, 4, 3});  // a riser counts whether present or not
+    EXPECT_EQ(table_bytes(0, 4148), expected);
+    EXPECT_EQ(vexutils::acted_drive_states[53], 0x1234);
+    EXPECT_TRUE(logged(4, " Not a NVMe BP, Hence skipping bpType=3 u8BayNo=0 "));
+    EXPECT_TRUE(logged(4, " drive->driveId:7 drive->state:4660 baySlot:53 "));
+    EXPECT_TRUE(logged(4, "Extern Found, @PCIe Slot =4, Type:9"));
+    EXPECT_TRUE(logged(5, " NVMeDriveBehindKron=1"));
+
+    platform.snapshot = {};
+    EXPECT_EQ(rtshm_BpDataUpdate(), 0u);
+    expect(0, {0});
+    EXPECT_EQ(table_bytes(0, 4148), expected) << "what a snapshot no longer names stays";
+}
+
+TEST_F(Backplane, DriveRulesDependOnBoardSlotAndBus) {
+    const struct {
+        const char* what;
+        std::uint32_t board;
+        std::uint8_t slot, bus_valid;
+        Bytes kron_and_extender, bus;
+    } rows[] = {
+        {"board 215, slot before its riser", 215, 1, 1, {0, 6}, {9}},
+        {"board 215, first slot of its riser", 215, 2, 1, {0, 1}, {9}},
+        {"board 215, last slot of its riser", 215, 4, 1, {0, 1}, {9}},
+        {"board 215, slot behind its riser", 215, 5, 1, {0, 6}, {9}},
+        {"another board", 214, 3, 1, {0, 6}, {9}},
+        {"bus not valid", 0, 3, 0, {0, 6}, {0}},
+        {"last bit of the slot map", 0, 31, 1, {1, 6}, {9}},
+        {"no bit for this slot", 0, 32, 1, {0, 6}, {9}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        platform.system_id = row.board;
+        put(4, {1, 0, 1});
+        put(89, {1, 0, 0, 0x80});
+        put(100, {4, 1});
+        put(835, {7, 1, 4, row.slot, 0, 0, 6, 0, 0, 0, 1, 0, 0, 0, 0, row.bus_valid, 9});
+        EXPECT_EQ(rtshm_BpApiInit(), 0u);
+        EXPECT_EQ(table_bytes(slot_at(4, row.slot) + 10, 2), row.kron_and_extender);
+        EXPECT_EQ(table_bytes(slot_at(4, row.slot) + 15, 1), row.bus);
+    }
+}
+
+TEST_F(Backplane, CountsAndPositionsBeyondTheLayoutAreCutWithOneLineEach) {
+    put(4, {255, 255, 251, 0, 5});
+    for (std::size_t d = 0; d < 248; ++d) {
+        put_drive(d, {9, 9}, 4, 1);
+    }
+    put_drive(248, {2, 50}, 1, 1);
+    put_drive(249, {2, 49}, 1, 1);  // the last record: 17 bytes
+    put(84, {4});                   // downstream bays
+    put(100, {2, 1});
+    put(128 + 100, {5, 1});
+    put(5 * 128 + 100, {200, 1});
+    put(5334, {1, 5, 0, 7});
+    EXPECT_EQ(rtshm_BpApiInit(), 0u);
+    EXPECT_EQ(told(3),
+              "bayCnt:255 limited to 6\nprintDriveCnt:255 limited to 250\n"
+              "riserCnt:5 limited to 4\ndownstreamCount:4 limited to 3\n"
+              "driveCnt:251 limited to 250\nbayId:2 slot:50 beyond the table, skipped\n"
+              "bayId:5 beyond the table, skipped\nbayId:200 beyond the table, skipped\n");
+    EXPECT_EQ(table_bytes(0, 1), Bytes{255});
+    EXPECT_EQ(table_bytes(slot_at(2, 49), 2), (Bytes{2, 49}));
+    EXPECT_EQ(table_bytes(slot_at(3, 0), 16), Bytes(16, 0));
+    EXPECT_EQ(table_bytes(4084, 4), (Bytes{5, 7, 4, 0})) << "a bay without entry has its riser";
+    NVMeHotPlugCallback(&platform.snapshot);
+    EXPECT_EQ(platform.messages(3).size(), 250u) << "the count, 248 of bay 9, one of slot 50";
+}
+
+TEST_F(Backplane, OnlyAChangeOfStateIsActedUpon) {
+    const struct {
+        const char* what;
+        std::uint8_t technology;
+        std::vector<int> reports;  // state of the drive in each callback; -1: not in the snapshot
+        const char* changes;
+    } rows[] = {
+        {"reported twice", 1, {1, 1}, "0x1 was 0x0,"},
+        {"gone after two reports", 4, {1, 1, -1}, "0x1 was 0x0,0x0 was 0x1,"},
+        {"gone, and back", 4, {5, -1, -1, 7}, "0x5 was 0x0,0x0 was 0x5,0x7 was 0x0,"},
+        {"not an NVMe drive", 2, {1}, ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        TearDown();
+        SetUp();
+        std::string changes;
+        for (const int state : row.reports) {
+            put(6, {static_cast<std::uint8_t>(state < 0 ? 0 : 1)});
+            put_drive(0, {4, 49}, row.technology, state);
+            platform.clear_lines();
+            NVMeHotPlugCallback(&platform.snapshot);
+            unsigned now = 0, before = 0;
+            const char* form =
+                "HotPlug:NVMe DriveStatus bayID:4, slot:49, NewState:0x%x, OldState:0x%x";
+            for (const std::string& line : platform.messages(4)) {
+                if (std::sscanf(line.c_str(), form, &now, &before) == 2) {
+                    changes +=
+                        "0x" + std::to_string(now) + " was 0x" + std::to_string(before) + ",";
+                    EXPECT_EQ(sNVMeSSDBPInfo.slots[249].driveState, now);
+                }
+            }
+        }
+        EXPECT_EQ(changes, row.changes);
+    }
+}
+
+TEST_F(Backplane, ACallbackAsksForInventoryAndHandsTheSnapshotOn) {
+    const auto copy = std::make_unique<BpApiInfo>();
+    g_bpInfo = copy.get();
+    grtsync_Status.flags = 0x8001;
+    put(0, {0xAA});
+    put(5361, {0xBB});
+    EXPECT_EQ(rtshm_BpApiInit(), 0u);
+    EXPECT_EQ(rtshm_BpApiKronInit(), 0u);
+    platform.backplane_changed(&platform.snapshot);
+    EXPECT_EQ(std::memcmp(copy.get(), &platform.snapshot, 5362), 0);
+    EXPECT_EQ(grtsync_Status.flags, 0x8001 | 0x0E00);
+    EXPECT_TRUE(logged(4, "Successfully Flags are set BPAPI_HBAFlag, KRONFlag, PCIeSSDFlag"));
+    EXPECT_TRUE(logged(4, "BP API opened successfully"));
+
+    platform.clear_lines();
+    platform.backplane_changed(nullptr);
+    EXPECT_EQ(platform.count_logged(2, "info is NULL"), 2);
+    EXPECT_EQ(platform.count_logged(4, "<-- Exit"), 1) << "only the KRON session's callback";
+
+    grtsync_Status.flags = 0;
+    platform.fail(Place::Lock);
+    put(6, {1});
+    put_drive(0, {0, 0}, 1, 1);
+    NVMeHotPlugCallback(&platform.snapshot);
+    EXPECT_EQ(grtsync_Status.flags, 0);
+    EXPECT_TRUE(logged(2, " GlobalStatus failed!!"));
+    EXPECT_EQ(sNVMeSSDBPInfo.slots[0].driveState, 1) << "states are recorded all the same";
+}
+
+TEST_F(Backplane, SessionsOpenOnceAndCloseWhateverTheServiceSays) {
+    const struct {
+        uint32_t (*init)(void);
+        uint32_t (*exit)(void);
+        ZentBpApiHandle& handle;
+        const char *refused, *again, *none;
+    } rows[] = {
+        {rtshm_BpApiInit, rtshm_BpApiExit, bpAPIHandler, "Failed to get Open bpAPI",
+         "--> rtshm_BpApiInit BPApi is already Open", "rtshm_BpApiExit BPHandler is NULL"},
+        {rtshm_BpApiKronInit, rtshm_BpApiKronExit, bpAPIKronHandler,
+         "Failed to get Open bpAPIKronHandler",
+         "--> rtshm_BpApiKronInit bpAPIKronHandler is already Open",
+         "rtshm_BpApiKronExit bpAPIKronHandler is NULL"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.refused);
+        EXPECT_EQ(row.exit(), 0u);
+        EXPECT_TRUE(logged(2, row.none));
+        platform.fail(Place::BpOpen);
+        EXPECT_EQ(row.init(), 1u);
+        EXPECT_TRUE(logged(2, row.refused));
+        EXPECT_EQ(row.init(), 0u);
+        const ZentBpApiHandle first = row.handle;
+        EXPECT_EQ(row.init(), 0u);
+        EXPECT_TRUE(logged(4, row.again));
+        EXPECT_EQ(row.handle, first);
+        platform.fail(Place::BpClose);
+        EXPECT_EQ(row.exit(), 0u);
+        EXPECT_TRUE(logged(2, "Failed to Close bpAPI"));
+        EXPECT_EQ(row.handle, nullptr);
+    }
+}
+
+TEST_F(Backplane, AnUpdateWithoutSnapshotChangesNothing) {
+    put(4, {1});
+    vexutils::acted_drive_states[249] = 1;
+    EXPECT_EQ(rtshm_BpDataUpdate(), 0u);
+    platform.fail(Place::BpRead);
+    EXPECT_EQ(rtshm_BpApiInit(), 0u);
+    EXPECT_EQ(told(2), "<-- error:bpAPIHandler is NULL!!\n<-- error:BPRead Failed!!\n");
+    EXPECT_EQ(vexutils::acted_drive_states[249], 0) << "start-up forgets the drive states";
+    const fake::AllocationScope scope;
+    platform.fail(Place::Allocation);
+    EXPECT_EQ(rtshm_BpApiInit(), 0u);
+    EXPECT_TRUE(logged(2, "Error, Failed to get BPData rtshm_BpApiInit"));
+    platform.fail(Place::Allocation);
+    EXPECT_EQ(rtshm_BpDataUpdate(), 5u);
+    EXPECT_EQ(platform.count_logged(2, "<-- error:malloc to BP_Info is Failed!!"), 2);
+    EXPECT_EQ(table_bytes(0, 4148), Bytes(4148, 0));
+}
+
+TEST_F(Backplane, ThePrintedSnapshotKeepsItsWording) {
+    put(4, {1, 2, 0, 0, 2});  // the print goes by byte 5
+    put(80, {1, 0, 0x34, 0x12, 1, 7, 0, 0, 0});
+    put(97, {6, 0, 0, 2, 4, 0, 3});
+    put(117, {0, 5, 12, 11, 0, 10});
+    put(129, {0x1A, 0x0B, 0x33, 0x22, 0x01});
+    put(140, {8});
+    put_drive(0, {3, 1}, 4, 1);
+    put_drive(1, {2, 4}, 4, 1);
+    put(5334, {0, 2, 1, 1, 1, 0, 1, 2, 0x0C, 3, 9});
+    ZentBpPrintApiInfo(nullptr);
+    ZentBpPrintApiInfo(&platform.snapshot);
+    EXPECT_EQ(told(4),
+              "=========================ZentBpPrintApiInfo\nAPI Info bayCnt:1 bays\n"
+              "Bay Id: 2 Inventory\nComp Id:      0x012233\nFw Version:   1a.b\n"
+              "Technology:   4\nbpId:   4660 size:3\npcieSlotMap:   7\nCarrier   \t\t :3\n"
+              "Pri/Sec          :0\nPhysical Slot Cnt:12\nLogical Slot Cnt :11\n"
+              "Physical Drve Cnt:10\nDownstream Cnt   :1\nDriveSlotOffset  :8\n"
+              "Primary Bay Id:5\nDownstream Slot Cnt:  5\nDownstream Drive Cnt: 5\n"
+              "Downstream Bay Ids :6 \nDrive Info, 10 drives:\n"
+              "NVMe SSD Slot:4 with an extenderSlot 0:\nDrive  9, Sensor 0x42, Bay 2, State:1\n"
+              "Riser Info, 2 risers:\nNumber: 9, Type: 0x0c, Slot 3\n");
+}
+
+TEST_F(Backplane, NoSnapshotWritesOutsideItsFields) {
+    platform.record_lines(false);
+    EXPECT_EQ(rtshm_BpApiInit(), 0u);
+    std::mt19937 random{20240611};
+    const auto info = std::make_unique<BpApiInfo>();
+    for (int round = 0; round < 300; ++round) {
+        Bytes bytes(sizeof(BpApiInfo));
+        for (std::uint8_t& byte : bytes) {  // half of them small, so that positions are often valid
+            byte = static_cast<std::uint8_t>(random() % (random() % 2 != 0 ? 8 : 256));
+        }
+        put(0, bytes);
+        std::memcpy(info.get(), bytes.data(), bytes.size());
+        NVMeHotPlugCallback(info.get());
+        EXPECT_EQ(rtshm_BpDataUpdate(), 0u);
+    }
+    for (unsigned i = 0; i < 250; ++i) {
+        const NVMeSlotEntry& entry = sNVMeSSDBPInfo.slots[i];
+        EXPECT_TRUE(entry.bayId == i / 50 || entry.bayId == 0) << i;
+        EXPECT_TRUE(entry.slot == i % 50 || entry.slot == 0) << i;
+        EXPECT_EQ(entry.rsvd2[0] | entry.rsvd2[1] | entry.i2cEid | entry.vdmEid, 0) << i;
+    }
+    EXPECT_EQ(table_bytes(4084 + 16, 48), Bytes(48, 0)) << "a snapshot has four risers";
+    for (unsigned bay = 0; bay < 5; ++bay) {
+        EXPECT_EQ(sNVMeSSDBPInfo.bays[bay].bayId, bay) << "all bays came up";
+        EXPECT_EQ(table_bytes(4 + 16 * bay + 3, 3), Bytes(3, 0));
+    }
+}
+
+}  // namespace
