@@ -58,6 +58,60 @@ void NVMeHotPlugCallback(const BpApiInfo *info);
 /* Callback of the KRON session: logs only. */
 void BpApiKronCallback(const BpApiInfo *info);
 
+/* ---- Drives by bay and slot ---------------------------------------------------------------------------------------- */
+
+enum { RTSHM_VDM_EID_LIST_BYTES = 720 };
+
+/* Endpoint-id lists of VEXEL, which defines their layout; the library only stores them. */
+extern uint8_t g_nvme_vdm_eids[RTSHM_VDM_EID_LIST_BYTES];
+extern uint8_t g_nvme_new_vdm_eids[RTSHM_VDM_EID_LIST_BYTES];
+extern uint8_t g_nvmecard_vdm_eids[RTSHM_VDM_EID_LIST_BYTES];
+extern uint8_t g_nvmecard_new_vdm_eids[RTSHM_VDM_EID_LIST_BYTES];
+extern uint8_t g_nvme_vdm_eid_count;
+extern uint8_t g_nvmecard_vdm_eid_count;
+
+/*
+ * The following read or write what sNVMeSSDBPInfo and its twin hold for a drive position.
+ * u8BayID: 0 to 4. u8Slot: 0 to 49, for the two cabling queries 0 to 35. Outputs: not null.
+ * Returns: 0; 1 no such position or a null output: nothing is touched. Locks: none.
+ */
+
+/* Reads the drive's technology; 1 and 4 are NVMe. */
+uint32_t rtshm_getDriveTechFromBpInfo(uint8_t *pu8Tech, uint8_t u8BayID, uint8_t u8Slot);
+
+/* Reads the drive's PCIe bus number; 0 not valid. */
+uint32_t rtshm_getBusNumFromBpInfo(uint8_t *pu8Bus, uint8_t u8BayID, uint8_t u8Slot);
+
+/* Reads the drive state that the library acted upon last. */
+uint32_t rtshm_getNVMeDriveState(uint16_t *pu16State, uint8_t u8BayID, uint8_t u8Slot);
+
+/* Sets the drive state; a later callback that reports another one counts as a change. */
+uint32_t rtshm_SetNVMeDriveState(uint8_t u8BayID, uint8_t u8Slot, uint16_t u16State);
+
+/* Sets the I2C endpoint id of the drive. */
+uint32_t rtshm_UpdateNVMeSSDSlotToEID(uint8_t u8BayID, uint8_t u8Slot, uint8_t u8EID);
+
+/* Sets the VDM endpoint id of the drive. */
+uint32_t rtshm_UpdateNVMeSSDSlotToVDMEID(uint8_t u8BayID, uint8_t u8Slot, uint8_t u8EID);
+
+/* Reads the I2C endpoint id of the drive. */
+uint32_t rtshm_getI2CNVMeSSDEIDfromSlotAndBayId(uint8_t u8BayID, uint8_t u8Slot, uint8_t *pu8EID);
+
+/* Reads the VDM endpoint id of the drive. */
+uint32_t rtshm_GetNVMeSSDvdmEIDfromSlotandBayID(uint8_t u8BayID, uint8_t u8Slot, uint8_t *pu8EID);
+
+/* Cabling query: *pu8Behind is 1 if the drive is cabled to a KRON controller, else 0. */
+uint32_t rtshm_IsDriveBehindKRONfromBPAPI(uint8_t *pu8Behind, uint8_t u8BayID, uint8_t u8Slot);
+
+/* Cabling query: *pu8Rear is 1 if the drive sits on the rear backplane, else 0. */
+uint32_t rtshm_IsDriveConnectedRearBP(uint8_t *pu8Rear, uint8_t u8BayID, uint8_t u8Slot);
+
+/*
+ * Reads the snapshot over the main session. pu8Buffer: BPAPI_INFO_SIZE bytes.
+ * Returns: 0; 1 no session, null buffer or a failed read: the buffer is unchanged.
+ */
+uint32_t ReadNVMeBPInfo(uint8_t *pu8Buffer);
+
 /* ---- Regions --------------------------------------------------------------------------------------------------------- */
 
 extern uint8_t g_IsTapeDrivePresent; /* TAPE_...; TAPE_UNKNOWN until the first answer */

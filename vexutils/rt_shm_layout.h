@@ -32,6 +32,7 @@ enum {
 
     NVME_BAYS = 5,   /* bay ids 0 to 4 */
     NVME_SLOTS = 50, /* slots 0 to 49 of a bay; table index 50 * bay + slot */
+    NVME_CABLED_SLOTS = 36, /* slots 0 to 35 can be cabled to an extender, a KRON controller or the rear backplane */
     NVME_RISERS = 16,
     NVME_RISER_TYPE_EXTENDER = 4,
 

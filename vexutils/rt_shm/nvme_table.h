@@ -36,6 +36,12 @@ constexpr std::optional<unsigned> position_index(unsigned bay, unsigned slot) {
     return NVME_SLOTS * bay + slot;
 }
 
+// As position_index, for the positions that are cabled: only they have an extender or can sit
+// behind a KRON controller or on the rear backplane.
+constexpr std::optional<unsigned> cabled_index(unsigned bay, unsigned slot) {
+    return slot < NVME_CABLED_SLOTS ? position_index(bay, slot) : std::nullopt;
+}
+
 // State of every drive position, by position_index.
 using DriveStates = std::uint16_t[kDrivePositions];
 extern constinit DriveStates latest_drive_states;  // as the service reported them last
