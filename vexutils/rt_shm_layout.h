@@ -30,6 +30,22 @@ enum {
     SHM_SPLIT_MODE_OFFSET = 285, /* region 20: backplane split mode */
     SHM_SPLIT_MODE_BYTES = 40,
 
+    SHM_PCIESSD_SLOTS = 32, /* region 20: global PCIe SSD slots */
+
+    SHM_FRU_DRIVES = 36,           /* region 26: PCIe SSD drives */
+    SHM_FRU_CARDS = 16,            /* SSD cards of a kind other than SHM_FRU_KIND_2 */
+    SHM_FRU_CARD_FQDDS = 36,       /* and the texts of their slots */
+    SHM_FRU_KIND_2_CARDS = 4,
+    SHM_FRU_KIND_2 = 2,            /* card kind with records and texts of its own */
+    SHM_FRU_IMAGE_BYTES = 512,
+    SHM_FRU_DRIVE_FQDD_BYTES = 60,
+    SHM_FRU_CARD_FQDD_BYTES = 30,
+    SHM_FRU_PRESENT = 1,           /* PCIeSSDFruRecord.presence; 0xFF cleared */
+    SHM_FRU_UPDATED = 1,           /* PCIeSSDFruRegion.update */
+
+    SHM_EXTENDER_ENTRIES = 16,     /* region 15: entries that fit the table */
+    SHM_EXTENDER_TYPE_PCIESSD = 3, /* ExtenderCardEntry.type: an extender card of PCIe SSDs */
+
     NVME_BAYS = 5,   /* bay ids 0 to 4 */
     NVME_SLOTS = 50, /* slots 0 to 49 of a bay; table index 50 * bay + slot */
     NVME_CABLED_SLOTS = 36, /* slots 0 to 35 can be cabled to an extender, a KRON controller or the rear backplane */
@@ -131,6 +147,98 @@ static_assert(offsetof(StorageInventoryRegion, drives) == SHM_DRIVE_OFFSET, "reg
 static_assert(offsetof(StorageInventoryRegion, batteries) == SHM_BATTERY_OFFSET, "region 3");
 static_assert(offsetof(StorageInventoryRegion, tape) == SHM_TAPE_OFFSET, "region 3");
 static_assert(sizeof(StorageInventoryRegion) == 23706, "region 3");
+
+/* ---- Regions 15, 20 and 26 ------------------------------------------------------------------------------------------- */
+
+#pragma pack(push, 1)
+/* One card of region 15. */
+typedef struct ExtenderCardEntry {
+    uint8_t pcieSlot;
+    uint8_t type; /* SHM_EXTENDER_TYPE_PCIESSD */
+    uint8_t rsvd2[2];
+    uint16_t recordOffset; /* of the card's ExtenderCardRecord in the region */
+    uint8_t rsvd6[2];
+} ExtenderCardEntry;
+
+/* Table at the start of region 15; the records lie behind it. */
+typedef struct ExtenderCardTable {
+    uint8_t rsvd0[2];
+    uint16_t count; /* may claim more than the table holds */
+    ExtenderCardEntry entries[SHM_EXTENDER_ENTRIES];
+} ExtenderCardTable;
+
+typedef struct ExtenderCardRecord {
+    uint8_t bayId; /* from the card's FRU */
+    uint8_t rsvd1[3];
+} ExtenderCardRecord;
+
+/* Where a global PCIe SSD slot is; 0xFF in both without a drive slot. */
+typedef struct PCIeSSDPosition {
+    uint8_t u8BayId;
+    uint8_t u8SlotNumInBay;
+    uint8_t rsvd2[2];
+} PCIeSSDPosition;
+
+typedef struct PCIeSSDStatusEntry {
+    uint8_t rsvd0[2];
+    uint16_t u16DriveStatus; /* the values are the backplane's */
+} PCIeSSDStatusEntry;
+
+/* Region 20. */
+typedef struct PCIeSSDStatusRegion {
+    uint8_t rsvd0[6];
+    uint8_t presenceCounter; /* raised by the publisher with each change of presence */
+    uint8_t rsvd7[3];
+    uint8_t statusChangeCounter; /* raised by this library with each written status, wraps */
+    uint8_t rsvd11[3];
+    PCIeSSDPosition positions[SHM_PCIESSD_SLOTS];
+    PCIeSSDStatusEntry status[SHM_PCIESSD_SLOTS];
+    uint8_t rsvd270[15];
+    uint8_t splitMode[SHM_SPLIT_MODE_BYTES];
+} PCIeSSDStatusRegion;
+
+typedef struct PCIeSSDFruRecord {
+    uint8_t temperature; /* degrees Celsius, 0xFF unknown */
+    uint8_t bayIdOrKind; /* of a drive the bay, of a card its kind */
+    uint8_t slotOrIndex; /* of a drive the slot in its bay, of a card its index */
+    uint8_t presence;    /* SHM_FRU_PRESENT; 0xFF cleared */
+    uint8_t rsvd4[2];
+    uint8_t sizeCode; /* cards: 0 for an image of 256 bytes, else 1 */
+    uint8_t rsvd7;
+    uint8_t image[SHM_FRU_IMAGE_BYTES]; /* zero behind the FRU's end */
+} PCIeSSDFruRecord;
+
+/* Region 26; all 0xFF before the first record. */
+typedef struct PCIeSSDFruRegion {
+    uint8_t update; /* SHM_FRU_UPDATED after each stored or cleared record */
+    uint8_t rsvd1[3];
+    PCIeSSDFruRecord drives[SHM_FRU_DRIVES];
+    PCIeSSDFruRecord cards[SHM_FRU_CARDS];
+    char driveFqdds[SHM_FRU_DRIVES][SHM_FRU_DRIVE_FQDD_BYTES]; /* terminated */
+    char cardFqdds[SHM_FRU_CARD_FQDDS][SHM_FRU_CARD_FQDD_BYTES];
+    uint8_t rsvd30284[1648];
+    PCIeSSDFruRecord kind2Cards[SHM_FRU_KIND_2_CARDS];
+    char kind2Fqdds[SHM_FRU_KIND_2_CARDS][SHM_FRU_CARD_FQDD_BYTES];
+} PCIeSSDFruRegion;
+#pragma pack(pop)
+static_assert(sizeof(ExtenderCardTable) == 132, "region 15");
+static_assert(offsetof(ExtenderCardEntry, recordOffset) == 4, "region 15");
+static_assert(sizeof(PCIeSSDStatusRegion) == 325, "region 20");
+static_assert(offsetof(PCIeSSDStatusRegion, presenceCounter) == 6, "region 20");
+static_assert(offsetof(PCIeSSDStatusRegion, statusChangeCounter) == 10, "region 20");
+static_assert(offsetof(PCIeSSDStatusRegion, positions) == 14, "region 20");
+static_assert(offsetof(PCIeSSDStatusRegion, status) == 142, "region 20");
+static_assert(offsetof(PCIeSSDStatusEntry, u16DriveStatus) == 2, "region 20");
+static_assert(offsetof(PCIeSSDStatusRegion, splitMode) == SHM_SPLIT_MODE_OFFSET, "region 20");
+static_assert(sizeof(PCIeSSDFruRecord) == 520, "region 26");
+static_assert(offsetof(PCIeSSDFruRecord, sizeCode) == 6, "region 26");
+static_assert(offsetof(PCIeSSDFruRegion, drives) == 4, "region 26");
+static_assert(offsetof(PCIeSSDFruRegion, cards) == 18724, "region 26");
+static_assert(offsetof(PCIeSSDFruRegion, driveFqdds) == 27044, "region 26");
+static_assert(offsetof(PCIeSSDFruRegion, cardFqdds) == 29204, "region 26");
+static_assert(offsetof(PCIeSSDFruRegion, kind2Cards) == 31932, "region 26");
+static_assert(offsetof(PCIeSSDFruRegion, kind2Fqdds) == 34012, "region 26");
+static_assert(sizeof(PCIeSSDFruRegion) == 34132, "region 26");
 
 /* ---- NVMe backplane table: aligned by nature, so that its fields can be read without a lock -------------------------- */
 
