@@ -112,6 +112,38 @@ uint32_t rtshm_IsDriveConnectedRearBP(uint8_t *pu8Rear, uint8_t u8BayID, uint8_t
  */
 uint32_t ReadNVMeBPInfo(uint8_t *pu8Buffer);
 
+/* ---- Bay and slot of a drive ---------------------------------------------------------------------------------------- */
+
+/*
+ * Look-ups by global slot number or endpoint id. Outputs: one byte each, unchanged without a result.
+ * Returns, where not said otherwise: 0 found; 3 not found or a null output. Locks: none.
+ */
+
+/*
+ * Reads the slot in its bay of a global PCIe SSD slot from region 20. slot: its low 16 bits count, signed.
+ * Returns: 0, also for a null output, which reads nothing; 3 not readable.
+ */
+uint32_t RTSHM_readSSDSlotNumFromGblSlotNum(uint8_t *u8SlotNumInBay, int slot);
+
+/* Reads the bay id of a global PCIe SSD slot, as RTSHM_readSSDSlotNumFromGblSlotNum. */
+uint32_t RTSHM_readPCIeSSDBayIDInfoFromGblSlotNum(uint8_t *u8BayId, int slot);
+
+/* Reads the id of the last NVMe bay that has this slot from sNVMeSSDBPInfo. slot: 0 to 49. */
+uint32_t RTSHM_readBayIDInfoFromGblSlotNum(uint8_t *u8BayId, unsigned slot);
+
+/*
+ * Finds the last position of an NVMe drive with this I2C endpoint id. eid: 0 to 254.
+ * Returns: 0 also for an endpoint of another type, which has no position: outputs unchanged; 1 endpoint not registered; 3.
+ * Locks: the caller holds mutexRtCache.
+ */
+uint32_t RTSHM_readBayIDAndSlotNoFromEID(uint8_t *bay, uint8_t *slot, int eid);
+
+/* Finds the last position of a drive with this VDM endpoint id, whatever the endpoint's type. eid: 0 to 254. */
+uint32_t RTSHM_readBayIDAndSlotNoFromVDMEID(uint8_t *bay, uint8_t *slot, int eid);
+
+/* Returns: the I2C endpoint id of the drive with this VDM endpoint id; 255 there is none. */
+uint8_t rtshm_getI2CNVMeSSDEIDfromVDMEID(int eid);
+
 /* ---- Regions --------------------------------------------------------------------------------------------------------- */
 
 extern uint8_t g_IsTapeDrivePresent; /* TAPE_...; TAPE_UNKNOWN until the first answer */

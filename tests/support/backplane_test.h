@@ -1,10 +1,11 @@
 // Base of the fixtures around the NVMe tables: empty tables, no session, a snapshot to fill by byte
-// position.
+// position; a cache with an NVMe drive (EID 20) and an add-in card (EID 21) as endpoints.
 #ifndef TESTS_SUPPORT_BACKPLANE_TEST_H
 #define TESTS_SUPPORT_BACKPLANE_TEST_H
 
 #include <cstring>
 
+#include "rt_cache.h"
 #include "rt_shm.h"
 #include "rt_shm/nvme_table.h"
 #include "rt_sync.h"
@@ -20,11 +21,16 @@ class BackplaneTest : public PlatformTest {
         std::memset(&sNVMeSSDBPVDMInfo, 0, sizeof(sNVMeSSDBPVDMInfo));
         std::memset(vexutils::latest_drive_states, 0, sizeof(vexutils::latest_drive_states));
         std::memset(vexutils::acted_drive_states, 0, sizeof(vexutils::acted_drive_states));
+        EXPECT_EQ(rtcache_Init(), 0u);
+        EXPECT_EQ(rtcache_UpdateCachedObject(RTCACHE_REGISTER, 20, RTCACHE_TYPE_NVME, 0), 0u);
+        EXPECT_EQ(rtcache_UpdateCachedObject(RTCACHE_REGISTER, 21, RTCACHE_TYPE_PCIESSD, 0), 0u);
+        platform.clear_lines();
     }
     void TearDown() override {
         rtshm_BpApiExit();
         rtshm_BpApiKronExit();
         RTSync_Destroy();
+        rtcache_Destroy();
         g_bpInfo = nullptr;
     }
 
