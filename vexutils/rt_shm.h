@@ -144,6 +144,22 @@ uint32_t RTSHM_readBayIDAndSlotNoFromVDMEID(uint8_t *bay, uint8_t *slot, int eid
 /* Returns: the I2C endpoint id of the drive with this VDM endpoint id; 255 there is none. */
 uint8_t rtshm_getI2CNVMeSSDEIDfromVDMEID(int eid);
 
+/* ---- Backplane firmware --------------------------------------------------------------------------------------------- */
+
+/* Sets a bay's firmware version. bay: 0 to 4. major, minor: their low 8 bits. Returns: 0; 2 no such bay. */
+uint32_t RTSHM_setBpFwVersion(unsigned bay, unsigned major, unsigned minor);
+
+/* Reads a bay's firmware version. bay: 0 to 4. Returns: 0; 2 no such bay or a null output, nothing written. */
+uint32_t RTSHM_getBpFwVersion(unsigned bay, uint8_t *major, uint8_t *minor);
+
+/*
+ * Reads a bay's firmware version as text in hexadecimal: the first four characters of "major.minor" with two digits of
+ * minor, "1.05", without a terminator; of "1a.03" the last one is cut.
+ * bay: 0 to 4; greater numbers are not refused as such, they read on behind the bay entries.
+ * Returns: 0; 2 output null or bay beyond the table.
+ */
+uint32_t RTSHM_ReadBpFwVersion(unsigned bay, uint32_t *output);
+
 /* ---- Regions --------------------------------------------------------------------------------------------------------- */
 
 extern uint8_t g_IsTapeDrivePresent; /* TAPE_...; TAPE_UNKNOWN until the first answer */
