@@ -160,6 +160,30 @@ uint32_t RTSHM_getBpFwVersion(unsigned bay, uint8_t *major, uint8_t *minor);
  */
 uint32_t RTSHM_ReadBpFwVersion(unsigned bay, uint32_t *output);
 
+/* ---- Identify and drive status to the backplane ---------------------------------------------------------------------- */
+
+enum { RTSHM_NO_DRIVE_STATE = 0xFFFF };
+
+/* Starts to blink a drive, over a session of its own. Returns: 0; 1 no session or write refused. */
+uint32_t BlinkNVMeSSD(uint8_t u8bayId, uint8_t u8Slot);
+
+/* Stops to blink a drive by writing its state, over a session of its own. Returns: 0; 1 no session or write refused. */
+uint32_t UnBlinkNVMeSSD(uint8_t u8bayId, uint8_t u8Slot, uint16_t u6NVMeDriveState);
+
+/*
+ * Stops to blink a drive by writing its state, over the main session. u8EID: for the log.
+ * u6NVMeDriveState: RTSHM_NO_DRIVE_STATE writes nothing. Returns: 0; 1 main session closed or write refused.
+ */
+uint32_t UnBlinkAllNVMeSSDS(uint8_t u8EID, uint8_t u8bayId, uint8_t u8Slot, uint16_t u6NVMeDriveState);
+
+/*
+ * Records a drive's state in sNVMeSSDBPInfo and writes it to the backplane, over a session of its own.
+ * u8SSDSlotNum: slot under which the table records it; the backplane is told the slot found by u8EID, an I2C endpoint id.
+ * Returns: 0, also without a session or when the drive is not found; 1 write refused, the session stays open.
+ * Locks: the caller holds mutexRtCache.
+ */
+uint32_t updateNVMeSSDDriveStatusToBP(uint16_t u16DriveStatus, uint8_t u8SSDSlotNum, uint8_t u8EID);
+
 /* ---- Regions --------------------------------------------------------------------------------------------------------- */
 
 extern uint8_t g_IsTapeDrivePresent; /* TAPE_...; TAPE_UNKNOWN until the first answer */
