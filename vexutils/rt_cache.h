@@ -227,6 +227,9 @@ extern RtCacheDiskChangeRow *cache_Events_PD_ChObj;         /* max_adapters rows
 extern RtCacheDelayedRow *cache_Events_delayed;             /* max_adapters rows */
 extern RtCacheDelayedBitmap *cache_Events_PD_ChObj_delayed; /* max_adapters rows */
 
+/* Events in the lists that VEXEL makes of drained areas; the library only clears it, at the teardown. */
+extern uint32_t gRTCache_EventCount;
+
 /* ---- Life, lock, id map -------------------------------------------------------------------------------------------- */
 
 /*
@@ -329,6 +332,60 @@ uint32_t rtcache_SetCachedObject(uint32_t keyType, uint32_t eid, uint16_t objKey
  * Locks: the caller holds mutexRtCache.
  */
 uint32_t rtcache_GetCachedObject(uint32_t keyType, uint32_t eid, uint16_t objKey, void **object);
+
+/* ---- Events -------------------------------------------------------------------------------------------------------- */
+
+/*
+ * Records an event without event data. Events of disks in external enclosures behind an HBA are dropped.
+ * eid: 0 to 254. objType: RT_OBJ_...; with eventType 3 (the object changed), a disk is noted as one bit instead of in the
+ * list. objKey: the object's key.
+ * Returns: 0 recorded or dropped; 1 EID not registered; 2 EID above 254, or a key behind an HBA that can be no disk's.
+ * Locks: the caller holds mutexRtCache.
+ */
+uint32_t rtcache_SetCachedEvent(uint32_t eid, uint32_t objType, uint32_t eventType, uint32_t objKey);
+
+/*
+ * Records an event with its event data, of any disk. Arguments and Returns: as rtcache_CopyCachedEvent.
+ * Locks: the caller holds mutexRtCache.
+ */
+uint32_t rtcache_SetCachedEvent_roll_up(uint32_t eid, uint32_t objType, uint32_t eventType, uint32_t objKey,
+                                        EventData *eventData);
+
+/*
+ * Records an event. The 385th of a list since the last drain starts it again and drops the others.
+ * eventData: may be null. It belongs to this event alone, and to the cache once the result is 0, until a drain hands it
+ * back. A disk holds one: on NVMe endpoints new data replaces and frees it, on others only "PDR5" frees "PDR3", and what
+ * is replaced otherwise, or dropped with its list, is let go of unfreed. Data for a disk number without a slot is freed.
+ * Returns: 0; 1 EID not registered, the data stays the caller's.
+ * Locks: the caller holds mutexRtCache.
+ */
+uint32_t rtcache_CopyCachedEvent(uint32_t eid, uint32_t objType, uint32_t eventType, uint32_t objKey, EventData *eventData);
+
+/*
+ * Drains an endpoint: hands over all its events and leaves it without any.
+ * events, disks: not null; one row each.
+ * Returns: 0; 1 EID not registered; 2 null output; 3 lock not taken or no memory. A failure drains nothing; without memory
+ * for disks, *events is null.
+ * Locks: takes mutexRtCache.
+ * Owns: the caller both rows and every event data in them, vexel_free (of event data: id, arguments, then itself).
+ */
+uint32_t rtcache_GetCachedEvents(uint32_t eid, RtCacheEventRow **events, RtCacheDiskChangeRow **disks);
+
+/*
+ * Holds an event back, without event data, until the endpoint's command is over.
+ * Arguments: as rtcache_CopyCachedEvent; object and event type keep their low 16 bits.
+ * Returns: 0; 1 EID not registered; 2 EID above 254.
+ * Locks: the caller holds mutexRtCache.
+ */
+uint32_t rtcache_SetDelayedCachedEvent(uint32_t eid, uint32_t objType, uint32_t eventType, uint32_t objKey);
+
+/*
+ * Moves an endpoint's held back events to its ordinary ones, in order.
+ * dcmdOpcode: the command that ended, for the log.
+ * Returns: 0; 1 EID not registered; 2 EID above 254.
+ * Locks: the caller holds mutexRtCache.
+ */
+uint32_t rtcache_PurgeDelayedCachedEvents(uint32_t eid, int32_t dcmdOpcode);
 
 #pragma GCC visibility pop
 #ifdef __cplusplus

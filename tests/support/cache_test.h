@@ -2,11 +2,13 @@
 #ifndef TESTS_SUPPORT_CACHE_TEST_H
 #define TESTS_SUPPORT_CACHE_TEST_H
 
+#include <cstring>
 #include <string>
 #include <vector>
 
 #include "rt_cache.h"
 #include "tests/support/platform_test.h"
+#include "vexel.h"
 
 // Holds mutexRtCache.
 class CacheLock {
@@ -15,6 +17,46 @@ class CacheLock {
     ~CacheLock() { SMMutexUnLock(mutexRtCache); }
     CacheLock(const CacheLock&) = delete;
     CacheLock& operator=(const CacheLock&) = delete;
+};
+
+// Event data as VEXEL builds it; arguments too.
+inline EventData* make_event_data(const char* id) {
+    auto* data = static_cast<EventData*>(vexel_alloc(sizeof(EventData)));
+    data->messageId = static_cast<char*>(vexel_alloc(strlen(id) + 1));
+    memcpy(data->messageId, id, strlen(id) + 1);
+    data->messageArgs = vexel_alloc(8);
+    return data;
+}
+
+inline void free_event_data(EventData* data) {
+    if (data != nullptr) {
+        vexel_free(data->messageId);
+        vexel_free(data->messageArgs);
+        vexel_free(data);
+    }
+}
+
+// What a drain hands over, with the event data.
+struct Drained {
+    explicit Drained(uint32_t eid) : result(rtcache_GetCachedEvents(eid, &events, &disks)) {}
+    ~Drained() {
+        if (result == 0) {
+            for (uint32_t i = 0; i < events->eventCount; ++i) {
+                free_event_data(events->events[i].eventData);
+            }
+            for (EventData* data : disks->eventData) {
+                free_event_data(data);
+            }
+        }
+        vexel_free(events);
+        vexel_free(disks);
+    }
+    Drained(const Drained&) = delete;
+    Drained& operator=(const Drained&) = delete;
+
+    RtCacheEventRow* events = nullptr;
+    RtCacheDiskChangeRow* disks = nullptr;
+    uint32_t result;
 };
 
 class CacheTest : public PlatformTest {

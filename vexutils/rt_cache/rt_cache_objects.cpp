@@ -1,5 +1,6 @@
-#include "internal/log.h"
 #include "rt_cache.h"
+
+#include "internal/log.h"
 #include "rt_cache/rt_cache_state.h"
 
 using namespace vexutils;

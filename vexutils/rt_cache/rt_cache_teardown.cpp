@@ -1,6 +1,7 @@
+#include "rt_cache.h"
+
 #include "internal/log.h"
 #include "internal/mutex_guard.h"
-#include "rt_cache.h"
 #include "rt_cache/rt_cache_state.h"
 #include "rt_sync.h"
 #include "vexel.h"
