@@ -1,0 +1,144 @@
+#include "notifQue.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "tests/support/platform_test.h"
+
+namespace {
+
+class NotifyQueue : public PlatformTest {
+  protected:
+    void SetUp() override { ASSERT_EQ(InitEvtQ(&queue_), 0); }
+    // Queues have no end of their own.
+    void TearDown() override {
+        while (queue_->head != nullptr) {
+            std::free(RemoveMsgFromQueueHead(queue_));
+        }
+        SMMutexDestroy(queue_->mutex);
+        std::free(queue_);
+    }
+
+    void* take() {
+        void* message = this;
+        EXPECT_EQ(removeMsg(queue_, &message), 0);
+        return message;
+    }
+
+    static std::string with_pointer(const char* format, const void* pointer) {
+        char text[80];
+        snprintf(text, sizeof(text), format, pointer);
+        return text;
+    }
+
+    NotifQueue* queue_ = nullptr;
+    int messages_[3] = {};
+};
+
+TEST_F(NotifyQueue, MessagesComeOutInOrderAndAreCounted) {
+    EXPECT_EQ(take(), nullptr);
+    for (int round = 0; round < 2; ++round) {
+        for (uint32_t i = 0; i < 3; ++i) {
+            EXPECT_EQ(AddEvt(queue_, &messages_[i]), 0);
+            EXPECT_EQ(queue_->count, i + 1);
+        }
+        for (uint32_t i = 0; i < 3; ++i) {
+            EXPECT_EQ(take(), &messages_[i]);
+            EXPECT_EQ(queue_->count, 2 - i);
+            EXPECT_TRUE(queue_->head == nullptr || queue_->head->prev == nullptr);
+        }
+        EXPECT_EQ(queue_->tail, nullptr);
+    }
+    EXPECT_EQ(AddEvt(queue_, nullptr), 0) << "a null message is one too";
+    EXPECT_EQ(queue_->count, 1u);
+}
+
+TEST_F(NotifyQueue, PrimitivesLinkBothWaysWithoutTheLock) {
+    for (int& message : messages_) {
+        EXPECT_EQ(InsertMsgAtQueueTail(queue_, &message), 0);
+    }
+    EXPECT_EQ(queue_->count, 0u) << "only AddEvt counts";
+    EXPECT_EQ(platform.calls(fake::Place::Lock), 0);
+    std::vector<void*> backwards;
+    for (const NotifNode* node = queue_->tail; node != nullptr; node = node->prev) {
+        backwards.push_back(node->msg);
+    }
+    EXPECT_EQ(backwards, (std::vector<void*>{&messages_[2], &messages_[1], &messages_[0]}));
+    EXPECT_EQ(InsertMsgAtQueueTail(nullptr, &messages_[0]), -1);
+    EXPECT_EQ(RemoveMsgFromQueueHead(nullptr), nullptr);
+}
+
+TEST_F(NotifyQueue, LinesOfAMessagesWay) {
+    EXPECT_EQ(platform.messages(4),
+              std::vector<std::string>{with_pointer("InitEvtQ successful %p", queue_)});
+    const std::string wait = with_pointer("WAIT for queue mutex %p", queue_->mutex);
+    const std::string message = with_pointer("removeMsg:%p", messages_);
+    platform.clear_lines();
+    AddEvt(queue_, messages_);
+    EXPECT_EQ(platform.messages(4), (std::vector<std::string>{wait, "Release queue mutex",
+                                                              "AddEvt successful: MsgCount 1"}));
+    EXPECT_EQ(platform.messages(2),
+              std::vector<std::string>{
+                  with_pointer("InsertMsgAtQueueTail address %p Succesfully", queue_->head)});
+    platform.clear_lines();
+    take();
+    EXPECT_EQ(platform.messages(4),
+              (std::vector<std::string>{wait, "RemoveMsgFromQueueHead for last msn in Q",
+                                        "removeMsg successful", "Release queue mutex", message,
+                                        "removeMsg successful: msgCount 0"}));
+    platform.clear_lines();
+    take();
+    EXPECT_EQ(platform.messages(4)[1], "0 msg. removeMsg successful");
+}
+
+TEST_F(NotifyQueue, RefusalsAndFailuresHaveTheirResultAndLine) {
+    void* message = messages_;
+    const struct {
+        const char* what;
+        int32_t result, expected;
+        int level;
+        const char* line;
+    } rows[] = {
+        {"add, no queue", AddEvt(nullptr, messages_), 1, 2, "pQueue is NULL"},
+        {"remove, no queue", removeMsg(nullptr, &message), -1, 2, "removeMsg:Failed . pQueue NULL"},
+        {"remove, no output", removeMsg(queue_, nullptr), -1, 2, "<-- err null inputs"},
+        {"init, no output", InitEvtQ(nullptr), -1, 2, "<-- err null inputs"},
+        {"add, no lock", (platform.fail(fake::Place::Lock), AddEvt(queue_, messages_)), 1, 1,
+         "AddEvt:Failied to lock Mutex"},
+        {"remove, no lock", (platform.fail(fake::Place::Lock), removeMsg(queue_, &message)), 1, 1,
+         "removeMsg:Failied to lock Mutex"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        EXPECT_EQ(row.result, row.expected);
+        EXPECT_TRUE(logged(row.level, row.line));
+    }
+    EXPECT_EQ(message, messages_);
+    EXPECT_EQ(queue_->count, 0u);
+}
+
+TEST_F(NotifyQueue, WithoutMemoryAMessageIsDroppedInSilence) {
+    const fake::AllocationScope scope;
+    platform.fail(fake::Place::Allocation);
+    EXPECT_EQ(AddEvt(queue_, messages_), 0);
+    EXPECT_EQ(queue_->count, 0u);
+    EXPECT_TRUE(logged(2, "InsertMsgAtQueueTail Failed"));
+
+    NotifQueue* other = queue_;
+    platform.fail(fake::Place::Allocation);
+    EXPECT_EQ(InitEvtQ(&other), -1);
+    EXPECT_EQ(other, queue_);
+    EXPECT_TRUE(logged(2, "InitEvtQ Failed"));
+}
+
+TEST_F(NotifyQueue, AQueueWithoutAMutexIsMadeAndRefusesWork) {
+    NotifQueue* other = nullptr;
+    platform.fail(fake::Place::MutexCreate);
+    EXPECT_EQ(InitEvtQ(&other), 0);
+    EXPECT_NE(AddEvt(other, messages_), 0);
+    EXPECT_EQ(other->head, nullptr);
+    std::free(other);
+}
+
+}  // namespace
