@@ -224,6 +224,78 @@ void RTSHM_DumpSharedMem(void);
  */
 uint32_t RTSHM_UpdateSharedMem(uint32_t kronTotalCount);
 
+/* ---- PCIe SSDs: FRU, presence and status regions --------------------------------------------------------------------- */
+
+/*
+ * The FRU region has three groups, chosen by the endpoint's type and, for cards, the card's kind:
+ *   eidType RTCACHE_TYPE_NVME (cardKind ignored): 36 drives, records and FQDDs of indexes 0 to 35;
+ *   RTCACHE_TYPE_PCIESSD with a cardKind other than 2: cards, records of 0 to 15 and FQDDs of 0 to 35;
+ *   RTCACHE_TYPE_PCIESSD with cardKind 2: cards, records and FQDDs of 0 to 3.
+ * Functions below refuse any other type or index with 2. Results: 0 done; 2 bad argument, nothing written; 3 the region was
+ * not readable or not writable, what was written before stays. No locks; one thread at a time writes a device's record.
+ */
+
+/*
+ * Stores a device's FRU: the image, then where the device is, its presence last, and marks the region as updated.
+ * bayId, slot: of a drive; a card's record carries cardKind and index instead. fru: fruSize bytes, 1 to 512; the image is
+ * filled up with zeros. The temperature stays.
+ * Returns: 0; 2 also if fru is null or its size out of range; 3.
+ */
+uint32_t RTSHM_StoreFRU(uint8_t eidType, uint8_t cardKind, uint8_t index, uint8_t bayId, uint8_t slot, const uint8_t *fru,
+                        uint32_t fruSize);
+
+/* Writes a device's temperature, degrees Celsius, 0xFF unknown; not an update of the region. Returns: 0; 2; 3. */
+uint32_t RTSHM_StoreFRUTemp(uint8_t eidType, uint8_t cardKind, uint8_t index, uint8_t temperature);
+
+/* Fills a device's record with 0xFF and marks the region as updated. Returns: 0; 2; 3. */
+uint32_t RTSHM_ClearFRU(uint8_t eidType, uint8_t cardKind, uint8_t index);
+
+/* Fills a device's FQDD with 0xFF. Returns: 0; 2; 3. */
+uint32_t RTSHM_ClearFqdd(uint8_t eidType, uint8_t cardKind, uint8_t index);
+
+/* Writes a drive's FQDD, at most 59 characters of it. index: 0 to 35. Returns: 0; 2, also if fqdd is null; 3. */
+uint32_t RTSHM_Add_NVMeSSD_FQDD_toSHM(uint8_t index, const char *fqdd);
+
+/*
+ * Finds the lowest global slot of a bay. bayId: 0 to 4.
+ * Returns: 0; 2 base null or bay out of range; 3 not readable or the bay has no slot, *base unchanged.
+ */
+uint32_t RTSHM_GetPCIeSSDGlobalSlotNumberBase(uint8_t bayId, uint8_t *base);
+
+/*
+ * Says whether the presence counter moved since the last successful call; before the first it counts as 0.
+ * changed: 0 or 1. Returns: 0; 2 changed null; 3 not readable, *changed and what was seen unchanged.
+ */
+uint32_t RTSHM_ReadPCIeSSDPresenceSharedMem(uint8_t *changed);
+
+/*
+ * Reads the drive status of a global slot. slot: its low 16 bits, signed.
+ * Returns: 0, also if u16DriveStatus is null; 3 not readable or no such slot, output unchanged.
+ */
+uint32_t RTSHM_readPciessdDriveStatusFromShm(uint16_t *u16DriveStatus, int slot);
+
+/*
+ * Writes the drive status of a global slot, 0 to 31, and raises the status-change counter.
+ * Returns: 0; 2 slot out of range; 3 (the status may be written without the counter).
+ */
+uint32_t updatePciessdDriveStatusToShm(uint16_t u16DriveStatus, uint8_t u8SSDSlotNum);
+
+/*
+ * Writes the status block of all global slots and raises the status-change counter. statusBlock128: 32 entries of
+ * PCIeSSDStatusEntry. Returns: 0; 2 null; 3 (as above).
+ */
+uint32_t updatePciessdiBCDDataToShm(const void *statusBlock128);
+
+/*
+ * Takes over simulated drives, for machines without them. "/tmp/ssdstatus.txt", of which 4096 bytes are read: lines of
+ * a global slot (decimal) and its status (hexadecimal); slots that are not named keep theirs; lines of another form are
+ * skipped and counted in the log. "/tmp/ssdfru.bin": up to 36 images of 512 bytes, the FRUs of drives 0, 1, ... at the bay
+ * and slot of the global slot of the same number (0xFF from 32 on). Links are not followed; a file that is not there
+ * changes nothing.
+ * Returns: 0; 3 as soon as the regions cannot be read or written.
+ */
+uint32_t RTSHM_SimulatePCIeSSD(void);
+
 #pragma GCC visibility pop
 #ifdef __cplusplus
 }

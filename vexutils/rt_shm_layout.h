@@ -38,6 +38,7 @@ enum {
     SHM_FRU_KIND_2_CARDS = 4,
     SHM_FRU_KIND_2 = 2,            /* card kind with records and texts of its own */
     SHM_FRU_IMAGE_BYTES = 512,
+    SHM_FRU_SMALL_IMAGE_BYTES = 256, /* the FRU size that sizeCode 0 stands for */
     SHM_FRU_DRIVE_FQDD_BYTES = 60,
     SHM_FRU_CARD_FQDD_BYTES = 30,
     SHM_FRU_PRESENT = 1,           /* PCIeSSDFruRecord.presence; 0xFF cleared */

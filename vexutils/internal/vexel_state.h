@@ -18,8 +18,7 @@ struct LogState {
 };
 extern constinit LogState log_state;
 
-// A service engineer creates these files on the controller's persistent flash; only tests point
-// them elsewhere.
+// A service engineer creates these files on the controller; only tests point them elsewhere.
 struct FlagPaths {
     const char* log_disabled = "/flash/data0/oem_ps/vexel_log_disabled";
     const char* hba_disabled = "/flash/data0/oem_ps/vexel_sashba_disabled";
@@ -28,6 +27,8 @@ struct FlagPaths {
     const char* disk_thermal_disabled = "/flash/data0/oem_ps/pdthermaldisabled";
     const char* dump_request = "/tmp/rtdump";
     const char* cache_dump = "/tmp/vexel_cache.log";
+    const char* ssd_status = "/tmp/ssdstatus.txt";
+    const char* ssd_fru = "/tmp/ssdfru.bin";
 };
 extern constinit FlagPaths flag_paths;
 
