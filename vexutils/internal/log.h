@@ -90,14 +90,17 @@ inline void log_line(Level level, const LogPlace& place, const char* format, Arg
 
 }  // namespace vexutils
 
-// The unreachable call lets the compiler check the arguments against the format; log_line is a
-// template and cannot.
-#define LOG(level, format, ...)                                                              \
+#define LOG(level, format, ...) LOG_AS(__func__, level, format __VA_OPT__(, ) __VA_ARGS__)
+
+// As LOG, for the steps of an exported function that is too long for one body: their lines carry
+// its name, by which readers of the log know it. The unreachable call lets the compiler check the
+// arguments against the format; log_line is a template and cannot.
+#define LOG_AS(function, level, format, ...)                                                 \
     do {                                                                                     \
         if (false) {                                                                         \
             static_cast<void>(zentprintf(0, 0, format __VA_OPT__(, ) __VA_ARGS__));          \
         }                                                                                    \
-        ::vexutils::log_line(level, ::vexutils::LogPlace{__FILE_NAME__, __func__, __LINE__}, \
+        ::vexutils::log_line(level, ::vexutils::LogPlace{__FILE_NAME__, function, __LINE__}, \
                              "%s:%s:%u:" format "\n" __VA_OPT__(, ) __VA_ARGS__);            \
     } while (false)
 

@@ -1,5 +1,6 @@
 #include "rt_cache.h"
 
+#include "internal/cache_rows.h"
 #include "internal/log.h"
 #include "rt_cache/rt_cache_state.h"
 
@@ -43,6 +44,18 @@ std::uint32_t backplane_bound() {
 }
 
 }  // namespace
+
+namespace vexutils {
+
+std::span<RtCacheDiskNode* const> disk_slots(std::uint32_t eid) {
+    const std::optional<Row> row = row_of(eid);
+    if (!row) {
+        return {};
+    }
+    return {cache_PDs[index_of(*row)], disk_limit()};
+}
+
+}  // namespace vexutils
 
 uint32_t rtcache_SetCachedObject(uint32_t keyType, uint32_t eid, uint16_t objKey, void* object) {
     LOG(Level::Detail, "--> enter with EID:%d, u16ObjKey:%d, pObjectToBeCached:%p", eid, objKey,

@@ -1,7 +1,8 @@
+#include "rt_lclogwrp.h"
+
 #include <platform/evipc.h>
 
 #include "internal/log.h"
-#include "rt_lclogwrp.h"
 
 using namespace vexutils;
 

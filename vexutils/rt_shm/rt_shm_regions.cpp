@@ -1,3 +1,5 @@
+#include "rt_shm.h"
+
 #include <platform/shm.h>
 
 #include <algorithm>
@@ -6,9 +8,8 @@
 
 #include "internal/log.h"
 #include "internal/owned.h"
-#include "rt_lclogwrp.h"
-#include "rt_shm.h"
 #include "internal/vexel_state.h"
+#include "rt_lclogwrp.h"
 
 using namespace vexutils;
 

@@ -1,0 +1,506 @@
+#include <algorithm>
+#include <cstring>
+#include <deque>
+#include <numeric>
+
+#include "rt_shm.h"
+#include "rt_sync.h"
+#include "tests/support/cache_test.h"
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+using fake::Place;
+
+constexpr std::uint8_t kDone = 2;
+constexpr auto kDirect = L"Disk.Direct.0";
+
+class Update : public CacheTest {
+  protected:
+    struct Controller {
+        std::uint8_t eid;
+        RtCacheControllerNode node;
+        StorageObjectRecord adapter, battery;
+        RtCachePciInfo pci;
+    };
+    struct Disk {
+        RtCacheDiskNode node;
+        RtCacheEnclosureLink link;
+        StorageObjectRecord record;
+    };
+    std::deque<Controller> controllers;  // the test keeps what the cache would own
+    std::deque<Disk> disks;
+
+    void SetUp() override {
+        CacheTest::SetUp();
+        ASSERT_EQ(RTSync_Init(), 0u);
+        g_IsTapeDrivePresent = TAPE_UNKNOWN;
+    }
+
+    void TearDown() override {
+        clear();
+        rtshm_BpApiKronExit();
+        RTSync_Destroy();
+        CacheTest::TearDown();
+    }
+
+    void clear() {
+        for (const Controller& controller : controllers) {
+            const std::uint32_t row = GetIndexFromEID(controller.eid);
+            std::fill_n(cache_PDs[row], 2048, nullptr);
+            cache_AllEIDs[controller.eid] = nullptr;
+            cache_StorageEIDInfo.storageEID[row] = RTCACHE_EID_FREE;
+        }
+        controllers.clear();
+        disks.clear();
+    }
+
+    Controller& controller(std::uint8_t eid, std::uint8_t type, std::uint16_t device = 0x1234) {
+        rtcache_UpdateCachedObject(RTCACHE_REGISTER, eid, type, 0);
+        rtcache_SetStorageEIDStatus(eid, kDone);
+        Controller& added = controllers.emplace_back();
+        added.eid = eid;
+        added.pci.device = device;
+        added.adapter.body.adapter.temperature = 45;
+        added.adapter.body.adapter.batteryTemperature = 31;
+        added.node.adapter = &added.adapter;
+        added.node.battery = &added.battery;
+        added.node.pciInfo = &added.pci;
+        cache_AllEIDs[eid] = &added.node;
+        return added;
+    }
+
+    Disk& disk(std::uint8_t eid, std::uint16_t id, const wchar_t* fqdd = kDirect,
+               std::uint16_t enclosure = RT_ENCLOSURE_NONE) {
+        Disk& added = disks.emplace_back();
+        added.record.hdr.FQDD = const_cast<wchar_t*>(fqdd);
+        added.record.body.pd.enclosureId = enclosure;
+        added.record.body.pd.temperature = 38;
+        added.link.enclType.physicalDisk.Obj = &added.record;
+        added.node = {RT_OBJ_PHYSICAL_DISK, &added.link};
+        cache_PDs[GetIndexFromEID(eid)][id] = &added.node;
+        return added;
+    }
+
+    EnclosureBody& enclosure(std::uint8_t eid, std::uint16_t key, std::uint32_t type) {
+        Disk& added = disk(eid, key, L"");
+        added.node.objType = type;
+        added.record = {};
+        return added.record.body.enclosure;
+    }
+
+    void snapshot_drive(std::uint8_t index, std::uint8_t bay, std::uint8_t slot,
+                        std::uint8_t controller_slot) {
+        BpApiDrive added{};
+        added.bayId = bay;
+        added.slot = slot;
+        added.controllerSlot = controller_slot;
+        platform.add_drive(index, added);
+    }
+
+    void run(std::uint32_t kron_total = 0) {
+        const CacheLock lock;
+        platform.clear_lines();
+        EXPECT_EQ(RTSHM_UpdateSharedMem(kron_total), 0u);
+    }
+
+    // Region 3, by the offsets that its readers know.
+    unsigned at(std::size_t offset, int bytes = 1) {
+        unsigned value = 0;
+        for (int i = 0; i < bytes; ++i) {
+            value |= unsigned{platform.region(3)[offset + static_cast<std::size_t>(i)]} << (8 * i);
+        }
+        return value;
+    }
+    unsigned controller_count() { return at(0, 4); }
+    unsigned temperature() { return at(20, 4); }
+    unsigned battery_temperature() { return at(84, 4); }
+    unsigned polling_disabled() { return at(580); }
+    unsigned drive_count() { return at(724, 4); }
+    unsigned drive(std::size_t array) { return at(724 + array); }
+    unsigned battery_count() { return at(23678, 4); }
+    unsigned complete() { return at(23698); }
+    unsigned tape() { return at(23702); }
+};
+
+TEST_F(Update, PublishesASmallServerByteByByte) {
+    Controller& kron = controller(8, RTCACHE_TYPE_KRON);
+    kron.pci = {0x0B, 0x01, 0x1111, 0x1234, 0x2222, 0x3333};
+    AdapterBody& adapter = kron.adapter.body.adapter;
+    std::iota(adapter.ctrlValueA, adapter.ctrlValueA + 8, std::uint8_t{1});
+    std::iota(adapter.ctrlValueB, adapter.ctrlValueB + 8, std::uint8_t{0x11});
+    adapter.ctrlAttr = 0x5C;
+    adapter.thermalPDPollDisable = 1;
+    kron.battery.body.battery.state = 3;
+    EnclosureBody& backplane = enclosure(8, 100, RT_OBJ_BACKPLANE);
+    backplane.bayId = 2;
+    backplane.secondId = 6;
+    backplane.enclosureType = 9;
+    PhysicalDiskBody& pd = disk(8, 5, L"Disk.Bay.7:Enclosure.Internal.0-2", 100).record.body.pd;
+    pd.protocol = 0x0204;
+    pd.nominalRPM = 10000;
+    pd.size = 1200000000000;
+    pd.state = 0x1234ABCD;
+    pd.slot = 4;
+    pd.media = 0x02;
+    pd.formFactor = 3;
+    pd.refTemp = 60;
+    pd.critTemp = 70;
+    pd.enclosureType = 1;
+    pd.impedance = 7;
+    platform.snapshot.bayCnt = 1;
+    platform.snapshot.driveCnt = 1;
+    platform.snapshot.bays[0].bayId = 2;
+    platform.snapshot.bays[0].secondId = 6;
+    platform.snapshot.bays[0].raidManagement = 1;
+    snapshot_drive(0, 2, 7, 4);
+    controller(9, RTCACHE_TYPE_HBA, 0x97).adapter.body.adapter.temperature = RT_TEMPERATURE_NONE;
+    rtcache_SetModularId(9, 1);
+    disk(9, 0, L"Tape.1").record.body.pd.state = 0x0100;
+    run(1);
+
+    Bytes image(23706, 0xFF);
+    const auto text = [](const std::string& narrow) {
+        Bytes bytes(narrow.begin(), narrow.end());
+        bytes.resize(70);
+        return bytes;
+    };
+    // clang-format off
+    const std::pair<std::ptrdiff_t, Bytes> parts[] = {
+        {0, {2, 0, 0, 0, 0x85}}, {20, {45, 0, 0, 0}}, {84, {31, 0, 0, 0}},
+        {148, {0x11, 0x11, 0, 0, 0, 0, 0, 0}}, {212, {0x34, 0x12, 0, 0, 0x97, 0, 0, 0}},
+        {276, {0x22, 0x22, 0, 0, 0, 0, 0, 0}}, {340, {0x33, 0x33, 0, 0, 0, 0, 0, 0}},
+        {404, {0, 1}}, {420, {1, 2, 3, 4, 5, 6, 7, 8}}, {548, {0, 1}}, {564, {0x5C, 0}},
+        {580, {1, 0}}, {596, {0x11, 0x12, 0x13, 0x14, 0x15, 0x16, 0x17, 0x18}},
+        {724, {2, 0, 0, 0, 2, 0}}, {983, {7, 0}}, {1238, {4, 0}}, {1493, {1, 2}}, {1748, {3, 0}},
+        {2003, {38, 38}}, {2258, {0x10, 0x27, 0, 0, 0, 0, 0, 0}}, {3533, {0xCD, 0xAB, 1, 1}},
+        {4043, {0x5D, 0x04, 0, 0}}, {4553, {7, 0}}, {4808, {2, 0}}, {5063, {9, 0}},
+        {5318, {60, 0}}, {5573, {70, 0}}, {5828, text("Disk.Bay.7:Enclosure.Internal.0-2")},
+        {5898, text("Tape.1")},
+        {23678, {1, 0, 0, 0, 0x85}}, {23690, {3}}, {23698, {1, 0, 0, 0, 1, 0, 0, 0}}};
+    // clang-format on
+    for (const auto& [offset, bytes] : parts) {
+        std::ranges::copy(bytes, image.begin() + offset);
+    }
+    EXPECT_EQ(platform.region(3), image);
+
+    std::string lines;
+    for (const fake::LogLine& line : platform.lines()) {
+        if (line.function == "RTSHM_UpdateSharedMem") {
+            lines += std::to_string(line.level) + " " + line.message + "|";
+        }
+    }
+    EXPECT_EQ(lines,
+              "4 ControllerStruct 724 PDStruct 22954 BatteryStruct 24|4 kronTotalCount = 1|"
+              "2 DisableHBADrivePolling:0 DisableKRONDrivePolling0 |"
+              "4 --> Reading BPAPI to Update SharedMem  RTSHM_UpdateSharedMem|"
+              "4  Read Status 0 BP_API_Read Success |"
+              "4 UpdateSHM: ctrlId=8 u8Type=1 bInventoryFailed=2 |"
+              "4 Endpoint detected with u8Type=1 lclKronCount=1|"
+              "4 shm:Updating temperature[0]: 38|4 pdShmStatus abcd Slot 4|"
+              "4 Drive Capacity : 1117 & Impedance : 7|4 enclosure is internal BACKPLANE|"
+              "4  Bay Id: 2 u8BayNo: 0 bay->raidMgmt:1 u8BayCount:1|"
+              "4 Primary BP BpAPI_Bay:2 bay->isPrimary:0 dsBayCnt:0|"
+              "4 BpAPI_Bay:2 Kron_Bay:2 Bp_slot:7 Kron_Slot:4|"
+              "4 --> Fqdd populated in shared memory:Disk.Bay.7:Enclosure.Internal.0-2|"
+              "4  Not of type PHYSICALDISK, so continue|"
+              "4 UpdateSHM: ctrlId=9 u8Type=10 bInventoryFailed=2 |"
+              "4 shm:Updating temperature[1]: 38|4 pdShmStatus 101 Slot 0|"
+              "4 Drive Capacity : 0 & Impedance : 0|4 PDStruct.au8DriveMediaType[1]:2|"
+              "4 --> Fqdd populated in shared memory:Tape.1|"
+              "4 Before lclKronCnt[1] kronTotalCnt[1] vexel_inventory[255] lclHBAInvFlag[0]|"
+              "4 After : lclKronCount 1 kronTotalCount 1 vexel_inventory 1 lclHBAInvFlag 0|"
+              "4 --> Setting tape drive presense:1 wait count 120:0|"
+              "4 --> Writing to tape drive section 1|");
+}
+
+TEST_F(Update, EndpointsArePublishedByTypeAndInventoryState) {
+    const struct {
+        const char* what;
+        std::uint8_t type, state;
+        unsigned entered, complete;
+        const char* line;
+    } rows[] = {
+        {"KRON", 1, 2, 1, 1, nullptr},
+        {"KRON, partial", 1, 3, 0, 255, "KRON re-inventory is in progress for KRON ctrlId:[7]"},
+        {"KRON 18, partial", 18, 3, 1, 1,
+         "Ignoring the partial inventory case for KRON ctrlId:[7]"},
+        {"KRON 18, started", 18, 1, 0, 255, nullptr},
+        {"HBA, any state", 10, 0, 1, 255, nullptr},
+        {"controller 12", 12, 0, 1, 255, nullptr},
+        {"boot card", 17, 0, 1, 255, "TAVI-B1 Temperature = 45"},
+        {"NVMe", 7, 2, 0, 255, "Not KRON or HBA or TAVI, ignoring"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        controller(7, row.type);
+        rtcache_SetStorageEIDStatus(7, row.state);
+        run(1);
+        EXPECT_EQ(controller_count(), row.entered);
+        EXPECT_EQ(complete(), row.complete);
+        EXPECT_TRUE(row.line == nullptr || logged(4, row.line));
+        clear();
+    }
+    controller(3, 1).node.pciInfo = nullptr;
+    controller(4, 1).node.adapter = nullptr;
+    run();
+    EXPECT_EQ(controller_count(), 0u);
+    EXPECT_EQ(platform.count_logged(2, " contiue2"), 1);
+}
+
+TEST_F(Update, HbasStayOutWhileTheyAreInventoriedAgain) {
+    controller(9, RTCACHE_TYPE_HBA);
+    disk(9, 0);
+    grtsync_Status.phase = RTSYNC_PHASE_HBA_REINVENTORY;
+    run();
+    EXPECT_EQ(controller_count(), 0u);
+    EXPECT_EQ(complete(), 0xFFu);
+    EXPECT_TRUE(logged(4, "HBA re-inventory is in progress for at least one HBA. SKiP HBA id 9"));
+    platform.fail(Place::Lock, 2, true);  // the first is the cache's
+    run();
+    EXPECT_EQ(controller_count(), 1u) << "an unreadable status keeps no HBA out";
+    EXPECT_EQ(platform.count_logged(2, " GlobalStatus failed!!"), 2);
+    EXPECT_EQ(tape(), 0u);
+}
+
+TEST_F(Update, DeviceIdsDecideOnBatteryAndDrives) {
+    const std::vector<unsigned> no_battery{0x1F3C, 0x1F3D, 0x1F44, 0x1F45, 0x1F46, 0x1F4B,
+                                           0x1F4C, 0x1F4E, 0x1F50, 0x1F51, 0x1F52, 0x1F53,
+                                           0x2172, 0x2173, 0x2174, 0x2177, 0x2199};
+    const std::vector<unsigned> external{0x1F2D, 0x1F41, 0x1F46, 0x1FC9,
+                                         0x1FE2, 0x200D, 0x213A, 0x2212};
+    Controller& kron = controller(8, RTCACHE_TYPE_KRON);
+    disk(8, 0);
+    for (unsigned device = 0x1F2C; device <= 0x2213; ++device) {
+        SCOPED_TRACE(device);
+        kron.pci.device = static_cast<std::uint16_t>(device);
+        run();
+        const bool outside = std::ranges::count(external, device) > 0;
+        const bool battery = std::ranges::count(no_battery, device) == 0;
+        ASSERT_EQ(battery_temperature(), battery ? 31u : 0xFFFFFFFFu);
+        ASSERT_EQ(polling_disabled(), outside ? 0xFEu : 0u);
+        ASSERT_EQ(drive_count(), outside ? 0u : 1u);
+        ASSERT_EQ(battery_count(), outside ? 0u : 1u);
+    }
+    clear();
+    controller(8, RTCACHE_TYPE_KRON_18, 0x1F3C).adapter.body.adapter.capability = 0x10;
+    run();
+    EXPECT_EQ(battery_temperature(), 31u);
+    controllers[0].adapter.body.adapter.capability = 0xFFFFFFEF;
+    run();
+    EXPECT_EQ(battery_temperature(), 0xFFFFFFFFu);
+    EXPECT_TRUE(logged(4, "Battery Unsupported for index 0"));
+}
+
+TEST_F(Update, DisabledPollingHidesTemperatures) {
+    const struct {
+        const char* what;
+        std::uint8_t type;
+        std::uint16_t device;
+        std::uint8_t flags;
+        unsigned controller, battery, polling, drive, pci_slot;
+    } rows[] = {
+        {"KRON", 1, 1, 2, ~0u, ~0u, 0, 255, 0},
+        {"KRON, the HBA's bit", 1, 1, 1, 45, 31, 0, 38, 0},
+        {"HBA", 10, 1, 1, 45, ~0u, 1, 255, 255},
+        {"HBA, the KRON's bit", 10, 1, 2, 45, ~0u, 0, 38, 255},
+        {"HBA that is always polled", 10, 0x1FD3, 1, 45, ~0u, 0, 38, 255},
+        {"boot card", 17, 1, 2, 45, ~0u, 1, 255, 255},
+        {"boot card, the HBA's bit", 17, 1, 1, 45, ~0u, 0, 38, 255},
+        {"controller 12", 12, 1, 2, ~0u, ~0u, 1, 255, 255},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        controller(8, row.type, row.device);
+        disk(8, 0);
+        platform.region(55)[522] = row.flags;
+        run();
+        EXPECT_EQ(temperature(), row.controller);
+        EXPECT_EQ(battery_temperature(), row.battery);
+        EXPECT_EQ(polling_disabled(), row.polling);
+        EXPECT_EQ(drive(1279), row.drive);
+        EXPECT_EQ(at(4), row.pci_slot);
+        clear();
+    }
+}
+
+TEST_F(Update, NothingIsEnteredBeyondTheRegion) {
+    for (std::uint8_t eid = 1; eid <= 17; ++eid) {
+        controller(eid, RTCACHE_TYPE_KRON);
+    }
+    rtcache_SetModularId(2, 5);
+    for (std::uint16_t id = 0; id < 256; ++id) {
+        disk(16, id);
+    }
+    run(16);
+    EXPECT_EQ(controller_count(), 16u);
+    EXPECT_EQ(drive_count(), 255u);
+    EXPECT_EQ(battery_count(), 8u);
+    EXPECT_EQ(platform.count_logged(4, "IS A MODULAR CONTROLLER"), 1);
+    EXPECT_EQ(complete(), 1u) << "the seventeenth is not counted either";
+    clear();
+
+    controller(254, RTCACHE_TYPE_KRON);
+    disk(254, 2046);
+    disk(254, 2047);
+    run();
+    EXPECT_EQ(drive_count(), 1u) << "the last slot is not looked at";
+    max_physicaldevices = 1;
+    run();
+    EXPECT_EQ(drive_count(), 0u);
+}
+
+TEST_F(Update, WaitsForATapeDriveBeforeItIsCalledAbsent) {
+    controller(9, RTCACHE_TYPE_HBA);
+    disk(9, 0, L"Tape.1");
+    run();
+    EXPECT_EQ(g_IsTapeDrivePresent, TAPE_PRESENT);  // and the count starts afresh
+    RTSHM_InitSharedMem();
+    cache_PDs[GetIndexFromEID(9)][0] = nullptr;
+    run();
+    EXPECT_EQ(g_IsTapeDrivePresent, TAPE_UNKNOWN) << "no drives, no answer";
+    disk(9, 0);
+    for (int i = 1; i <= 121; ++i) {
+        run();
+        ASSERT_EQ(tape(), 0u);
+        ASSERT_TRUE(logged(4, "--> Tape drive wait count 120:" + std::to_string(i)));
+    }
+    run();
+    EXPECT_EQ(tape(), 2u);
+    EXPECT_EQ(g_IsTapeDrivePresent, TAPE_ABSENT);
+    disk(9, 1, L"Tape.1");
+    run();
+    EXPECT_EQ(tape(), 1u);
+    cache_PDs[GetIndexFromEID(9)][1] = nullptr;
+    run();
+    EXPECT_EQ(tape(), 2u) << "a known answer changes at once";
+}
+
+TEST_F(Update, DrivesArePlacedByEnclosureOrFqdd) {
+    const struct {
+        const char* what;
+        std::uint8_t type;
+        const wchar_t* fqdd;
+        std::uint16_t enclosure;
+        std::uint32_t enclosure_type;
+        std::uint8_t external;
+        unsigned bay, chassis_slot, media;  // 255: the drive is not published
+        const char* line;
+    } rows[] = {
+        {"direct", 1, kDirect, 0xFFFF, 2, 0, 0, 0, 0, "4 u16EnclDeviceID is not proper"},
+        {"neither", 1, L"Disk.Bay.0", 0xFFFF, 2, 0, 255, 255, 255,
+         "4 Disk attached to an enclosure, so continue"},
+        {"no FQDD", 1, nullptr, 0xFFFF, 2, 0, 255, 255, 255, nullptr},
+        {"tape behind KRON", 18, L"Tape.1", 0xFFFF, 2, 0, 0, 0, 2, nullptr},
+        {"tape of an HBA", 10, L"Tape.1", 9, 2, 1, 3, 4, 2, "4 PDStruct.au8DriveMediaType[0]:2"},
+        {"tape in an enclosure", 1, L"Tape.1", 9, 2, 1, 3, 4, 0, nullptr},
+        {"external", 1, L"", 9, 2, 1, 3, 4, 0, "4 enclosure is not of type BACKPLANE"},
+        {"not flagged", 1, L"", 9, 2, 0, 0, 0, 0, nullptr},
+        {"backplane", 18, L"", 9, 240, 0, 3, 3, 0, "4 enclosure is internal BACKPLANE"},
+        {"backplane of an HBA", 10, L"", 9, 240, 0, 0, 0, 0, nullptr},
+        {"no node", 1, L"", 8, 2, 1, 0, 0, 0, "2 Failed to get the enclosure object"},
+        {"a disk", 1, L"", 0, 2, 1, 0, 0, 0, "2 Failed to get the enclosure object"},
+        {"beyond", 1, L"", 0xFFFE, 2, 1, 0, 0, 0, "2 Failed to get the enclosure object"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        controller(8, row.type);
+        EnclosureBody& place = enclosure(8, 9, row.enclosure_type);
+        place.bayId = 3;
+        place.chassisSlot = 4;
+        place.externalFlag = row.external;
+        disk(8, 0, row.fqdd, row.enclosure);
+        run();
+        EXPECT_EQ(drive_count(), row.media == 255 ? 0u : 1u);
+        EXPECT_EQ(drive(4), row.bay);
+        EXPECT_EQ(drive(4084), row.chassis_slot);
+        EXPECT_EQ(drive(769), row.media);
+        EXPECT_TRUE(row.line == nullptr || logged(row.line[0] - '0', row.line + 2));
+        clear();
+    }
+}
+
+TEST_F(Update, BackplaneSlotsComeFromTheBayThatMatches) {
+    controller(8, RTCACHE_TYPE_KRON);
+    EnclosureBody& backplane = enclosure(8, 100, RT_OBJ_BACKPLANE);
+    backplane.bayId = 2;
+    backplane.secondId = 6;
+    disk(8, 0, L"", 100).record.body.pd.slot = 4;
+    BpApiInfo& info = platform.snapshot;
+    info.bayCnt = 7;      // more than there is room for
+    info.driveCnt = 255;  // likewise
+    snapshot_drive(10, 3, 8, 4);
+    snapshot_drive(20, 2, 7, 5);
+    snapshot_drive(249, 2, 9, 4);
+    BpApiBay& bay = info.bays[5];
+    const struct {
+        const char* what;
+        std::uint8_t id, raid, controller_bay, second_id, secondary;
+        unsigned slot;
+    } rows[] = {
+        {"primary with another second id", 2, 1, 2, 5, 0, 4},
+        {"secondary by its controller bay", 3, 1, 2, 0, 1, 8},
+        {"secondary of another bay", 2, 1, 3, 6, 1, 4},
+        {"not managed", 2, 0, 2, 6, 0, 4},
+        {"not managed either", 2, 3, 2, 6, 0, 4},
+        {"primary", 2, 2, 0, 6, 0, 9},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        bay.bayId = row.id;
+        bay.raidManagement = row.raid;
+        bay.controllerBay = row.controller_bay;
+        bay.secondId = row.second_id;
+        bay.secondary = row.secondary;
+        run();
+        EXPECT_EQ(drive(259), row.slot);
+    }
+    EXPECT_TRUE(logged(3, "driveCnt:255 limited to 250"));
+
+    const struct {
+        Place place;
+        unsigned slot;
+        const char* line;
+    } faults[] = {{Place::BpRead, 4, "4  Read Status 7 BP_API_Read Failure "},
+                  {Place::Allocation, 4, "2 <-- error:malloc to BP_Info is Failed!!"},
+                  {Place::BpOpen, 4, "2 <-- error:bpAPIKronHandler is NULL!!"},
+                  {Place::ShmRead, 9, "2 Unable to read Thermal flag from  Shared memeory"}};
+    for (const auto& fault : faults) {
+        SCOPED_TRACE(fault.line);
+        rtshm_BpApiKronExit();
+        platform.fail(fault.place);
+        const fake::AllocationScope counted;
+        run();
+        EXPECT_EQ(drive(259), fault.slot);
+        EXPECT_TRUE(logged(fault.line[0] - '0', fault.line + 2));
+    }
+}
+
+TEST_F(Update, SomeDrivesAreLeftOut) {
+    controller(8, RTCACHE_TYPE_KRON);
+    disk(8, 0).record.body.pd.multipath = 1;  // its primary path is 0
+    disk(8, 1).record.body.pd.multipath = 1;
+    disk(8, 2).record.body.pd.protocol = 0x100;
+    disk(8, 3).node.enclObj = nullptr;
+    disk(8, 4).link.enclType.physicalDisk.Obj = nullptr;
+    controller(17, RTCACHE_TYPE_BOOT_CARD).adapter.hdr.FQDD = const_cast<wchar_t*>(L"TAVI.1");
+    disk(17, 0).record.body.pd.protocol = 0x100;
+    controller(18, RTCACHE_TYPE_BOOT_CARD).adapter.hdr.FQDD = const_cast<wchar_t*>(L"ROR.1");
+    controller(19, RTCACHE_TYPE_BOOT_CARD);
+    controller(20, RTCACHE_TYPE_HBA);
+    const std::wstring long_fqdd = L"Disk.Direct." + std::wstring(80, L'\u00e4');
+    disk(20, 0, long_fqdd.c_str()).record.body.pd.protocol = 0x100;
+    run();
+    EXPECT_EQ(drive_count(), 2u);
+    const auto* fqdd = reinterpret_cast<const char*>(&platform.region(3)[5828]);
+    EXPECT_EQ(std::string(fqdd + 70), "Disk.Direct." + std::string(57, '?')) << "69 characters";
+    for (const char* line : {" pPDCache->enclObj is NULL, so continue",
+                             " pPDCache->enclObj->enclType.physicalDisk.Obj is NULL, so continue",
+                             "FQDD is not either TAVI or ROR"}) {
+        EXPECT_EQ(platform.count_logged(2, line), 1) << line;
+    }
+    EXPECT_TRUE(logged(4, " drive:0x1 is in multipath but not primary"));
+    EXPECT_EQ(at(548, 4), 0x04040300u) << "kinds: KRON, TAVI, ROR, unknown boot card";
+}
+
+}  // namespace
