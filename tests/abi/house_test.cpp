@@ -51,7 +51,7 @@ const std::map<std::string, int> kHeight = {
     {"rt_lclogwrp.h", 3}, {"rt_shm_layout.h", 4}, {"rt_shm.h", 4},
 };
 const std::map<std::string, int> kRoomHeight = {
-    {"internal", 1}, {"vexel", 0},    {"rt_sync", 1},     {"rt_dup", 1},
+    {"internal", 2}, {"vexel", 0},    {"rt_sync", 1},     {"rt_dup", 1},
     {"queues", 1},   {"rt_cache", 2}, {"rt_lclogwrp", 3}, {"rt_shm", 4},
 };
 // A drive's bay and slot are asked of rt_shm by these two, and by no other source below it.
@@ -123,10 +123,13 @@ TEST(House, HeadersAreGuardedByTheirName) {
     }
 }
 
-TEST(House, LibraryPointersAreNeverCastToRecords) {
+TEST(House, TheLibraryKeepsOffWhatHarmsItsCallers) {
+    // Tables of row pointers change type; bytes become records by memcpy only.
+    static const std::regex kRecordCast{
+        R"(reinterpret_cast<(?!(const )?(std::)?uint8_t\*>|[^>]*\*\*>))"};
     for (const Source& source : sources_below("vexutils")) {
         if (source.path.ends_with(".cpp")) {
-            EXPECT_EQ(source.text.find("reinterpret_cast"), std::string::npos) << source.path;
+            EXPECT_FALSE(std::regex_search(source.text, kRecordCast)) << source.path;
             EXPECT_EQ(source.text.find("setlocale"), std::string::npos) << source.path;
             EXPECT_EQ(source.text.find("strtok"), std::string::npos) << source.path;
         }

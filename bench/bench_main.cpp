@@ -1,0 +1,33 @@
+#include <unistd.h>
+
+#include <cstring>
+
+#include "bench/bench_support.h"
+
+namespace bench {
+void register_log_cases();
+void register_cache_cases();
+void register_dup_cases();
+void register_inventory_cases();
+void register_queue_cases();
+int print_memory();
+}  // namespace bench
+
+int main(int argc, char** argv) {
+    if (argc == 2 && std::strcmp(argv[1], "--memory") == 0) {
+        return bench::print_memory();
+    }
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 2;
+    }
+    bench::register_log_cases();
+    bench::register_cache_cases();
+    bench::register_dup_cases();
+    bench::register_inventory_cases();
+    bench::register_queue_cases();
+    benchmark::RunSpecifiedBenchmarks();
+    bench::run_exits();
+    unlink(bench::log_path().c_str());
+    return 0;
+}

@@ -1,0 +1,39 @@
+// What the cases of the speed suite share. Cases are named PATH/floor, PATH/lib and PATH/peer_NAME;
+// the floor is the least that any implementation must do (the same bytes written, the same blocks
+// allocated), measured in the same run.
+#ifndef BENCH_BENCH_SUPPORT_H
+#define BENCH_BENCH_SUPPORT_H
+
+#include <benchmark/benchmark.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+using Operation = std::function<void()>;
+
+// Switches the trace log's file for the code that follows; on, it writes to log_path().
+void log_file(bool on);
+const std::string& log_path();
+
+// The lines that one run of an operation writes to the trace log's file.
+std::vector<std::string> lines_of(const Operation& operation);
+
+// Opens, writes and closes once per line: what any logger that keeps no handle must do.
+void write_raw(const std::vector<std::string>& lines);
+
+// Registers one case; setup runs before the timed loop.
+void add(const std::string& name, Operation setup, Operation operation, int threads = 1);
+
+// Registers PATH/lib with the file on and PATH/floor, which writes the same lines raw.
+void add_logged(const std::string& path, Operation setup, Operation operation, int threads = 1);
+
+// Frees what the cases of a file have built up; run in order at the end.
+void at_exit(Operation operation);
+void run_exits();
+
+}  // namespace bench
+
+#endif  // BENCH_BENCH_SUPPORT_H

@@ -1,0 +1,126 @@
+// The runtime cache: recording and draining events, finding an endpoint.
+#include <cstdlib>
+#include <cstring>
+#include <unordered_map>
+
+#include "bench/bench_support.h"
+#include "rt_cache.h"
+#include "vexel.h"
+
+namespace bench {
+
+namespace {
+
+constexpr uint8_t kEndpoints = 100;
+
+void start_cache() {
+    static bool started = false;
+    log_file(false);
+    if (!started) {
+        started = true;
+        rtcache_Init();
+        for (uint32_t eid = 1; eid <= kEndpoints; ++eid) {
+            rtcache_UpdateCachedObject(RTCACHE_REGISTER, eid, RTCACHE_TYPE_KRON, 0);
+        }
+        at_exit([] { rtcache_Destroy(); });
+    }
+}
+
+// A row as a busy endpoint leaves it: scattered disks (sparse) or most of them (dense).
+void fill_bitmap(bool dense) {
+    start_cache();
+    uint8_t* bitmap = cache_Events_PD_ChObj[0].bitmap;
+    std::memset(bitmap, dense ? 0xA5 : 0, RTCACHE_DISK_BITMAP_BYTES);
+    for (unsigned k = 0; !dense && k < 256; k += 50) {
+        bitmap[k] = 1;
+    }
+}
+
+void record() {
+    rtcache_CopyCachedEvent(1, RT_OBJ_VIRTUAL_DISK, 1, 7, nullptr);
+}
+
+void drain() {
+    RtCacheEventRow* events = nullptr;
+    RtCacheDiskChangeRow* disks = nullptr;
+    rtcache_GetCachedEvents(1, &events, &disks);
+    vexel_free(events);
+    vexel_free(disks);
+}
+
+void drain_floor() {
+    static RtCacheEventRow events;
+    static RtCacheDiskChangeRow disks;
+    void* first = std::malloc(sizeof(events));
+    void* second = std::malloc(sizeof(disks));
+    std::memcpy(first, &events, sizeof(events));
+    std::memset(&events, 0, sizeof(events));
+    std::memcpy(second, &disks, sizeof(disks));
+    std::memset(&disks, 0, sizeof(disks));
+    benchmark::DoNotOptimize(first);
+    benchmark::DoNotOptimize(second);
+    benchmark::ClobberMemory();
+    std::free(first);
+    std::free(second);
+}
+
+uint8_t row_of_eid[256];
+std::unordered_map<unsigned, unsigned> row_map;
+
+void register_lookup(const char* what, uint32_t eid) {
+    const std::string path = std::string{"endpoint_lookup_"} + what;
+    add(
+        path + "/floor", [] {},
+        [eid] {
+            uint32_t id = eid;
+            benchmark::DoNotOptimize(id);
+            benchmark::DoNotOptimize(row_of_eid[id]);
+        });
+    add(path + "/lib", start_cache, [eid] {
+        uint32_t id = eid;
+        benchmark::DoNotOptimize(id);
+        benchmark::DoNotOptimize(GetIndexFromEID(id));
+    });
+    add(
+        path + "/peer_unordered_map",
+        [] {
+            for (unsigned eid_key = 1; eid_key <= kEndpoints; ++eid_key) {
+                row_map[eid_key] = eid_key - 1;
+            }
+        },
+        [eid] {
+            uint32_t id = eid;
+            benchmark::DoNotOptimize(id);
+            benchmark::DoNotOptimize(row_map.find(id)->second);
+        });
+}
+
+}  // namespace
+
+void register_cache_cases() {
+    add_logged("record_list_event", start_cache, record);
+    for (const bool dense : {false, true}) {
+        const std::string path = dense ? "bitmap_text_dense" : "bitmap_text_sparse";
+        add(
+            path + "/floor", [] {},
+            [] {
+                static char source[768], target[769];
+                benchmark::DoNotOptimize(source);
+                std::memcpy(target, source, sizeof(source));
+                benchmark::DoNotOptimize(target);
+                benchmark::ClobberMemory();
+            });
+        // The text is made once per recorded event; the rest of a record call with the file off is
+        // a few dozen ns.
+        add(
+            path + "/lib", [dense] { fill_bitmap(dense); }, record);
+    }
+    add(
+        "drain_endpoint/floor", [] {}, drain_floor);
+    add("drain_endpoint/lib", start_cache, drain);
+    register_lookup("first", 1);
+    register_lookup("middle", kEndpoints / 2);
+    register_lookup("last", kEndpoints);
+}
+
+}  // namespace bench
