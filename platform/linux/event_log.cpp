@@ -12,6 +12,7 @@
 #include <mutex>
 #include <optional>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "os_support.h"
@@ -23,7 +24,7 @@ namespace {
 constexpr char kDefaultFolder[] = "/var/log/vex";
 constexpr char kDefaultPath[] = "/var/log/vex/events.log";
 constexpr std::string_view kSequenceMember = "{\"seq\":";
-constexpr size_t kLineHead = 32;  // enough of a line for its sequence number
+constexpr size_t kLineHead = 64;  // enough of a line for its sequence number and time
 constexpr size_t kBlock = 64 * 1024;
 constexpr int64_t kLastMoment = 253402300799;  // the end of the year 9999
 
@@ -34,6 +35,8 @@ struct Tail {
     uint64_t size = 0;  // up to the end of the last whole line
     uint64_t records = 0;
     uint64_t last_sequence = 0;
+    uint64_t last_line = 0;  // where the last whole line starts
+    std::string last_head;   // and how: another file may get the number of one that was removed
 };
 
 /* Counts whole lines and finds the highest sequence number, block by block. */
@@ -65,16 +68,28 @@ class LineScanner {
                             sequence);
         }
         tail_.last_sequence = std::max(tail_.last_sequence, sequence);
-        tail_.size += open_bytes_ + 1;
+        tail_.last_line = tail_.size;
+        tail_.last_head = std::exchange(head_, {});
+        tail_.size += std::exchange(open_bytes_, 0) + 1;
         ++tail_.records;
-        open_bytes_ = 0;
-        head_.clear();
     }
 
     Tail& tail_;
     std::string head_;
     uint64_t open_bytes_ = 0;
 };
+
+/* Is this still the file that tail was read from, apart from lines added since? */
+bool is_known(int fd, const struct stat& status, const Tail& tail) {
+    if (tail.records == 0 || status.st_dev != tail.device || status.st_ino != tail.inode ||
+        static_cast<uint64_t>(status.st_size) < tail.size) {
+        return false;
+    }
+    char head[kLineHead];
+    const ssize_t count =
+        pread(fd, head, tail.last_head.size(), static_cast<off_t>(tail.last_line));
+    return count >= 0 && tail.last_head == std::string_view{head, static_cast<size_t>(count)};
+}
 
 /*
  * Reads on from the end of what tail knows.
@@ -209,10 +224,10 @@ class Appender {
         if (!file_ || fstat(file_.get(), &status) != 0) {
             return errno;
         }
-        const bool known = status.st_dev == tail_.device && status.st_ino == tail_.inode &&
-                           static_cast<uint64_t>(status.st_size) >= tail_.size;
-        if (!known) {
-            tail_ = Tail{status.st_dev, status.st_ino};
+        if (!is_known(file_.get(), status, tail_)) {
+            tail_ = Tail{};
+            tail_.device = status.st_dev;
+            tail_.inode = status.st_ino;
         }
         const auto torn = scan(file_.get(), tail_);
         if (!torn) {
@@ -260,6 +275,8 @@ class Appender {
                 ftruncate(file_.get(), static_cast<off_t>(tail_.size));
             return error;
         }
+        tail_.last_line = tail_.size;
+        tail_.last_head = line.substr(0, kLineHead);
         tail_.size += line.size();
         ++tail_.records;
         ++tail_.last_sequence;
