@@ -1,11 +1,13 @@
 /*
  * bpapi.h - the backplane service: sessions, the topology snapshot, drive-state writes.
  *
- * An implementer promises: callbacks run on one thread of the service, never on the caller's; a callback may call Read
- * and Write but neither Open nor Close; after Close returned, the session's callback does not run again and is not running
- * (unless Close was called from it). All functions may be called from any thread and may block for the time of one
- * backplane transaction. Results carry their meaning in the low 8 bits: 0 is success. The arguments file, func and line
- * name the caller for the service's own diagnostics; they may be null or 0.
+ * An implementer promises: callbacks run on one thread of the service, never on the caller's, one at a time; a callback
+ * may call Read and Write and should call neither Open nor Close, but a Close from a callback must not hang. After Close
+ * returned, the session's callback does not run again and is not running (unless Close was called from it): Close waits
+ * for a running one, so its caller holds no lock that a callback takes. All functions may be called from any thread and may
+ * block for the time of one backplane transaction. Results carry their meaning in the low 8 bits: 0 is success. The
+ * arguments file, func and line name the caller for the service's own diagnostics; they may be null or 0. Sessions do not
+ * survive a fork: the child opens its own.
  */
 #ifndef PLATFORM_BPAPI_H
 #define PLATFORM_BPAPI_H
@@ -140,7 +142,11 @@ static_assert(sizeof(BpDriveStateWrite) == 4, "record shared with the backplane 
 
 typedef struct ZentBpApiObject *ZentBpApiHandle;
 
-/* Called with the new snapshot whenever it changed; info is valid during the call only and may be null on an error. */
+/*
+ * Called with the new snapshot whenever it changed after the session was opened, not for the snapshot found at the
+ * opening. Changes that follow each other quickly may come as one call. info: valid during the call only; may be null on
+ * an error.
+ */
 typedef void (*ZentBpApiCallback)(const BpApiInfo *info);
 
 /*
@@ -150,23 +156,29 @@ typedef void (*ZentBpApiCallback)(const BpApiInfo *info);
 ZentBpApiHandle ZentBpApiOpenExec(ZentBpApiCallback callback, uint32_t zero, const char *file, const char *func,
                                   uint32_t line, uint32_t zero2);
 
-/* Fills buffer5362 with the current snapshot. Returns: low byte 0 filled; else buffer unchanged. */
+/*
+ * Fills buffer5362 with the current snapshot, which may be newer than the one of the last callback.
+ * buffer5362: BPAPI_INFO_SIZE bytes, need not be aligned.
+ * Returns: low byte 0 filled; else buffer unchanged (no open session, null buffer, no answer of the backplane).
+ */
 uint32_t ZentBpApiReadExec(ZentBpApiHandle handle, void *buffer5362, const char *file, const char *func, uint32_t line);
 
 /*
- * Writes a record. writeType: BPAPI_WRITE_DRIVE_STATE with a BpDriveStateWrite.
- * Returns: low byte 0 accepted; else nothing changed (unknown type, bay or slot).
+ * Writes a record. It drives the lights of a slot and does not change the snapshot.
+ * writeType: BPAPI_WRITE_DRIVE_STATE. record: a BpDriveStateWrite, need not be aligned.
+ * Returns: low byte 0 accepted; else nothing changed (no open session, unknown type, null record, unknown bay or slot, the
+ * state could not be kept).
  */
 uint32_t ZentBpApiWriteExec(ZentBpApiHandle handle, uint32_t writeType, const void *record, const char *file,
                             const char *func, uint32_t line);
 
-/* Closes a session. Returns: low byte 0 closed; else the handle is no open session. */
+/* Closes a session. Returns: low byte 0 closed; else the handle is no open session (or not any more). */
 uint32_t ZentBpApiCloseExec(ZentBpApiHandle handle, const char *file, const char *func, uint32_t line);
 
-/* Text of a result code. Returns: static text, may be null for a code without one. */
+/* Text of a result code, from its low 8 bits. Returns: static text, may be null for a code without one. */
 const char *ZentBpApiError(uint32_t code);
 
-/* Identifier of the system board; 215 has its extender in slot 1 for drive slots 2 to 4. */
+/* Identifier of the system board, 0 if unknown; 215 has its extender in slot 1 for drive slots 2 to 4. */
 uint32_t Zent_get_system_id(void);
 
 #pragma GCC visibility pop
