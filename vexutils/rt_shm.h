@@ -112,6 +112,51 @@ uint32_t rtshm_IsDriveConnectedRearBP(uint8_t *pu8Rear, uint8_t u8BayID, uint8_t
  */
 uint32_t ReadNVMeBPInfo(uint8_t *pu8Buffer);
 
+/* ---- NVMe backplanes and extenders ----------------------------------------------------------------------------------- */
+
+/*
+ * Creates the cached extender of every riser in sNVMeSSDBPInfo; those that exist stay as they are.
+ * Returns: 0; 3 one could not be created, the risers behind it are not looked at.
+ * Locks: takes mutexRtCache for each.
+ */
+uint32_t rtshm_getNVMeExtcard(void);
+
+/*
+ * Creates the cached extender of a PCIe slot (key type RTCACHE_KEY_EXTENDER), with name and FQDD; an existing one stays.
+ * bayId: of the riser that revealed it. extenderSlot: 0 to 16, the object key.
+ * Returns: 0; 2 no such key; 3 lock not taken or no memory. Locks: takes mutexRtCache. Owns: the cache.
+ */
+uint32_t processNVMeExtndrcardInfo(uint8_t bayId, uint32_t extenderSlot);
+
+/*
+ * Creates the cached backplane of every bay in sNVMeSSDBPInfo that has an NVMe slot, from the first such slot; those that
+ * exist stay as they are. Extenders come first (rtshm_getNVMeExtcard), since FQDDs go through them.
+ * Returns: 0, also if a backplane could not be created. Locks: takes mutexRtCache for each.
+ */
+uint32_t rtshm_getNVMeBPs(void);
+
+/*
+ * Creates the cached backplane of a bay (key type RTCACHE_KEY_BACKPLANE, object key its bay id); an existing one stays.
+ * bay, slot: entries of sNVMeSSDBPInfo, the slot one of the bay; not null.
+ * Returns: 0; 2 null entry; 3 lock not taken, no memory or no such key. A backplane whose name or FQDD found no memory is
+ * stored without it. Locks: takes mutexRtCache. Owns: the cache.
+ */
+uint32_t processNVMeBackplaneInfo(const NVMeBayEntry *bay, const NVMeSlotEntry *slot);
+
+/*
+ * Reads the PCIe slot of the extender that serves a drive slot. bayId: 0 to 4. driveSlot: 0 to 35.
+ * extenderSlot: not null; 0 none. Returns: 0; 2 no such position or a null output, nothing written. Locks: none.
+ */
+uint32_t rtshm_getExtenderSlotFromDriveSlot(uint8_t bayId, uint8_t driveSlot, uint8_t *extenderSlot);
+
+/*
+ * Takes bay and slot out of an FQDD such as "Disk.Bay.7:Enclosure.Internal.0-2:PCIeExtender.Slot.3" (slot 7, bay 2).
+ * fqdd: text; length: 0 for a terminated text, else bytes of a text in 16-bit characters, of which 99 are looked at.
+ * bayId, slot: not null; the low 8 bits of the numbers; unchanged where the text ends before them.
+ * Returns: 0; 5 null argument. Locks: none.
+ */
+uint32_t getBayIDandSlotFromFqdd(const char *fqdd, uint8_t length, uint8_t *bayId, uint8_t *slot);
+
 /* ---- Bay and slot of a drive ---------------------------------------------------------------------------------------- */
 
 /*
