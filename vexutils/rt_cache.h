@@ -197,6 +197,15 @@ typedef struct RtCacheDiskChangeRow {
     EventData *eventData[RTCACHE_DISK_SLOTS]; /* owned, may be null */
 } RtCacheDiskChangeRow;
 
+/* An event of a list that VEXEL works through. */
+typedef struct RtCacheEventNode {
+    uint32_t objType;
+    uint32_t eventType;
+    uint32_t objKey;
+    void *eventData; /* an EventData, owned by the node; may be null */
+    struct RtCacheEventNode *next;
+} RtCacheEventNode;
+
 typedef struct RtCacheDelayedEvent {
     uint16_t objType;
     uint16_t eventType;
@@ -218,6 +227,7 @@ static_assert(sizeof(BpStatusInfo) == 12, "record shared with VEXEL");
 static_assert(sizeof(ExtenderCardInfo) == 12, "record shared with VEXEL");
 static_assert(sizeof(RtCacheEventRow) == 6148, "row shared with VEXEL");
 static_assert(sizeof(RtCacheDiskChangeRow) == 10240, "row shared with VEXEL");
+static_assert(sizeof(RtCacheEventNode) == 20, "node shared with VEXEL");
 #endif
 static_assert(sizeof(RtCacheDelayedRow) == 3076, "row shared with VEXEL");
 static_assert(sizeof(RtCacheDelayedBitmap) == 512, "row shared with VEXEL");
@@ -227,7 +237,7 @@ extern RtCacheDiskChangeRow *cache_Events_PD_ChObj;         /* max_adapters rows
 extern RtCacheDelayedRow *cache_Events_delayed;             /* max_adapters rows */
 extern RtCacheDelayedBitmap *cache_Events_PD_ChObj_delayed; /* max_adapters rows */
 
-/* Events in the lists that VEXEL makes of drained areas; the library only clears it, at the teardown. */
+/* Nodes put into event lists so far; the teardown clears it. Raised atomically, VEXEL may set it. */
 extern uint32_t gRTCache_EventCount;
 
 /* ---- Life, lock, id map -------------------------------------------------------------------------------------------- */
@@ -370,6 +380,24 @@ uint32_t rtcache_CopyCachedEvent(uint32_t eid, uint32_t objType, uint32_t eventT
  * Owns: the caller both rows and every event data in them, vexel_free (of event data: id, arguments, then itself).
  */
 uint32_t rtcache_GetCachedEvents(uint32_t eid, RtCacheEventRow **events, RtCacheDiskChangeRow **disks);
+
+/*
+ * Turns what a drain handed over into a list: the records in order, then the changed disks by number (as type 3, event 3),
+ * each pushed in front of what *head points to, so that the last comes first. gRTCache_EventCount grows by the nodes.
+ * eventList, pdArea: the drained rows, not null; unchanged, they stay the caller's. *head: null or a list.
+ * Returns: 0; 2 null argument; 3 no memory, *head unchanged.
+ * Owns: the caller each node, and its event data, which belongs to the node from now on, vexel_free.
+ * Locks: none; the rows are the caller's own.
+ */
+uint32_t rtcache_ConvertCacheToEvent(const void *eventList, const void *pdArea, RtCacheEventNode **head);
+
+/*
+ * Takes the events of one object type out of an endpoint's, as a list made as rtcache_ConvertCacheToEvent makes it; with
+ * type 3 the changed disks too. The others stay, in order.
+ * Returns: 0, also if there are none; 1 EID not registered; 2 head null; 3 lock not taken or no memory: nothing is taken.
+ * Owns: the caller, as above. Locks: takes mutexRtCache.
+ */
+uint32_t rtcache_GetEventsByObjType(uint32_t eid, uint32_t objType, RtCacheEventNode **head);
 
 /*
  * Holds an event back, without event data, until the endpoint's command is over.

@@ -1,0 +1,142 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "tests/support/cache_test.h"
+
+namespace {
+
+using fake::AllocationScope;
+using fake::Place;
+
+class EventReaders : public CacheTest {
+  protected:
+    static constexpr uint32_t kEid = 9;
+
+    // Records of types 4, 3 and 2, and disks 0 and 2047 changed; ids "a" to "c" and "d0", "d1".
+    void SetUp() override {
+        CacheTest::SetUp();
+        add_endpoint(kEid);
+        record();
+        gRTCache_EventCount = 100;
+    }
+    void TearDown() override {
+        free_list(list);
+        const Drained rest{kEid};
+        CacheTest::TearDown();
+    }
+    static void record() {
+        const CacheLock lock;
+        rtcache_CopyCachedEvent(kEid, 4, 1, 40, make_event_data("a"));
+        rtcache_CopyCachedEvent(kEid, 3, 1, 30, make_event_data("b"));
+        rtcache_CopyCachedEvent(kEid, 2, 3, 20, make_event_data("c"));
+        rtcache_CopyCachedEvent(kEid, 3, 3, 0, make_event_data("d0"));
+        rtcache_CopyCachedEvent(kEid, 3, 3, 2047, make_event_data("d1"));
+    }
+    static void free_list(RtCacheEventNode*& list) {
+        while (list != nullptr) {
+            RtCacheEventNode* next = list->next;
+            free_event_data(static_cast<EventData*>(list->eventData));
+            vexel_free(list);
+            list = next;
+        }
+    }
+    static std::string text(const RtCacheEventNode* node) {
+        std::string result;
+        for (; node != nullptr; node = node->next) {
+            result += std::to_string(node->objType) + "." + std::to_string(node->eventType) + "." +
+                      std::to_string(node->objKey) +
+                      static_cast<EventData*>(node->eventData)->messageId + " ";
+        }
+        return result;
+    }
+    // Rows whose event data has gone to a list.
+    static void free_rows(RtCacheEventRow* events, RtCacheDiskChangeRow* disks) {
+        vexel_free(events);
+        vexel_free(disks);
+    }
+
+    RtCacheEventNode* list = nullptr;
+};
+
+TEST_F(EventReaders, DrainedRowsBecomeAListLastFirst) {
+    RtCacheEventRow* events = nullptr;
+    RtCacheDiskChangeRow* disks = nullptr;
+    ASSERT_EQ(rtcache_GetCachedEvents(kEid, &events, &disks), 0u);
+    for (int n = 1; n <= 5; ++n) {
+        SCOPED_TRACE(n);
+        platform.fail(Place::Allocation, n);
+        const AllocationScope scope;
+        EXPECT_EQ(rtcache_ConvertCacheToEvent(events, disks, &list), 3u);
+        EXPECT_EQ(list, nullptr);
+        EXPECT_EQ(gRTCache_EventCount, 100u);
+    }
+    platform.no_faults();
+    EXPECT_EQ(rtcache_ConvertCacheToEvent(events, disks, &list), 0u);
+    EXPECT_EQ(text(list), "3.3.2047d1 3.3.0d0 2.3.20c 3.1.30b 4.1.40a ");
+    EXPECT_EQ(gRTCache_EventCount, 105u);
+
+    events->eventCount = 1;
+    events->events[0] = {6, 1, 60, make_event_data("e")};
+    disks->bitmap[0] = disks->bitmap[255] = 0;
+    EXPECT_EQ(rtcache_ConvertCacheToEvent(events, disks, &list), 0u);
+    EXPECT_EQ(text(list).substr(0, 19), "6.1.60e 3.3.2047d1 ") << "in front of the list there is";
+    EXPECT_EQ(rtcache_ConvertCacheToEvent(nullptr, disks, &list), 2u);
+    EXPECT_EQ(rtcache_ConvertCacheToEvent(events, nullptr, &list), 2u);
+    EXPECT_EQ(rtcache_ConvertCacheToEvent(events, disks, nullptr), 2u);
+    events->eventCount = 0xFFFFFFFF;  // no more than the row holds
+    RtCacheEventNode* others = nullptr;
+    EXPECT_EQ(rtcache_ConvertCacheToEvent(events, disks, &others), 0u);
+    EXPECT_EQ(gRTCache_EventCount, 106u + 384u);
+    while (others != nullptr) {
+        RtCacheEventNode* next = others->next;
+        vexel_free(others);
+        others = next;
+    }
+    free_rows(events, disks);
+}
+
+TEST_F(EventReaders, EventsOfOneTypeAreTakenOut) {
+    const struct {
+        const char* what;
+        uint32_t type;
+        const char* taken;
+        const char* left;
+    } rows[] = {
+        {"first", 4, "4.1.40a ", "3.3.2047d1 3.3.0d0 2.3.20c 3.1.30b "},
+        {"disks: records and bits", 3, "3.3.2047d1 3.3.0d0 3.1.30b ", "2.3.20c 4.1.40a "},
+        {"none", 7, "", "3.3.2047d1 3.3.0d0 2.3.20c 3.1.30b 4.1.40a "},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        uint32_t result = 3;
+        int failures = 0;
+        while (result == 3) {
+            platform.fail(Place::Allocation, failures + 1);
+            const AllocationScope scope;
+            result = rtcache_GetEventsByObjType(kEid, row.type, &list);
+            failures += result == 3 ? 1 : 0;
+            EXPECT_EQ(list == nullptr, result == 3 || *row.taken == '\0');
+        }
+        platform.no_faults();
+        EXPECT_EQ(text(list), row.taken);
+        EXPECT_EQ(failures, std::ranges::count(std::string{row.taken}, ' '));
+        free_list(list);
+
+        RtCacheEventRow* events = nullptr;
+        RtCacheDiskChangeRow* disks = nullptr;
+        ASSERT_EQ(rtcache_GetCachedEvents(kEid, &events, &disks), 0u);
+        EXPECT_EQ(rtcache_ConvertCacheToEvent(events, disks, &list), 0u);
+        EXPECT_EQ(text(list), row.left);
+        free_list(list);
+        free_rows(events, disks);
+        record();
+    }
+    EXPECT_EQ(rtcache_GetEventsByObjType(kEid, 3, nullptr), 2u);
+    EXPECT_EQ(rtcache_GetEventsByObjType(8, 3, &list), 1u);
+    EXPECT_EQ(rtcache_GetEventsByObjType(255, 3, &list), 1u);
+    platform.fail(Place::Lock);
+    EXPECT_EQ(rtcache_GetEventsByObjType(kEid, 3, &list), 3u);
+}
+
+}  // namespace
