@@ -7,6 +7,7 @@
 #include <cstring>
 #include <cwchar>
 #include <optional>
+#include <string_view>
 
 #include "internal/log.h"
 #include "internal/owned.h"
