@@ -252,13 +252,6 @@ uint32_t rtcache_Init(void);
 /* Ends the cache: frees all it owns, the lock and the KRON state table. Returns: 0. Locks: takes mutexRtCache. */
 uint32_t rtcache_Destroy(void);
 
-/*
- * Frees all cached objects, events and arrays; only rtcache_Destroy, which calls it, may follow. Without the lock it frees
- * nothing, unless the arrays are what a failed rtcache_Init left, which has no lock.
- * Locks: takes mutexRtCache.
- */
-void rtcache_FreeMem(void);
-
 /* Takes mutexRtCache and keeps it; SMMutexUnLock(mutexRtCache) gives it back. Returns: 0 the caller holds it; 3. */
 uint32_t rtcache_GetLock(void);
 
@@ -414,6 +407,33 @@ uint32_t rtcache_SetDelayedCachedEvent(uint32_t eid, uint32_t objType, uint32_t 
  * Locks: the caller holds mutexRtCache.
  */
 uint32_t rtcache_PurgeDelayedCachedEvents(uint32_t eid, int32_t dcmdOpcode);
+
+/* ---- Teardown ------------------------------------------------------------------------------------------------------ */
+
+/*
+ * Frees records with what each owns, which is what the copy of its kind (rt_dup.h) allocates: by objType, and never what
+ * such a copy shares with its source. An owned pointer that is null, all bits set, or that less one, in 32 bits or in a
+ * pointer's, is empty.
+ * objects: count consecutive records in one vexel_alloc block, freed too; null is allowed. Locks: none; the caller sees to
+ * it that nobody else uses them.
+ */
+void rtcache_FreeRMObjects(StorageObjectRecord *objects, uint32_t count);
+
+/*
+ * Frees one level of an endpoint's objects and empties their slots.
+ * eid: 0 to 254. level: RTCACHE_KEY_CONTROLLER (which frees the node under every EID that has it), RTCACHE_KEY_DISK or
+ * RTCACHE_KEY_VIRTUAL_DISK.
+ * Returns: 0, also if there were none; 1 EID not registered (disks and virtual disks); 2 bad argument; 3.
+ * Locks: takes mutexRtCache.
+ */
+uint32_t rtcache_FreeObjectLevel(uint32_t eid, uint32_t level);
+
+/*
+ * Frees all cached objects, events and arrays; only rtcache_Destroy, which calls it, may follow. Without the lock it frees
+ * nothing, unless the arrays are what a failed rtcache_Init or a refused rtcache_Destroy left, which have no lock.
+ * Locks: takes mutexRtCache.
+ */
+void rtcache_FreeMem(void);
 
 #pragma GCC visibility pop
 #ifdef __cplusplus

@@ -7,19 +7,17 @@
 #include <vector>
 
 #include "rt_cache.h"
+#include "rt_cache/rt_cache_nodes.h"
 #include "tests/support/platform_test.h"
-#include "vexel.h"
 
 // Holds mutexRtCache.
-class CacheLock {
-  public:
+struct CacheLock {
     CacheLock() { EXPECT_EQ(rtcache_GetLock(), 0u); }
     ~CacheLock() { SMMutexUnLock(mutexRtCache); }
     CacheLock(const CacheLock&) = delete;
-    CacheLock& operator=(const CacheLock&) = delete;
 };
 
-// Event data as VEXEL builds it; arguments too.
+// Event data as VEXEL builds it.
 inline EventData* make_event_data(const char* id) {
     auto* data = static_cast<EventData*>(vexel_alloc(sizeof(EventData)));
     data->messageId = static_cast<char*>(vexel_alloc(strlen(id) + 1));
@@ -28,31 +26,18 @@ inline EventData* make_event_data(const char* id) {
     return data;
 }
 
-inline void free_event_data(EventData* data) {
-    if (data != nullptr) {
-        vexel_free(data->messageId);
-        vexel_free(data->messageArgs);
-        vexel_free(data);
-    }
-}
-
 // What a drain hands over, with the event data.
 struct Drained {
     explicit Drained(uint32_t eid) : result(rtcache_GetCachedEvents(eid, &events, &disks)) {}
     ~Drained() {
         if (result == 0) {
-            for (uint32_t i = 0; i < events->eventCount; ++i) {
-                free_event_data(events->events[i].eventData);
-            }
-            for (EventData* data : disks->eventData) {
-                free_event_data(data);
-            }
+            vexutils::free_held_data(*events);
+            vexutils::free_held_data(*disks);
         }
         vexel_free(events);
         vexel_free(disks);
     }
     Drained(const Drained&) = delete;
-    Drained& operator=(const Drained&) = delete;
 
     RtCacheEventRow* events = nullptr;
     RtCacheDiskChangeRow* disks = nullptr;
@@ -82,11 +67,11 @@ class CacheTest : public PlatformTest {
         return rtcache_UpdateCachedObject(RTCACHE_REGISTER, eid, type, 0);
     }
 
-    // What the cache logged since the last call, each line as "level message".
-    Lines logged_lines() {
+    // What the cache, or one of its functions, logged since the last call, as "level message".
+    Lines logged_lines(const std::string& function = "") {
         Lines result;
         for (const fake::LogLine& line : platform.lines()) {
-            if (line.text.starts_with("rt_cache")) {
+            if (line.text.starts_with("rt_cache") && line.function.ends_with(function)) {
                 result.push_back(std::to_string(line.level) + " " + line.message);
             }
         }

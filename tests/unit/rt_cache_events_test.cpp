@@ -12,13 +12,14 @@ using fake::Place;
 
 constexpr uint32_t kKron = 8, kNvme = 9, kHba = 10;
 constexpr uint32_t kDisk = RT_OBJ_PHYSICAL_DISK, kChanged = 3;
-const std::string kAllZero = [] {
-    std::string text;
-    for (int i = 0; i < 256; ++i) {
-        text += "00 ";
+
+// Log line of a bitmap that starts with these bytes and is zero behind them.
+std::string bitmap_line(const char* which, std::string bytes) {
+    while (bytes.size() < 768) {
+        bytes += "00 ";
     }
-    return text;
-}();
+    return std::string{"2 ["} + which + "] _PD_ChObj Bitmap : 0x" + bytes;
+}
 
 class CachedEvents : public CacheTest {
   protected:
@@ -42,20 +43,20 @@ TEST_F(CachedEvents, AListEventIsRecordedDrainedAndGone) {
     EventData* const data = make_event_data("VDR1");
     EXPECT_EQ(rtcache_SetCachedEvent(kNvme, 0, 0x20, 7), 0u);
     EXPECT_EQ(rtcache_SetCachedEvent_roll_up(kNvme, kDisk, 4, 70000, data), 0u);
-    EXPECT_EQ(logged_lines(),
-              (Lines{"5 --> entry, EID:9, objType:0x0, eventType:0x20, objKey:7",
-                     "2 [Cache] _PD_ChObj Bitmap : 0x" + kAllZero, "4 event_data_npd null",
-                     "4 event_data roll_up not NULL", "2 [Cache] _PD_ChObj Bitmap : 0x" + kAllZero,
-                     "4 event_data_npd not null"}));
+    EXPECT_EQ(logged_lines(), (Lines{"5 --> entry, EID:9, objType:0x0, eventType:0x20, objKey:7",
+                                     bitmap_line("Cache", ""), "4 event_data_npd null",
+                                     "4 event_data roll_up not NULL", bitmap_line("Cache", ""),
+                                     "4 event_data_npd not null"}));
     const Drained drained{kNvme};
     EXPECT_EQ(logged_lines(), (Lines{"5 --> entry, EID[9]", "5 <-- exit"}));
-    ASSERT_EQ(drained.result, 0u);
-    EXPECT_EQ(drained.events->eventCount, 2u);
-    EXPECT_EQ(drained.events->events[0].eventType, 0x20u);
-    EXPECT_EQ(drained.events->events[0].objKey, 7u);
-    EXPECT_EQ(drained.events->events[1].objType, kDisk);
-    EXPECT_EQ(drained.events->events[1].objKey, 70000u);
-    EXPECT_EQ(drained.events->events[1].eventData, data);
+    ASSERT_EQ(drained.events->eventCount, 2u);
+    const RtCacheEvent& first = drained.events->events[0];
+    const RtCacheEvent& second = drained.events->events[1];
+    EXPECT_EQ(first.eventType, 0x20u);
+    EXPECT_EQ(first.objKey, 7u);
+    EXPECT_EQ(second.objType, kDisk);
+    EXPECT_EQ(second.objKey, 70000u);
+    EXPECT_EQ(second.eventData, data);
     EXPECT_TRUE(all_zero(1));
 }
 
@@ -63,12 +64,18 @@ TEST_F(CachedEvents, AChangedDiskIsOneBit) {
     EXPECT_EQ(rtcache_SetCachedEvent(kKron, kDisk, kChanged, 10), 0u);
     EXPECT_EQ(logged_lines(),
               (Lines{"5 --> entry, EID:8, objType:0x3, eventType:0x3, objKey:10",
-                     "2 [Cache] _PD_ChObj Bitmap : 0x" + kAllZero,
+                     bitmap_line("Cache", ""),
                      "4 Event is for PHYSICALDISK and RAID_MGMT_EVENT_CHANGE_OBJECT",
                      "4 -->CopyCacheEvent: EID=8 u8Type=1", "4 u16Index:[1], u16Shift:[2]",
                      "4 event_data_pd null"}));
     EXPECT_EQ(rtcache_SetCachedEvent(kKron, kDisk, kChanged, 10), 0u);
     EXPECT_EQ(rtcache_SetCachedEvent(kKron, kDisk, kChanged, 2047), 0u);
+    max_physicaldevices = 100;
+    for (const uint32_t key : {100u, 65536u + 8u}) {  // no slot: no bit, and the data is freed
+        EventData* const data = make_event_data("PDR3");
+        EXPECT_EQ(rtcache_SetCachedEvent_roll_up(kKron, kDisk, kChanged, key, data), 0u);
+    }
+    EXPECT_EQ(platform.count_logged(2, "Error: objKey is more than MAX_PHYSICALDEVICESs"), 2);
     const Drained drained{kKron};
     EXPECT_EQ(drained.events->eventCount, 0u);
     EXPECT_EQ(drained.disks->bitmap[1], 1u << 2);
@@ -76,41 +83,28 @@ TEST_F(CachedEvents, AChangedDiskIsOneBit) {
     EXPECT_EQ(std::count(drained.disks->bitmap, std::end(drained.disks->bitmap), 0), 2046);
 }
 
-TEST_F(CachedEvents, ADiskNumberWithoutASlotSetsNoBitAndFreesItsData) {
-    max_physicaldevices = 100;
-    for (const uint32_t key : {100u, 65536u + 8u}) {
-        EXPECT_EQ(
-            rtcache_SetCachedEvent_roll_up(kKron, kDisk, kChanged, key, make_event_data("PDR3")),
-            0u);
-    }
-    EXPECT_EQ(platform.count_logged(2, "Error: objKey is more than MAX_PHYSICALDEVICESs"), 2);
-    EXPECT_TRUE(all_zero(0));
-}
-
 TEST_F(CachedEvents, The385thEventStartsTheListAgainAndForgetsTheOthersData) {
     EventData* const dropped = make_event_data("CTL1");
     for (uint32_t i = 0; i < 384; ++i) {
         rtcache_CopyCachedEvent(kKron, 0, 1, i, i == 5 ? dropped : nullptr);
     }
-    EXPECT_EQ(cache_Events[0].eventCount, 384u);
     EXPECT_FALSE(logged(2, "exceeded the RTCACHE_EVENTCACHE_DEPTH"));
-    rtcache_CopyCachedEvent(kKron, 0, 1, 384, nullptr);
-    EXPECT_TRUE(logged(2, "exceeded the RTCACHE_EVENTCACHE_DEPTH"));
-    EXPECT_EQ(cache_Events[0].eventCount, 1u);
-    EXPECT_EQ(cache_Events[0].events[0].objKey, 384u);
-    EXPECT_EQ(cache_Events[0].events[5].eventData, nullptr);
-    free_event_data(dropped);
-    cache_Events[0].eventCount = 0xFFFFFFFF;  // written from outside
-    rtcache_CopyCachedEvent(kKron, 0, 1, 1, nullptr);
-    EXPECT_EQ(cache_Events[0].eventCount, 1u);
+    for (const uint32_t count : {384u, 0xFFFFFFFFu}) {  // the second one written from outside
+        cache_Events[0].eventCount = count;
+        rtcache_CopyCachedEvent(kKron, 0, 1, count, nullptr);
+        EXPECT_TRUE(logged(2, "exceeded the RTCACHE_EVENTCACHE_DEPTH"));
+        EXPECT_EQ(cache_Events[0].eventCount, 1u);
+        EXPECT_EQ(cache_Events[0].events[0].objKey, count);
+        EXPECT_EQ(cache_Events[0].events[5].eventData, nullptr);
+    }
+    vexutils::free_event_data(dropped);
 }
 
 TEST_F(CachedEvents, OfTwoDataOfOneDiskTheSecondStaysAndTheFirstIsFreedByRule) {
-    const std::string nvme =
-        "event_data exsts already. This should not happen. overwrite with new event";
-    const std::string other =
+    const char* conflict[] = {
         "event_data this should not happen unless PDR5 after PDR3 OR CTL48 for first drive which "
-        "overwrites PDR4";
+        "overwrites PDR4",
+        "event_data exsts already. This should not happen. overwrite with new event"};
     const struct {
         uint32_t eid;
         const char *first, *second;
@@ -126,17 +120,15 @@ TEST_F(CachedEvents, OfTwoDataOfOneDiskTheSecondStaysAndTheFirstIsFreedByRule) {
         EventData* const second = make_event_data(row.second);
         rtcache_CopyCachedEvent(row.eid, kDisk, kChanged, 3, first);
         rtcache_CopyCachedEvent(row.eid, kDisk, kChanged, 3, first);  // again: no conflict
-        EXPECT_FALSE(logged(4, nvme) || logged(4, other));
         rtcache_CopyCachedEvent(row.eid, kDisk, kChanged, 3, second);
-        EXPECT_TRUE(logged(4, row.eid == kNvme ? nvme : other));
+        rtcache_CopyCachedEvent(row.eid, kDisk, kChanged, 3, nullptr);
+        EXPECT_EQ(platform.count_logged(4, conflict[row.eid == kNvme]), 1);
         EXPECT_EQ(logged(4, std::string{"event_data_free->messageId:"} + row.first), row.freed);
         EXPECT_EQ(platform.count_logged(4, "event_data_pd not null , objKey=3"), 3);
-        rtcache_CopyCachedEvent(row.eid, kDisk, kChanged, 3, nullptr);
         EXPECT_TRUE(logged(4, "even_data NULL overwrite check passed"));
-        const Drained drained{row.eid};
-        EXPECT_EQ(drained.disks->eventData[3], second);
+        EXPECT_EQ(Drained{row.eid}.disks->eventData[3], second);
         if (!row.freed) {
-            free_event_data(first);
+            vexutils::free_event_data(first);
         }
         platform.clear_lines();
     }
@@ -144,11 +136,8 @@ TEST_F(CachedEvents, OfTwoDataOfOneDiskTheSecondStaysAndTheFirstIsFreedByRule) {
 
 TEST_F(CachedEvents, ExternalDisksBehindAnHbaAreDropped) {
     wchar_t external[300] = L"Disk.Bay.1:Enclosure.External.0-1";
-    const auto internal = const_cast<wchar_t*>(L"Disk.Bay.1:Enclosure.Internal.0-1");
+    wchar_t internal[] = L"Disk.Bay.1:Enclosure.Internal.0-1";
     std::fill(external + wcslen(external), std::end(external) - 1, L'x');
-    StorageObjectRecord disk{};
-    RtCacheEnclosureLink link{};
-    RtCacheDiskNode node{};
     const struct {
         const char* what;
         uint32_t eid, id, key;
@@ -171,10 +160,11 @@ TEST_F(CachedEvents, ExternalDisksBehindAnHbaAreDropped) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
+        StorageObjectRecord disk{};
         disk.hdr.FQDD = row.fqdd;
         disk.body.pd.deviceInfoId = row.id;
-        link.enclType.physicalDisk.Obj = row.linked ? &disk : nullptr;
-        node = {row.kind, &link};
+        RtCacheEnclosureLink link{{{row.linked ? &disk : nullptr}}};
+        RtCacheDiskNode node{row.kind, &link};
         rtcache_SetCachedObject(3, row.eid, 5, &node);
         EXPECT_EQ(rtcache_SetCachedEvent(row.eid, kDisk, 4, row.key), row.result);
         rtcache_SetCachedObject(3, row.eid, 5, nullptr);
@@ -189,18 +179,23 @@ TEST_F(CachedEvents, ExternalDisksBehindAnHbaAreDropped) {
 TEST_F(CachedEvents, EndpointsThatAreNotRegistered) {
     RtCacheEventRow* events = nullptr;
     RtCacheDiskChangeRow* disks = nullptr;
+    EventData* const data = make_event_data("CTL1");
     for (const uint32_t eid : {40u, 255u, 256u + kKron}) {
-        EXPECT_EQ(rtcache_SetCachedEvent(eid, 0, 1, 1), eid > 254 ? 2u : 1u);
-        EventData* const data = make_event_data("CTL1");
+        const uint32_t refused = eid > 254 ? 2 : 1;
+        EXPECT_EQ(rtcache_SetCachedEvent(eid, 0, 1, 1), refused);
         EXPECT_EQ(rtcache_SetCachedEvent_roll_up(eid, 0, 1, 1, data), 1u);
-        free_event_data(data);  // still the caller's
         EXPECT_EQ(rtcache_GetCachedEvents(eid, &events, &disks), 1u);
+        EXPECT_EQ(rtcache_SetDelayedCachedEvent(eid, 0, 1, 1), refused);
+        EXPECT_EQ(rtcache_PurgeDelayedCachedEvents(eid, 0), refused);
     }
-    EXPECT_TRUE(logged(2, "ENDPOINT failed to get, EID lookup error"));
-    EXPECT_TRUE(logged(2, "<-- err3rtcache_SetCachedEvent"));
-    EXPECT_TRUE(logged(2, "<-- err1rtcache_SetCachedEvent"));
-    EXPECT_TRUE(logged(2, "<-- err2 40"));
-    // Positions beyond the count have a row but no type: as any endpoint that is not NVMe.
+    vexutils::free_event_data(data);  // still the caller's
+    for (const char* line :
+         {"ENDPOINT failed to get, EID lookup error", "<-- err3rtcache_SetCachedEvent",
+          "<-- err1rtcache_SetCachedEvent", "<-- err1rtcache_PurgeDelayedCachedEvents"}) {
+        EXPECT_TRUE(logged(2, line)) << line;
+    }
+    EXPECT_EQ(platform.count_logged(2, "<-- err2 40"), 2);
+    // A position beyond the count has a row but no type: as any endpoint that is not NVMe.
     cache_StorageEIDInfo.storageEID[5] = 40;
     EXPECT_EQ(rtcache_SetCachedEvent(40, kDisk, kChanged, 1), 0u);
     EXPECT_TRUE(logged(1, "<-- error get Storage EID Failrtcache_CopyCachedEvent"));
@@ -222,15 +217,14 @@ TEST_F(CachedEvents, AFailedDrainDrainsNothing) {
                 {Place::Allocation, 1, "<-- err4rtcache_GetCachedEvents"},
                 {Place::Allocation, 2, "<-- err5rtcache_GetCachedEvents"}};
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
         const fake::AllocationScope scope;
         platform.fail(row.place, row.n);
         EXPECT_EQ(rtcache_GetCachedEvents(kKron, &events, &disks), 3u);
-        EXPECT_TRUE(logged(2, row.line));
-        EXPECT_EQ(events, nullptr);
-        EXPECT_EQ(disks, nullptr);
+        EXPECT_TRUE(logged(2, row.line)) << row.line;
         platform.no_faults();
     }
+    EXPECT_EQ(events, nullptr);
+    EXPECT_EQ(disks, nullptr);
     const Drained drained{kKron};
     EXPECT_EQ(drained.events->eventCount, 1u);
     EXPECT_EQ(drained.disks->eventData[3], data);
@@ -239,8 +233,8 @@ TEST_F(CachedEvents, AFailedDrainDrainsNothing) {
 TEST_F(CachedEvents, BitmapTextIsWhatAFormatterWrites) {
     std::mt19937 random{1};
     std::array<uint8_t, 256> bitmap{};
-    for (int round = 0; round < 200; ++round) {
-        max_physicaldevices = round % 3 == 0 ? static_cast<uint32_t>(random() % 3000) : 2048;
+    for (uint32_t round = 0; round < 200; ++round) {
+        max_physicaldevices = round * 11;
         for (auto i = random() % 40; i > 0; --i) {
             bitmap[random() % bitmap.size()] = static_cast<uint8_t>(random());
         }
@@ -254,33 +248,23 @@ TEST_F(CachedEvents, BitmapTextIsWhatAFormatterWrites) {
     }
 }
 
-class DelayedEvents : public CachedEvents {};
-
-TEST_F(DelayedEvents, HeldBackEventsJoinTheOthersAtThePurge) {
+TEST_F(CachedEvents, HeldBackEventsJoinTheOthersAtThePurge) {
     EXPECT_EQ(rtcache_SetDelayedCachedEvent(kKron, kDisk, kChanged, 9), 0u);
-    const std::string changed = "00 02 " + kAllZero.substr(6);
-    EXPECT_EQ(logged_lines(),
-              (Lines{"4 --> entry, EID:8, objType:0x3, eventType:0x3, objKey:9",
-                     "2 [DCache] _PD_ChObj Bitmap : 0x" + kAllZero, "2 u16Index:[1], u16Shift:[1]",
-                     "2 [DCache] _PD_ChObj Bitmap : 0x" + changed, "4 <-- exit"}));
+    EXPECT_EQ(logged_lines(), (Lines{"4 --> entry, EID:8, objType:0x3, eventType:0x3, objKey:9",
+                                     bitmap_line("DCache", ""), "2 u16Index:[1], u16Shift:[1]",
+                                     bitmap_line("DCache", "00 02 "), "4 <-- exit"}));
     EXPECT_EQ(rtcache_SetDelayedCachedEvent(kKron, 0x12345, 0x54321, 0x10000), 0u);
     EXPECT_EQ(rtcache_SetDelayedCachedEvent(kKron, kDisk, kChanged, 2048), 0u);
     EXPECT_TRUE(logged(2, "Error: objKey is more than MAX_PHYSICALDEVICESs"));
     rtcache_SetCachedEvent(kKron, kDisk, kChanged, 8);
     rtcache_SetCachedEvent(kKron, 0, 1, 1);
-    EXPECT_EQ(cache_Events_delayed[0].eventCount, 1u);
     cache_Events_PD_ChObj_delayed[0].bitmap[511] = 1;  // beyond the disks: cleared, not moved
     platform.clear_lines();
-
     EXPECT_EQ(rtcache_PurgeDelayedCachedEvents(kKron, -5), 0u);
-    const std::string before = "00 01 " + kAllZero.substr(6);
-    const std::string merged = "00 03 " + kAllZero.substr(6);
-    EXPECT_EQ(
-        logged_lines(),
-        (Lines{"4 --> entry, with EID:8, dcmdOpcode:-5", "2 [Cache] _PD_ChObj Bitmap : 0x" + before,
-               "2 [DCache] _PD_ChObj Bitmap : 0x" + changed, "4 cache BM:0x1, delayed BM:0x2",
-               "2 [Cache] _PD_ChObj Bitmap : 0x" + merged,
-               "4 Done updating cache for delayed events"}));
+    EXPECT_EQ(logged_lines(),
+              (Lines{"4 --> entry, with EID:8, dcmdOpcode:-5", bitmap_line("Cache", "00 01 "),
+                     bitmap_line("DCache", "00 02 "), "4 cache BM:0x1, delayed BM:0x2",
+                     bitmap_line("Cache", "00 03 "), "4 Done updating cache for delayed events"}));
     EXPECT_EQ(cache_Events_delayed[0].eventCount, 0u);
     EXPECT_EQ(cache_Events_PD_ChObj_delayed[0].bitmap[1], 0);
     EXPECT_EQ(cache_Events_PD_ChObj_delayed[0].bitmap[511], 0);
@@ -290,13 +274,12 @@ TEST_F(DelayedEvents, HeldBackEventsJoinTheOthersAtThePurge) {
     EXPECT_EQ(drained.events->events[1].eventType, 0x4321u);
     EXPECT_EQ(drained.events->events[1].objKey, 0x10000u);
     EXPECT_EQ(drained.disks->bitmap[1], 3);
-
     EXPECT_EQ(rtcache_PurgeDelayedCachedEvents(kKron, 0), 0u);
     EXPECT_TRUE(logged(4, "<-- No event in queue. count:0"));
     EXPECT_TRUE(all_zero(0));
 }
 
-TEST_F(DelayedEvents, APurgeBeyondTheDepthStartsTheListAgain) {
+TEST_F(CachedEvents, APurgeBeyondTheDepthStartsTheListAgain) {
     EventData* const dropped = make_event_data("CTL1");
     for (uint32_t i = 0; i < 380; ++i) {
         rtcache_CopyCachedEvent(kKron, 0, 1, i, i == 0 ? dropped : nullptr);
@@ -304,22 +287,12 @@ TEST_F(DelayedEvents, APurgeBeyondTheDepthStartsTheListAgain) {
     for (uint32_t i = 0; i < 384 + 10; ++i) {
         rtcache_SetDelayedCachedEvent(kKron, 0, 2, i);  // starts its own list again too
     }
-    platform.clear_lines();
     EXPECT_EQ(rtcache_PurgeDelayedCachedEvents(kKron, 0), 0u);
     EXPECT_EQ(platform.count_logged(4, "Purging older events. u32Count:385"), 1);
     EXPECT_EQ(cache_Events[0].eventCount, 6u);
     EXPECT_EQ(cache_Events[0].events[5].objKey, 393u);
     EXPECT_EQ(cache_Events[0].events[0].eventData, nullptr);
-    free_event_data(dropped);
-}
-
-TEST_F(DelayedEvents, EndpointsThatAreNotRegistered) {
-    EXPECT_EQ(rtcache_SetDelayedCachedEvent(255, 0, 1, 1), 2u);
-    EXPECT_EQ(rtcache_SetDelayedCachedEvent(40, 0, 1, 1), 1u);
-    EXPECT_EQ(rtcache_PurgeDelayedCachedEvents(255, 0), 2u);
-    EXPECT_TRUE(logged(2, "<-- err1rtcache_PurgeDelayedCachedEvents"));
-    EXPECT_EQ(rtcache_PurgeDelayedCachedEvents(40, 0), 1u);
-    EXPECT_TRUE(logged(2, "<-- err2 40"));
+    vexutils::free_event_data(dropped);
 }
 
 // Events are recorded, held back, purged and drained at once; each comes out exactly once.
@@ -327,65 +300,56 @@ TEST_F(CachedEvents, NothingIsLostOrDoubledBetweenThreads) {
     constexpr uint32_t kPerThread = 1000;
     constexpr uint32_t kRoom = 150;  // two of them fit a list
     platform.record_lines(false);
-    const auto room_left = [] {
-        return cache_Events[0].eventCount < kRoom && cache_Events_delayed[0].eventCount < kRoom;
-    };
     const auto record = [&](uint32_t first, bool delayed) {
         for (uint32_t key = first; key < first + kPerThread;) {
             const CacheLock lock;
-            if (!room_left()) {
+            if (cache_Events[0].eventCount >= kRoom ||
+                cache_Events_delayed[0].eventCount >= kRoom) {
                 continue;
             }
-            const uint32_t disk = key % 2048;
             if (delayed) {
                 rtcache_SetDelayedCachedEvent(kKron, 0, 1, key);
-                rtcache_SetDelayedCachedEvent(kKron, kDisk, kChanged, disk);
+                rtcache_SetDelayedCachedEvent(kKron, kDisk, kChanged, key % 2048);
             } else {
                 rtcache_SetCachedEvent_roll_up(kKron, 0, 1, key, make_event_data("CTL1"));
-                rtcache_SetCachedEvent(kKron, kDisk, kChanged, disk);
+                rtcache_SetCachedEvent(kKron, kDisk, kChanged, key % 2048);
             }
             ++key;
         }
     };
+    std::thread threads[] = {std::thread{record, 0u, false}, std::thread{record, kPerThread, false},
+                             std::thread{record, 2 * kPerThread, true}, std::thread{[&] {
+                                 for (uint32_t purged = 0; purged < kPerThread;) {
+                                     const CacheLock lock;
+                                     if (cache_Events[0].eventCount < kRoom) {
+                                         purged += cache_Events_delayed[0].eventCount;
+                                         rtcache_PurgeDelayedCachedEvents(kKron, 0);
+                                     }
+                                 }
+                             }}};
     std::array<uint32_t, 3 * kPerThread> seen{};
-    std::array<bool, 2048> changed{};
-    uint32_t drained_events = 0;
-    std::thread recorders[] = {std::thread{record, 0u, false},
-                               std::thread{record, kPerThread, false},
-                               std::thread{record, 2 * kPerThread, true}};
-    std::thread purger{[&] {
-        for (uint32_t purged = 0; purged < kPerThread;) {
-            const CacheLock lock;
-            if (cache_Events[0].eventCount < kRoom) {
-                purged += cache_Events_delayed[0].eventCount;
-                rtcache_PurgeDelayedCachedEvents(kKron, 0);
-            }
-        }
-    }};
-    while (drained_events < 3 * kPerThread) {
-        const Drained drained{kKron};
+    std::array<uint8_t, 256> changed{};
+    const auto take = [&](const Drained& drained) {
         for (uint32_t i = 0; i < drained.events->eventCount; ++i) {
             const RtCacheEvent& event = drained.events->events[i];
             ++seen[event.objKey];
             EXPECT_EQ(event.eventData != nullptr, event.objKey < 2 * kPerThread);
         }
-        for (uint32_t disk = 0; disk < 2048; ++disk) {
-            changed[disk] |= (drained.disks->bitmap[disk / 8] >> disk % 8 & 1) != 0;
+        for (std::size_t i = 0; i < changed.size(); ++i) {
+            changed[i] |= drained.disks->bitmap[i];
         }
-        drained_events += drained.events->eventCount;
+        return drained.events->eventCount;
+    };
+    for (uint32_t taken = 0; taken < seen.size();) {
+        taken += take(Drained{kKron});
     }
-    for (std::thread& recorder : recorders) {
-        recorder.join();
+    for (std::thread& thread : threads) {
+        thread.join();
     }
-    purger.join();
-    EXPECT_EQ(std::count(seen.begin(), seen.end(), 1u), 3 * kPerThread);
     rtcache_PurgeDelayedCachedEvents(kKron, 0);
-    const Drained last{kKron};
-    for (uint32_t disk = 0; disk < 2048; ++disk) {
-        changed[disk] |= (last.disks->bitmap[disk / 8] >> disk % 8 & 1) != 0;
-    }
-    EXPECT_EQ(std::count(changed.begin(), changed.end(), true), 2048);
-    EXPECT_EQ(last.events->eventCount, 0u);
+    EXPECT_EQ(take(Drained{kKron}), 0u);
+    EXPECT_EQ(std::ranges::count(seen, 1u), 3 * kPerThread);
+    EXPECT_EQ(std::ranges::count(changed, 0xFF), 256);
 }
 
 }  // namespace
