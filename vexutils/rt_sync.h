@@ -1,8 +1,9 @@
 /*
  * rt_sync.h - state that VEXEL's threads share outside the runtime cache: the global status record, the reset states of
- * the KRON controllers, the re-inventory flag; and the starter of detached worker threads.
+ * the KRON controllers, the re-inventory flag, the job filter; and the starter of detached worker threads.
  *
- * Three pieces of state, three mutexes, never nested; each is usable after its Init function returned 0.
+ * Three pieces of state, three mutexes, never nested; each is usable after its Init function returned 0. The job filter
+ * has no mutex: whoever installs and frees it keeps queries away meanwhile.
  */
 #ifndef VEXUTILS_RT_SYNC_H
 #define VEXUTILS_RT_SYNC_H
@@ -11,6 +12,7 @@
 #include <platform/sm.h>
 #include <stddef.h>
 #include <stdint.h>
+#include <wchar.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -30,6 +32,8 @@ enum {
     RTSYNC_KRON_ENTRIES = 12,  /* Source: gKRONState is 48 bytes for every client */
     RTSYNC_EID_FREE = 0xFF,    /* endpoint id of an unused entry */
     RTSYNC_EID_UNKNOWN = 0xFF, /* result: no entry holds this EID */
+
+    RTSYNC_JOB_FQDD_CHARACTERS = 64, /* room for an FQDD in the job filter, with its terminator */
 
     RTSYNC_THREAD_STACK_BYTES = 102400, /* stack of a thread of RTSync_FFThreadStart */
 };
@@ -60,10 +64,25 @@ typedef struct RTThreadInfo {
 } RTThreadInfo;
 static_assert(sizeof(RTThreadInfo) == 16, "record shared with VEXEL");
 
+/* One controller of the job filter. */
+typedef struct HybridJobInfo {
+    uint32_t ctrId; /* low byte: endpoint id of the controller once known, 0 before */
+    wchar_t *FQDD;  /* RTSYNC_JOB_FQDD_CHARACTERS; null if there was no memory */
+} HybridJobInfo;
+
+/* The controllers that the running job concerns. */
+typedef struct HybridJobData {
+    int32_t count;
+    HybridJobInfo **hybridJobInfo; /* count entries, any of which may be null */
+} HybridJobData;
+static_assert(sizeof(void *) != 4 || sizeof(HybridJobData) == 8, "record shared with VEXEL");
+static_assert(sizeof(void *) != 4 || sizeof(HybridJobInfo) == 8, "record shared with VEXEL");
+
 extern RTSyncGlobalStatus grtsync_Status;              /* guarded by rtsync_mutex */
 extern KronStateEntry gKRONState[RTSYNC_KRON_ENTRIES]; /* guarded by rtraid_kron_state_mutex */
 extern uint8_t gKRONReInventoryThreadRunning;          /* 0 or 1; guarded by gKronReinventoryThread_mutex */
 extern RTThreadInfo gRTThreadInfo;
+extern void *g_hybridJobData;                      /* a HybridJobData; null while jobs are not filtered */
 extern SMMutexHandle rtsync_mutex;                 /* null until RTSync_Init */
 extern SMMutexHandle rtraid_kron_state_mutex;      /* null until RTSync_KronStateInit */
 extern SMMutexHandle gKronReinventoryThread_mutex; /* null until rtraid_KRONInventoryThreadHandlerMutexInit */
@@ -155,6 +174,33 @@ uint32_t rtraid_GetKRONInventoryThreadFlag(uint8_t *pu8Flag);
  * Returns: 0, also for a refused value; 1 no lock. Locks: takes gKronReinventoryThread_mutex.
  */
 uint32_t rtraid_SetKRONInventoryThreadFlag(uint32_t u32Value);
+
+/* ---- Job filter -------------------------------------------------------------------------------------------------- */
+
+/*
+ * Installs the list of controllers that the running job concerns, in place of a list that is installed.
+ * count: FQDDs; below 1 nothing is installed and what is installed stays. fqdds: count texts, of which the first 63
+ * characters count; a null text makes an entry that only an endpoint id finds. "%%" in a text stands for "%".
+ * Without memory for the list nothing changes; without memory for an entry that entry is null.
+ */
+void updateNotifFQDD(int32_t count, const wchar_t **fqdds);
+
+/*
+ * Says whether the running job concerns a device.
+ * fqdd: address of the controller or of a device behind it, may be null. eid: endpoint id of the controller.
+ * byId: 0 finds the first entry whose FQDD occurs in fqdd and binds eid to it; else finds the first entry bound to eid.
+ * Returns: 1 it does, or jobs are not filtered; 0 it does not.
+ */
+uint32_t isFQDDEIDPresent(const wchar_t *fqdd, uint8_t eid, uint32_t byId);
+
+/*
+ * Unbinds the first boot-storage controller (FQDD that begins with "TAVI" or "ROR") of the list. eid: not used.
+ * Returns: 1, always: jobs concern boot-storage controllers whether listed or not.
+ */
+uint32_t isTAVIFQDDEIDPresent(uint8_t eid);
+
+/* Frees the list at *data and sets *data to null. data: &g_hybridJobData; null, or null at it, is allowed. */
+void freeHybridData(void **data);
 
 #pragma GCC visibility pop
 #ifdef __cplusplus

@@ -1,0 +1,154 @@
+#include <gtest/gtest.h>
+
+#include "rt_sync.h"
+#include "tests/support/platform_test.h"
+
+namespace {
+
+class JobFilter : public PlatformTest {
+  protected:
+    void TearDown() override { freeHybridData(&g_hybridJobData); }
+
+    static void install(std::vector<const wchar_t*> fqdds) {
+        updateNotifFQDD(static_cast<int32_t>(fqdds.size()), fqdds.data());
+    }
+    static const HybridJobInfo* entry(int index) {
+        return static_cast<HybridJobData*>(g_hybridJobData)->hybridJobInfo[index];
+    }
+};
+
+TEST_F(JobFilter, WithoutAListEverythingPasses) {
+    const wchar_t* fqdd = L"RAID.Slot.3-1";
+    for (const int32_t count : {0, -1}) {
+        updateNotifFQDD(count, &fqdd);
+        EXPECT_EQ(g_hybridJobData, nullptr);
+    }
+    EXPECT_EQ(platform.count_logged(4, "FQDD count 0. FILTERING DISABLED"), 2);
+    EXPECT_EQ(platform.count_logged(1, "<-- updateNotifFQDD Exit"), 2);
+    EXPECT_EQ(isFQDDEIDPresent(fqdd, 9, 0), 1u);
+    EXPECT_EQ(isFQDDEIDPresent(nullptr, 9, 1), 1u);
+    EXPECT_EQ(isTAVIFQDDEIDPresent(9), 1u);
+    EXPECT_EQ(platform.count_logged(4, "Filtering on FQDD Disabled"), 3);
+    HybridJobData empty{0, nullptr};
+    g_hybridJobData = &empty;
+    EXPECT_EQ(isFQDDEIDPresent(fqdd, 9, 0), 1u);
+    EXPECT_EQ(isTAVIFQDDEIDPresent(9), 1u);
+    EXPECT_EQ(platform.count_logged(1, "FQDD count in g_hybridJobData 0"), 1);
+    g_hybridJobData = nullptr;
+    freeHybridData(nullptr);
+}
+
+TEST_F(JobFilter, FindsAControllerByAddressAndFromThenOnByEndpoint) {
+    install({L"NonRAID.Slot.1", L"RAID.Slot.3-1", L"RAID.Slot.3"});
+    const struct {
+        const char* what;
+        const wchar_t* fqdd;
+        uint8_t eid;
+        uint32_t by_id, expected;
+        const char* line;
+    } rows[] = {
+        {"no endpoint bound yet", L"RAID.Slot.3-1", 9, 1, 0,
+         "Adapter FQDD [RAID.Slot.3-1] NOT found"},
+        {"a disk behind it", L"Disk.Bay.0:Enclosure.Internal.0-1:RAID.Slot.3-1", 9, 0, 1,
+         "Adapter FQDD [RAID.Slot.3-1] id 9 FOUND at index 1"},
+        {"its endpoint", nullptr, 9, 1, 1, "Adapter ID [9] FOUND at index 1"},
+        {"another endpoint", L"RAID.Slot.3-1", 10, 1, 0, "Adapter FQDD [RAID.Slot.3-1] NOT found"},
+        {"part of a listed address", L"RAID.Slot", 9, 0, 0, "Adapter FQDD [RAID.Slot] NOT found"},
+        {"no address", nullptr, 9, 0, 0, "Adapter FQDD [(null)] NOT found"},
+        {"endpoint 0 finds who is not bound", nullptr, 0, 1, 1, "Adapter ID [0] FOUND at index 0"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        EXPECT_EQ(isFQDDEIDPresent(row.fqdd, row.eid, row.by_id), row.expected);
+        EXPECT_EQ(platform.messages(4).back(), row.line);
+        EXPECT_EQ(platform.messages(1).back(), "FQDD count in g_hybridJobData 3");
+    }
+    EXPECT_TRUE(logged(4, "Adapter FQDD [RAID.Slot.3-1] ID 9 at index 1"));
+    EXPECT_EQ(entry(2)->ctrId, 0u) << "the first match ends the walk";
+}
+
+TEST_F(JobFilter, StoresTextsAsFormatsCutToTheirRoom) {
+    const std::wstring longest(63, L'x');
+    const std::wstring longer = longest + L"yz";
+    const struct {
+        const char* what;
+        const wchar_t* given;
+        std::wstring stored;
+    } rows[] = {
+        {"plain", L"RAID.Slot.3-1", L"RAID.Slot.3-1"},
+        {"two percent signs are one", L"a%%b%%%", L"a%b%%"},
+        {"other conversions have no argument", L"%d%n%s%", L"%d%n%s%"},
+        {"as long as the room", longest.c_str(), longest},
+        {"longer", longer.c_str(), longest},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        install({row.given});  // frees the list before
+        EXPECT_EQ(entry(0)->FQDD, row.stored);
+    }
+}
+
+TEST_F(JobFilter, EmptyTextsMatchNothing) {
+    install({L"", nullptr});
+    EXPECT_TRUE(logged(4, "g_hybridJobData->hybridJobInfo[1]->FQDD is NULL"));
+    EXPECT_EQ(isFQDDEIDPresent(L"RAID.Slot.3-1", 9, 0), 0u);
+    EXPECT_EQ(isFQDDEIDPresent(L"", 9, 0), 0u);
+}
+
+TEST_F(JobFilter, BootStoragePassesAlwaysAndTheFirstListedIsUnbound) {
+    const wchar_t* fqdds[] = {L"RAID.ROR", L"ROR.Slot.2", L"TAVI.Slot.3"};
+    install({std::begin(fqdds), std::end(fqdds)});
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(isFQDDEIDPresent(fqdds[i], static_cast<uint8_t>(i + 1), 0), 1u);
+    }
+    EXPECT_EQ(isTAVIFQDDEIDPresent(7), 1u);
+    EXPECT_EQ(entry(0)->ctrId, 1u);
+    EXPECT_EQ(entry(1)->ctrId, 0u);
+    EXPECT_EQ(entry(2)->ctrId, 3u);
+    EXPECT_EQ(platform.messages(1).back(), "Adapter FQDD [ROR.Slot.2] id 0 FOUND at index 1");
+    install({L"TAV", L"RAID.Slot.3-1"});
+    EXPECT_EQ(isTAVIFQDDEIDPresent(7), 1u);
+    EXPECT_EQ(platform.messages(1).back(), "FQDD count in g_hybridJobData 2");
+}
+
+TEST_F(JobFilter, InstallingAndFreeingSpeak) {
+    install({L"a", L"b"});
+    EXPECT_EQ(
+        platform.messages(4),
+        (std::vector<std::string>{"--> entry", "FQDD count 2", "Going to update g_hybridJobData",
+                                  "Going to print 2 FQDD in Notif", "g_hybridJobData->count = 2",
+                                  "After update ctrId 0", "After update ctrId 0"}));
+    platform.clear_lines();
+    freeHybridData(&g_hybridJobData);
+    EXPECT_EQ(g_hybridJobData, nullptr);
+    EXPECT_EQ(platform.messages(4),
+              (std::vector<std::string>{"Free Adapter FQDD [a] FOUND at index 0",
+                                        "Free Adapter FQDD [b] FOUND at index 1",
+                                        "<-- freeHybridData Exit"}));
+    updateNotifFQDD(1, nullptr);
+    EXPECT_EQ(g_hybridJobData, nullptr);
+    EXPECT_TRUE(logged(2, "<-- err null inputs"));
+}
+
+// List, table, then entry and text of each.
+TEST_F(JobFilter, EveryAllocationMayFail) {
+    const wchar_t* fqdds[] = {L"a", L"b"};
+    for (int n = 1; n <= 6; ++n) {
+        SCOPED_TRACE(n);
+        platform.clear_lines();
+        const fake::AllocationScope scope;
+        platform.fail(fake::Place::Allocation, n);
+        updateNotifFQDD(2, fqdds);
+        EXPECT_TRUE(platform.fault_fired(fake::Place::Allocation));
+        EXPECT_EQ(g_hybridJobData == nullptr, n <= 2);
+        EXPECT_EQ(logged(2, "<-- err no memory"), n <= 2);
+        EXPECT_EQ(logged(4, "g_hybridJobData->hybridJobInfo[0] is NULL"), n == 3);
+        EXPECT_EQ(logged(4, "g_hybridJobData->hybridJobInfo[1]->FQDD is NULL"), n == 6);
+        EXPECT_EQ(isFQDDEIDPresent(L"a", 5, 0), n == 3 || n == 4 ? 0u : 1u);
+        EXPECT_EQ(isFQDDEIDPresent(L"c", 6, 1), n <= 2 ? 1u : 0u);
+        EXPECT_EQ(isTAVIFQDDEIDPresent(5), 1u);
+        freeHybridData(&g_hybridJobData);
+    }
+}
+
+}  // namespace
