@@ -151,6 +151,17 @@ unsigned IsstressTAVIPollEnabled(int *first, int *second);
 /* Consumes the one-shot request "/tmp/rtdump". Returns: 1 the file existed and was removed by this call; else 0. */
 unsigned IsDumpEnabled(void);
 
+/* ---- Identify light of PCIe SSDs ------------------------------------------------------------------------------- */
+
+/*
+ * Makes a drive's locator light blink, by one IPMI command; blocks for as long as that takes.
+ * u8bayId, u8SSDSlotNum: bay and slot in the bay, 8 bits of each. Returns: 0; 1 the command failed.
+ */
+uint32_t BlinkPCIeSSD(int u8bayId, int u8SSDSlotNum);
+
+/* Ends the blinking and hands over the status that the light is to show. Arguments and Returns: as BlinkPCIeSSD. */
+uint32_t UnBlinkPCIeSSD(int u8bayId, int u8SSDSlotNum, uint16_t u16DriveStatus);
+
 #pragma GCC visibility pop
 #ifdef __cplusplus
 }
