@@ -36,7 +36,7 @@ class EventReaders : public CacheTest {
     static void free_list(RtCacheEventNode*& list) {
         while (list != nullptr) {
             RtCacheEventNode* next = list->next;
-            free_event_data(static_cast<EventData*>(list->eventData));
+            vexutils::free_event_data(static_cast<EventData*>(list->eventData));
             vexel_free(list);
             list = next;
         }
