@@ -4,15 +4,6 @@
 
 #include "bench/bench_support.h"
 
-namespace bench {
-void register_log_cases();
-void register_cache_cases();
-void register_dup_cases();
-void register_inventory_cases();
-void register_queue_cases();
-int print_memory();
-}  // namespace bench
-
 int main(int argc, char** argv) {
     if (argc == 2 && std::strcmp(argv[1], "--memory") == 0) {
         return bench::print_memory();

@@ -37,7 +37,7 @@ void log_file(bool on) {
 
 std::vector<std::string> lines_of(const Operation& operation) {
     log_file(true);
-    truncate(log_path().c_str(), 0);
+    std::ofstream{log_path(), std::ios::trunc}.flush();
     vexutils::log_state.depth = 0;
     operation();
     std::vector<std::string> lines;

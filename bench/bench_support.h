@@ -34,6 +34,16 @@ void add_logged(const std::string& path, Operation setup, Operation operation, i
 void at_exit(Operation operation);
 void run_exits();
 
+// One per source of cases.
+void register_log_cases();
+void register_cache_cases();
+void register_dup_cases();
+void register_inventory_cases();
+void register_queue_cases();
+
+// Prints the cache's resident memory as JSON. Returns: the exit status.
+int print_memory();
+
 }  // namespace bench
 
 #endif  // BENCH_BENCH_SUPPORT_H

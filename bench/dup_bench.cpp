@@ -70,7 +70,7 @@ void copy_blocks(const std::size_t* sizes, std::size_t count) {
 }
 
 struct DiskByValue {
-    char record[sizeof(StorageObjectRecord)];
+    char record[sizeof(StorageObjectRecord)] = {};
     std::wstring name = kName, fqdd = kFqdd;
     std::string key = std::string(256, 'x'), a = key, b = key, c = std::string(128, 'x'), d = c;
     std::basic_string<uint32_t> words{std::basic_string<uint32_t>(kDiskWords, 1)};
@@ -103,7 +103,7 @@ void register_dup_cases() {
                 vexel_free(block);
             }
         });
-    static const DiskByValue by_value;
+    static const DiskByValue by_value{};
     add(
         "duplicate_disk/peer_string_struct", [] {},
         [] {
