@@ -122,8 +122,8 @@ class ShmKill : public testing::Test {
         return all;
     }
 
-    static void expect_whole(const Outcome& outcome, int kills) {
-        EXPECT_GE(outcome.kills, kills);
+    static void expect_whole(const Outcome& outcome) {
+        EXPECT_GT(outcome.kills, 0);
         EXPECT_EQ(outcome.failed, 0);
         EXPECT_EQ(outcome.torn, 0);
         EXPECT_EQ(outcome.older, 0);
@@ -141,14 +141,19 @@ class ShmKill : public testing::Test {
 };
 
 TEST_F(ShmKill, NoReaderSeesHalfAWrite) {
-    expect_whole(run(SHM_PUBLISHER, "", {SHM_READER, SHM_READER}, 50'000), 50);
+    constexpr int kKills = 200;
+    for (int kills = 0; kills < kKills && !HasFailure();) {
+        const Outcome outcome = run(SHM_PUBLISHER, "", {SHM_READER, SHM_READER}, 50'000);
+        expect_whole(outcome);
+        kills += outcome.kills;
+    }
 }
 
 TEST_F(ShmKill, ProcessesOfBothWordSizesShareARegion) {
 #ifdef SHM_READER_64
-    expect_whole(run(SHM_PUBLISHER, "", {SHM_READER_64}, 20'000), 1);
+    expect_whole(run(SHM_PUBLISHER, "", {SHM_READER_64}, 20'000));
     TearDown();
-    expect_whole(run(SHM_PUBLISHER_64, "", {SHM_READER, SHM_READER_64}, 20'000), 1);
+    expect_whole(run(SHM_PUBLISHER_64, "", {SHM_READER, SHM_READER_64}, 20'000));
 #else
     GTEST_SKIP() << "needs a 32-bit build on a machine with a 64-bit compiler";
 #endif

@@ -13,7 +13,7 @@ int main(int argc, char** argv) {
     if (argc != 2) {
         return 2;
     }
-    alarm(100);  // a reader that starves fails
+    alarm(200);  // a reader that starves fails
     static SectionBytes bytes;
     std::array<uint32_t, kSections.size()> last{};
     int failed = 0, torn = 0, older = 0, newer = 0;

@@ -71,7 +71,7 @@ TEST(DebugLog, AMessageAboveTheLevelIsNotFormatted) {
                     int written = -1;
                     zentprintf(3, 15, "abc%n\n", &written);
                     if (written != -1) {
-                        write(STDERR_FILENO, "formatted", 9);
+                        dprintf(STDERR_FILENO, "formatted");
                     }
                 }).empty());
 }

@@ -10,6 +10,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -241,6 +242,25 @@ TEST_F(LinuxShm, AViewStaysAsItIsUntilItsThreadAsksAgain) {
     EXPECT_EQ(view[0], 7);
     EXPECT_EQ(view[kSize - 1], 0);
     EXPECT_EQ(*static_cast<uint8_t*>(Zent_shm_get_shm(kRegion)), 8);
+}
+
+// A reader asks for a pause with a lock that needs no write permission; one that never ends it must
+// not hold writers up.
+TEST_F(LinuxShm, AWriterPausesForASlowReaderButNotForEver) {
+    EXPECT_EQ(write_byte(1), 0);
+    const int fd = shm_open(object_name().c_str(), O_RDONLY, 0);
+    struct flock pause {};
+    pause.l_type = F_RDLCK;
+    pause.l_start = 1;
+    pause.l_len = 1;
+    ASSERT_EQ(fcntl(fd, F_OFD_SETLK, &pause), 0);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(write_byte(2), 0);
+    const auto time = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(time, std::chrono::milliseconds{15});
+    EXPECT_LT(time, std::chrono::seconds{5});
+    close(fd);
+    EXPECT_EQ(read_byte(), 2);
 }
 
 TEST_F(LinuxShm, AForkedChildReadsAndWritesWhateverItsParentWasDoing) {
