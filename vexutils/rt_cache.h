@@ -18,6 +18,7 @@
 #include <platform/sm.h>
 #include <stddef.h>
 #include <stdint.h>
+#include <wchar.h>
 
 #include "rt_dup.h"
 
@@ -434,6 +435,91 @@ uint32_t rtcache_FreeObjectLevel(uint32_t eid, uint32_t level);
  * Locks: takes mutexRtCache.
  */
 void rtcache_FreeMem(void);
+
+/* ---- Look-ups by FQDD ----------------------------------------------------------------------------------------------- */
+
+/*
+ * Reads the FQDD of a controller or PCIe SSD adapter. Returns: text of the cache, valid while the lock is held; null if
+ * there is none. Locks: the caller holds mutexRtCache.
+ */
+const wchar_t *rtcache_GetAdapterFQDD(uint32_t eid);
+
+/* Reads the FQDD of a controller's battery. Returns, Locks: as rtcache_GetAdapterFQDD. */
+const wchar_t *rtcache_GetBatteryFQDD(uint32_t eid);
+
+/*
+ * Copies the FQDD of an enclosure or backplane. enclId: its object key. out: not null; receives the copy, null if there is
+ * no such enclosure, no FQDD or no memory.
+ * Returns: the enclosure's position, 0 also if there is no such enclosure. Locks: the caller holds mutexRtCache.
+ * Owns: *out belongs to the caller, vexel_free.
+ */
+uint8_t rtcache_GetEnclosureFQDD(uint32_t eid, uint32_t enclId, wchar_t **out);
+
+/*
+ * Builds the FQDD of a PCIe SSD from the shared-memory tables; a drive without an extender card names PCIe slot 255.
+ * Returns: a text of at most 59 characters; null if its bay or slot is unknown, a region is not readable or there is no
+ * memory. Owns: the caller, vexel_free. Locks: none.
+ */
+char *vexel_GetPCIeSSDFQDD(uint32_t globalSlot);
+
+/*
+ * Writes the FQDDs of all cached objects to "/tmp/vexel_cache.log", if that file exists (a link to one does not count).
+ * Returns: the result of close; -1 if there is no such file. Locks: the caller holds mutexRtCache.
+ */
+int rtcache_PrintCache(void);
+
+/* ---- Command status of controllers and drives ----------------------------------------------------------------------- */
+
+enum {
+    RTPIL_CONTROLLERS = 116, /* entries of g_rtpil_Controller_Status */
+    RTPIL_MCTP_COMMAND_STATUS_BYTES = 1275,
+    RTPIL_HBA_COMMUNICATION_STATUS_BYTES = 26,
+
+    RTPIL_COMMUNICATION_FAILED = 1, /* bits 0 to 2 of status: more than 10 commands in a row failed */
+    RTPIL_COMMUNICATION_GOOD = 3,   /* also reported of an unknown EID */
+
+    RTPIL_COMMAND_SUCCESS = 0, /* rtmpi2_UpdateControllerCommandStatus: communication is good */
+    RTPIL_COMMAND_FAILED = 1,
+    RTPIL_COMMAND_RESET = 4,       /* clears count and bits 0 to 6 of status */
+    RTPIL_COMMAND_CLEAR_COUNT = 5, /* clears the count alone */
+    RTPIL_COMMAND_LAST = 6,        /* 2, 3 and 6 are communication states, stored as they are */
+};
+
+/* One controller or drive. VEXEL fills in the EIDs. */
+typedef struct RtControllerStatus {
+    uint8_t eid;
+    uint8_t status;         /* bits 0 to 2: RTPIL_COMMUNICATION_..., 2 or 6; the others are VEXEL's */
+    uint16_t failCount;     /* commands that failed in a row, at most 10 */
+    uint8_t enableLogging;  /* switch of VEXEL */
+    uint8_t recoveryStatus; /* of the controller whose EID is this entry's index */
+} RtControllerStatus;
+static_assert(sizeof(RtControllerStatus) == 6, "record shared with VEXEL");
+
+/* Without a lock: VEXEL serialises the changes of an entry. The last two are VEXEL's, the library only provides them. */
+extern RtControllerStatus g_rtpil_Controller_Status[RTPIL_CONTROLLERS];
+extern uint8_t g_rtpil_MCTPCommandStatus[RTPIL_MCTP_COMMAND_STATUS_BYTES];
+extern uint8_t g_rtpil_HBA_Communication_Status[RTPIL_HBA_COMMUNICATION_STATUS_BYTES];
+
+/* Reads the communication state of a controller. Returns: 0, also if the EID is unknown (GOOD); -1 status is null. */
+int32_t rtpil_GetControllerCommunicationStatus(int32_t eid, uint8_t *status);
+
+/*
+ * Counts the outcome of a command. Ten failures in a row are only counted, the eleventh marks the controller as failed.
+ * A failure of an NVMe drive that is not present changes nothing.
+ * eid: 0 to 115; the recovery byte of a greater one is dropped. command: RTPIL_COMMAND_... or a communication state.
+ * recovery: low 8 bits, kept with a failure that marks; every other command but a failure clears what was kept.
+ * Returns: 0, also for an unknown command; -1 the EID is not in the table.
+ */
+int32_t rtmpi2_UpdateControllerCommandStatus(int32_t eid, uint32_t command, uint32_t recovery);
+
+/* Returns: 1 the EID is an NVMe drive whose slot is empty; 0 otherwise. Locks: the caller holds mutexRtCache. */
+uint32_t rtpil_IfNVMeSSD_isNotPresent(int32_t eid);
+
+/* Returns: the logging switch of the first entry with this EID; 0 if there is none. */
+uint8_t rtpil_GetctrlEnableLoggingStatus(int32_t eid);
+
+/* Sets the logging switch of every entry with this EID. Returns: 0. */
+uint32_t rtpil_SetctrlEnableLoggingStatus(int32_t eid, uint8_t value);
 
 #pragma GCC visibility pop
 #ifdef __cplusplus

@@ -341,6 +341,41 @@ uint32_t updatePciessdiBCDDataToShm(const void *statusBlock128);
  */
 uint32_t RTSHM_SimulatePCIeSSD(void);
 
+/* ---- FRUs of controller cards ---------------------------------------------------------------------------------------- */
+
+/*
+ * Reads the FRU data of a host bus adapter: of the first card of the type whose slot is this one, in the order of the
+ * platform's FRU table.
+ * data, size: the data and its bytes; null and 0 on failure.
+ * Returns: 0; 2 the data was not readable; 3 no such card, no table, no memory or a null output.
+ * Owns: *data belongs to the caller, vexel_free.
+ */
+uint32_t get_HBA_FRU_Info(uint8_t **data, uint32_t *size, uint8_t cardType, uint8_t slot);
+
+/* As get_HBA_FRU_Info, for KRON and TAVI cards; the slot counts for cardType 4 only, of others the first card is taken. */
+uint32_t get_KRON_TAVI_FRU_Info(uint8_t **data, uint32_t *size, uint8_t cardType, uint8_t slot);
+
+/* Returns: 0 the boot-storage card is a TAVI-A2; 1 it is another, or there is none. */
+uint32_t is_TAVI_A2_Present(void);
+
+/* Tells the model by a card's FRU data: size bytes. Returns: 1 TAVI-A1; 2 TAVI-A2; 0 another. */
+uint32_t get_TAVI_Revison(const uint8_t *data, uint32_t size);
+
+/*
+ * Reads slot and model of a TAVI card. tableEntry: its 15 byte entry of the FRU table. revision: as get_TAVI_Revison.
+ * Returns: 0; 2 the FRU data was not readable; 3 no FRU information, no memory or a null argument: outputs unchanged.
+ */
+uint32_t update_TAVI_FRU_Info(const void *tableEntry, uint8_t *slotNumber, uint8_t *revision);
+
+/*
+ * Takes a PCIe SSD's FQDD apart: "PCIeSSD.Slot.3-1" is slot 3, index 1 (low 8 bits of both, 0 if missing).
+ * fqdd: narrow and terminated if length is 0, else length bytes of 16-bit characters, of which 59 count. slotType: 4
+ * "Integrated", 8 "Slot", 1 other names that begin with "SL"; otherwise unchanged.
+ * Returns: 0; 1 not the FQDD of a PCIe SSD, outputs unchanged; 5 null argument.
+ */
+uint32_t getSlotandSlotIndexfromFQDD(const void *fqdd, uint32_t length, uint8_t *slot, uint8_t *slotIndex,
+                                     uint32_t *slotType);
+
 #pragma GCC visibility pop
 #ifdef __cplusplus
 }

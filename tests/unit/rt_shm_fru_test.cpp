@@ -1,0 +1,204 @@
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+#include "rt_shm.h"
+#include "tests/support/platform_test.h"
+#include "vexel.h"
+
+namespace {
+
+using fake::Place;
+using Data = std::vector<std::uint8_t>;
+
+struct Freed {
+    void operator()(std::uint8_t* block) const { vexel_free(block); }
+};
+
+class Fru : public PlatformTest {
+  protected:
+    // Adds a card to the platform's table.
+    void card(std::uint16_t id, std::uint8_t type, std::uint8_t slot, const Data& data) {
+        Data& table = platform.region(49);
+        const std::size_t entry = 9 + 15u * table[6]++;
+        table[entry] = static_cast<std::uint8_t>(id);
+        table[entry + 1] = static_cast<std::uint8_t>(id >> 8);
+        table[entry + 4] = type;
+        const auto low = static_cast<std::uint8_t>(data.size());
+        const auto high = static_cast<std::uint8_t>(data.size() >> 8);
+        platform.frus[id] = {{1, 0x34, 0x12, 3, slot, 5, 0, low, high, 9, 0, 1, 0, 7, 0}, data};
+    }
+
+    static Data tavi(const std::string& name) {
+        Data data(19, 0x11);
+        data.insert(data.end(), name.begin(), name.end());
+        return data;
+    }
+
+    struct Result {
+        std::uint32_t code;
+        Data data;
+    };
+    static Result read(decltype(get_HBA_FRU_Info)* function, std::uint8_t type, std::uint8_t slot) {
+        std::uint8_t* data = reinterpret_cast<std::uint8_t*>(1);
+        std::uint32_t size = 77;
+        const std::uint32_t code = function(&data, &size, type, slot);
+        const std::unique_ptr<std::uint8_t, Freed> owned{data};
+        EXPECT_EQ(data != nullptr, code == 0);
+        return {code, Data(data, data + size)};
+    }
+};
+
+TEST_F(Fru, CardsAreFoundByTypeAndSlot) {
+    card(0x0101, 4, 3, {1});
+    card(0x0102, 9, 5, {2});
+    card(0x0103, 4, 5, Data(300, 3));
+    card(0x0104, 9, 6, {4});
+    platform.frus.erase(0x0102);  // its information cannot be read
+    const struct {
+        const char* what;
+        decltype(get_HBA_FRU_Info)* function;
+        std::uint8_t type, slot;
+        std::uint32_t code;
+        Data data;
+    } rows[] = {
+        {"HBA, second slot", get_HBA_FRU_Info, 4, 5, 0, Data(300, 3)},
+        {"HBA, no such slot", get_HBA_FRU_Info, 4, 6, 3, {}},
+        {"HBA, other type by slot", get_HBA_FRU_Info, 9, 5, 3, {}},
+        {"KRON, type 4 by slot", get_KRON_TAVI_FRU_Info, 4, 3, 0, {1}},
+        {"KRON, type 4, no such slot", get_KRON_TAVI_FRU_Info, 4, 255, 3, {}},
+        {"KRON, first readable of its type", get_KRON_TAVI_FRU_Info, 9, 255, 0, {4}},
+        {"KRON, no such type", get_KRON_TAVI_FRU_Info, 8, 3, 3, {}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        const Result result = read(row.function, row.type, row.slot);
+        EXPECT_EQ(result.code, row.code);
+        EXPECT_EQ(result.data, row.data);
+    }
+    platform.clear_lines();
+    read(get_HBA_FRU_Info, 4, 5);
+    const std::vector<std::string> lines = platform.messages(4);
+    const std::vector<std::string> expected{"Entry",
+                                            "card type match at index:0",
+                                            "FruId : 257",
+                                            "Device_presence : 1",
+                                            "device_id : 4660",
+                                            "fru_rev : 3",
+                                            "slotNumber : 3",
+                                            "device_type : 5",
+                                            "size : 1",
+                                            "offset : 65545",
+                                            "embeddedDevice : 7",
+                                            "Traversing at slot:3 5"};
+    EXPECT_TRUE(std::equal(expected.begin(), expected.end(), lines.begin()));
+    EXPECT_EQ(lines.back(), "HBA FRU is present at slot:5 5, Now get the actual FRU data");
+
+    std::uint32_t size = 0;
+    EXPECT_EQ(get_HBA_FRU_Info(nullptr, &size, 4, 5), 3u);
+    platform.region(49)[6] = platform.region(49)[7] = 0xFF;
+    EXPECT_EQ(read(get_HBA_FRU_Info, 4, 6).code, 3u);
+    EXPECT_TRUE(logged(3, "FRU table entries:65535 limited to 4377"));
+}
+
+TEST_F(Fru, FailuresLeaveNoData) {
+    card(0x0101, 4, 3, {1});
+    const struct {
+        Place place;
+        int nth;
+        std::uint32_t code;
+        const char* line;
+    } rows[] = {{Place::Allocation, 1, 3, "Memory allocation failed "},
+                {Place::Allocation, 2, 3, nullptr},
+                {Place::ShmView, 1, 3, "Failed to get IPMI FRU table"},
+                {Place::FruInfo, 1, 3, "Exit"},
+                {Place::FruData, 1, 2, nullptr}};
+    for (const auto& row : rows) {
+        platform.clear_lines();
+        platform.fail(row.place, row.nth);
+        const fake::AllocationScope counted;
+        EXPECT_EQ(read(get_KRON_TAVI_FRU_Info, 4, 3).code, row.code);
+        EXPECT_TRUE(row.line == nullptr || logged(2, row.line));
+    }
+}
+
+TEST_F(Fru, TheTaviModelIsItsControllerName) {
+    const struct {
+        std::string name;
+        std::uint32_t revision;
+        const char* shown;
+    } rows[] = {
+        {"TAVI-A2 rest", 2, "TAVI-A2"},
+        {"tavi-a1", 1, "tavi-a1"},
+        {"TAVI-A", 0, "TAVI-A"},
+        {"TAVI-A2" + std::string(40, 'x'), 2, "TAVI-A2xxxxxxxxxxxxxxxxxxxxxxxxx"},
+        {std::string("TAVI\0-A2", 8), 0, "TAVI"},
+        {"", 0, ""},
+    };
+    EXPECT_EQ(is_TAVI_A2_Present(), 1u);
+    EXPECT_TRUE(logged(2, "get_KRON_TAVI_FRU_Info Failed !!!"));
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        platform.region(49)[6] = 0;
+        const Data data = tavi(row.name);
+        card(0x0201, 17, 9, data);
+        EXPECT_EQ(get_TAVI_Revison(data.data(), static_cast<std::uint32_t>(data.size())),
+                  row.revision);
+        platform.clear_lines();
+        EXPECT_EQ(is_TAVI_A2_Present(), row.revision == 2 ? 0u : 1u);
+        EXPECT_TRUE(logged(2, std::string("Controller Name is ") + row.shown));
+        EXPECT_TRUE(
+            logged(4, std::string(row.revision == 2 ? "" : "Not A2, ") + "Found  " + row.shown));
+        std::uint8_t slot = 0, revision = 0xEE;
+        EXPECT_EQ(update_TAVI_FRU_Info(&platform.region(49)[9], &slot, &revision), 0u);
+        EXPECT_EQ(slot, 9);
+        EXPECT_EQ(revision, row.revision);
+    }
+    std::uint8_t slot = 0xEE, revision = 0xEE;
+    platform.fail(Place::FruData);
+    EXPECT_EQ(update_TAVI_FRU_Info(&platform.region(49)[9], &slot, &revision), 2u);
+    EXPECT_EQ(update_TAVI_FRU_Info(&platform.region(49)[100], &slot, &revision), 3u);
+    EXPECT_EQ(slot & revision, 0xEE);
+    EXPECT_EQ(get_TAVI_Revison(nullptr, 100), 0u);
+}
+
+TEST_F(Fru, FqddsOfPcieSsdsAreTakenApart) {
+    const struct {
+        const char* fqdd;
+        std::uint32_t code;
+        unsigned slot, index;
+        std::uint32_t type;
+    } rows[] = {
+        {"PCIeSSD.Slot.3-1", 0, 3, 1, 8},  {"PCIeSSD.Integrated.12-34", 0, 12, 34, 4},
+        {"PCIeSSD.SLX.258-x", 0, 2, 0, 1}, {"PCIeSSD.Bay.7", 0, 7, 0, 77},
+        {"PCIeSSD", 0, 0, 0, 77},          {"Disk.Slot.3-1", 1, 0xEE, 0xEE, 77},
+    };
+    for (const auto& row : rows) {
+        for (const bool wide : {false, true}) {
+            SCOPED_TRACE(row.fqdd);
+            std::uint8_t slot = 0xEE, index = 0xEE;
+            std::uint32_t type = 77;
+            std::string text;
+            for (const char character : std::string{row.fqdd}) {
+                text += character;
+                text += wide ? std::string(1, '\0') : "";
+            }
+            EXPECT_EQ(getSlotandSlotIndexfromFQDD(
+                          text.c_str(), wide ? static_cast<std::uint32_t>(text.size()) : 0, &slot,
+                          &index, &type),
+                      row.code);
+            EXPECT_EQ(slot, row.slot);
+            EXPECT_EQ(index, row.index);
+            EXPECT_EQ(type, row.type);
+        }
+    }
+    std::uint8_t slot, index;
+    std::uint32_t type;
+    const std::string full(400, 'x');
+    EXPECT_EQ(getSlotandSlotIndexfromFQDD(full.data(), 400, &slot, &index, &type), 1u);
+    EXPECT_TRUE(logged(1, "Invalid fqddstr passed = " + std::string(59, 'x')));
+    EXPECT_EQ(getSlotandSlotIndexfromFQDD(nullptr, 0, &slot, &index, &type), 5u);
+    EXPECT_TRUE(logged(2, "err1:fqdd is NULL"));
+}
+
+}  // namespace
