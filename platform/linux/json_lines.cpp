@@ -58,14 +58,16 @@ class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
         node.boolean = value;
         return add(std::move(node));
     }
-    bool number_integer(number_integer_t) override { return add_number(make(Kind::OtherNumber)); }
+    bool number_integer(number_integer_t value) override {
+        return add_other_number(static_cast<double>(value));
+    }
     bool number_unsigned(number_unsigned_t value) override {
         JsonValue node = make(Kind::Number);
         node.number = value;
         return add_number(std::move(node));
     }
-    bool number_float(number_float_t, const string_t&) override {
-        return add_number(make(Kind::OtherNumber));
+    bool number_float(number_float_t value, const string_t&) override {
+        return add_other_number(value);
     }
     bool string(string_t& value) override {
         JsonValue node = make(Kind::Text);
@@ -103,6 +105,11 @@ class TreeBuilder : public nlohmann::json_sax<nlohmann::json> {
         value.kind = kind;
         value.line = position_.line;
         return value;
+    }
+    bool add_other_number(double number) {
+        JsonValue value = make(Kind::OtherNumber);
+        value.other_number = number;
+        return add_number(std::move(value));
     }
     // The end of a number shows only at the character behind it.
     bool add_number(JsonValue value) {

@@ -30,6 +30,7 @@ struct JsonValue {
     unsigned line = 0;
     bool boolean = false;
     uint64_t number = 0;  // of Kind::Number; a negative or broken number is Kind::OtherNumber
+    double other_number = 0;
     std::string text;
     std::vector<JsonValue> items;
     std::vector<JsonMember> members;
