@@ -1,0 +1,33 @@
+// Builds the cached nodes of a scenario's devices, the way the daemon does after it has read a
+// device: every block comes from vexel_alloc, and the cache owns the node once it is stored.
+#ifndef TOOLS_VEXSIM_OBJECT_BUILDER_H
+#define TOOLS_VEXSIM_OBJECT_BUILDER_H
+
+#include <cstdint>
+#include <string>
+
+#include "rt_cache.h"
+#include "vexsim/scenario.h"
+
+namespace vexsim {
+
+// What a sensor shows now; kNoTemperature none.
+using Degrees = int;
+
+// Each throws std::bad_alloc without memory.
+RtCacheControllerNode* build_controller(const Controller& controller, Degrees temperature,
+                                        Degrees battery_temperature);
+RtCacheControllerNode* build_nvme_controller(const NvmeDrive& drive, Degrees temperature);
+RtCacheDiskNode* build_drive(const Drive& drive, Degrees temperature);
+RtCacheDiskNode* build_nvme_disk(const NvmeDrive& drive, Degrees temperature);
+RtCacheDiskNode* build_enclosure(const Enclosure& enclosure);
+RtCacheVirtualDiskNode* build_virtual_disk(const VirtualDisk& disk);
+
+// Frees a drive's node that the cache has given back; null is allowed.
+void free_disk_node(RtCacheDiskNode* node);
+// The same for an NVMe drive's controller node.
+void free_controller_node(RtCacheControllerNode* node);
+
+}  // namespace vexsim
+
+#endif  // TOOLS_VEXSIM_OBJECT_BUILDER_H
