@@ -25,64 +25,34 @@ TEST_F(Memory, AnArrayIsZeroedContiguousRowsInOneBlock) {
 }
 
 TEST_F(Memory, ArraysOfOddShapes) {
-    const std::size_t half = SIZE_MAX / 2;
-    const struct {
-        const char* what;
-        std::size_t rows, columns, element;
-        bool possible;
-    } rows[] = {
-        {"no rows", 0, 4, 4, true},
-        {"no columns", 2, 0, 4, true},
-        {"one row overflows", 1, half, 3, false},
-        {"the block overflows", half, 3, 1, false},
-        {"the table overflows", half, 1, 0, false},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        void** table = vexel_alloc_2darray(row.rows, row.columns, row.element);
-        EXPECT_EQ(table != nullptr, row.possible);
-        if (row.possible) {
-            EXPECT_EQ(table[0] == nullptr, row.rows == 0);
-        }
-        vexel_free_2darray(table, row.rows);
+    constexpr std::size_t kHalf = SIZE_MAX / 2;
+    for (const auto& [rows, columns] : {std::pair{0u, 4u}, {2u, 0u}}) {
+        void** table = vexel_alloc_2darray(rows, columns, 4);
+        ASSERT_NE(table, nullptr);
+        EXPECT_EQ(table[0] == nullptr, rows == 0);
+        vexel_free_2darray(table, rows);
     }
-}
-
-TEST_F(Memory, AnArrayNeedsBothItsAllocations) {
+    EXPECT_EQ(vexel_alloc_2darray(1, kHalf, 3), nullptr) << "one row overflows";
+    EXPECT_EQ(vexel_alloc_2darray(kHalf, 3, 1), nullptr) << "the block overflows";
+    EXPECT_EQ(vexel_alloc_2darray(kHalf, 1, 0), nullptr) << "the table overflows";
     for (int n = 1; n <= 2; ++n) {
         const fake::AllocationScope scope;
         platform.fail(fake::Place::Allocation, n);
-        EXPECT_EQ(vexel_alloc_2darray(2, 2, 4), nullptr);
-        EXPECT_TRUE(platform.fault_fired(fake::Place::Allocation));
+        EXPECT_EQ(vexel_alloc_2darray(2, 2, 4), nullptr) << "allocation " << n;
     }
 }
 
 TEST_F(Memory, ARefusedCopyLooksLikeADoneOne) {
-    const struct {
-        const char* what;
-        bool destination, source;
-        std::size_t count;
-        bool copies;
-    } rows[] = {
-        {"fits", true, true, 4, true},
-        {"one too many", true, true, 5, false},
-        {"no destination", false, true, 4, false},
-        {"no source", true, false, 4, false},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        platform.clear_lines();
-        char room[6] = ".....";
-        EXPECT_EQ(memcpy_safe(row.destination ? room : nullptr, 4, row.source ? "abcde" : nullptr,
-                              row.count),
-                  0);
-        EXPECT_STREQ(room, row.copies ? "abcd." : ".....");
-        std::vector<std::string> expected{" entry", " exit"};
-        if (!row.copies) {
-            expected.insert(expected.begin() + 1, " Invalid arguments");
-        }
-        EXPECT_EQ(platform.messages(4), expected);
-    }
+    char room[6] = ".....";
+    EXPECT_EQ(memcpy_safe(room, 4, "abcde", 5), 0);
+    EXPECT_EQ(memcpy_safe(nullptr, 4, "abcde", 4), 0);
+    EXPECT_EQ(memcpy_safe(room, 4, nullptr, 4), 0);
+    EXPECT_STREQ(room, ".....");
+    EXPECT_EQ(platform.count_logged(4, " Invalid arguments"), 3);
+    platform.clear_lines();
+    EXPECT_EQ(memcpy_safe(room, 4, "abcde", 4), 0);
+    EXPECT_STREQ(room, "abcd.");
+    EXPECT_EQ(platform.messages(4), (std::vector<std::string>{" entry", " exit"}));
 }
 
 }  // namespace

@@ -11,34 +11,31 @@ class Text : public PlatformTest {};
 
 TEST_F(Text, WideCopiesArePaddedAndTerminatedBeyondTheirCount) {
     const struct {
-        const char* what;
         const wchar_t* source;
         std::size_t count;
-        std::wstring written;  // the rest of the room stays
+        std::wstring room;  // of 7 characters
         std::size_t lines;
     } rows[] = {
-        {"shorter: padded", L"ab", 4, std::wstring{L"ab\0\0\0", 5}, 2},
-        {"as long: terminated", L"abcd", 4, std::wstring{L"abcd\0", 5}, 2},
-        {"longer: cut", L"abcdef", 4, std::wstring{L"abcd\0", 5}, 2},
-        {"no characters, no lines", L"ab", 0, std::wstring{L"\0", 1}, 0},
+        {L"ab", 4, {L"ab\0\0\0..", 7}, 2},
+        {L"abcd", 4, {L"abcd\0..", 7}, 2},
+        {L"abcdef", 4, {L"abcd\0..", 7}, 2},
+        {L"ab", 0, {L"\0......", 7}, 0},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+        SCOPED_TRACE(row.source);
         platform.clear_lines();
         std::wstring room(7, L'.');
         EXPECT_EQ(wcsncpy_safe(room.data(), row.source, row.count), room.data());
-        EXPECT_EQ(room, row.written + std::wstring(7 - row.written.size(), L'.'));
+        EXPECT_EQ(room, row.room);
         EXPECT_EQ(platform.lines().size(), row.lines);
     }
     wchar_t room[] = L".";
     EXPECT_EQ(wcsncpy_safe(room, nullptr, 1), nullptr);
     EXPECT_EQ(wcsncpy_safe(nullptr, L"a", 1), nullptr);
     EXPECT_EQ(room[0], L'.');
-    EXPECT_EQ(platform.messages(4).size(), 0u);
 }
 
 TEST_F(Text, TrimsFixedSizeFields) {
-    const std::string terminated = "Terminated buffer with NULL";
     const struct {
         const char* what;
         std::string field;
@@ -51,9 +48,7 @@ TEST_F(Text, TrimsFixedSizeFields) {
         {"zeros behind count as blank", {"ab \0\0 ", 6}, {"ab\0\0\0\0", 6}, true},
         {"zeros inside stay", {" a\0b", 4}, {"a\0b\0", 4}, true},
         {"zeros only: moved, rest left", {"  \0 ", 4}, {"\0 \0 ", 4}, false},
-        {"bytes above 127 are text", " \xE9\xA0 ", {"\xE9\xA0\0\0", 4}, true},
-        {"256 blanks and a letter", std::string(256, ' ') + "x", "x" + std::string(256, '\0'),
-         true},
+        {"256 blanks", std::string(256, ' ') + "\xE9", "\xE9" + std::string(256, '\0'), true},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
@@ -61,7 +56,7 @@ TEST_F(Text, TrimsFixedSizeFields) {
         std::string field = row.field;
         StripLeadingTrailingSpace(field.data(), field.size());
         EXPECT_EQ(field, row.result);
-        EXPECT_EQ(logged(2, terminated), row.told);
+        EXPECT_EQ(logged(2, "Terminated buffer with NULL"), row.told);
         EXPECT_EQ(platform.messages(4), (std::vector<std::string>{"--> enter, hex dump --",
                                                                   "<-- exit, hex dump printed"}));
     }

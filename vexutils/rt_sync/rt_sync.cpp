@@ -30,6 +30,22 @@ uint32_t destroy(SMMutexHandle& mutex) {
     return result;
 }
 
+int start_detached(void* (*start_routine)(void*), void* arg) {
+    pthread_attr_t attributes;
+    int error = pthread_attr_init(&attributes);
+    if (error != 0) {
+        return error;
+    }
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    error = pthread_attr_setstacksize(&attributes, RTSYNC_THREAD_STACK_BYTES);
+    if (error == 0) {
+        pthread_t thread;
+        error = pthread_create(&thread, &attributes, start_routine, arg);
+    }
+    pthread_attr_destroy(&attributes);
+    return error;
+}
+
 }  // namespace
 }  // namespace vexutils
 
@@ -113,25 +129,11 @@ uint32_t RTSync_updateGlobalPoll(RTSyncGlobalStatus) {
 }
 
 uint32_t RTSync_FFThreadStart(void* (*start_routine)(void*), void* arg) {
-    pthread_attr_t attributes;
-    int error = pthread_attr_init(&attributes);
+    const int error = start_detached(start_routine, arg);
     if (error != 0) {
         LOG(Level::Fatal, "%s%s %d", "<-- err pthread", __func__, error);
         return 0;
     }
-    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    error = pthread_attr_setstacksize(&attributes, RTSYNC_THREAD_STACK_BYTES);
-    if (error != 0) {
-        LOG(Level::Fatal, "%s%s %d", "<-- err pthread", __func__, error);
-        return 0;
-    }
-    pthread_t thread;
-    error = pthread_create(&thread, &attributes, start_routine, arg);
-    if (error != 0) {
-        LOG(Level::Fatal, "%s%s %d", "<-- err pthread", __func__, error);
-        return 0;
-    }
-    pthread_attr_destroy(&attributes);
     return 1;
 }
 
