@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "rt_cache.h"
 #include "rt_dup.h"
 #include "tests/support/platform_test.h"
 #include "vexel.h"
@@ -15,6 +16,7 @@ namespace {
 class ForeignConfig : public PlatformTest {
   protected:
     ForeignConfig() {
+        source.objType = 11;
         source.NAME = source.hdr.FQDD = text;
         virtual_disks[0].NAME = virtual_disks[0].hdr.FQDD = text;
         virtual_disks[0].body.vd.memberCount = 3;
@@ -35,25 +37,6 @@ class ForeignConfig : public PlatformTest {
     void put(std::size_t controller, std::size_t here, T value) {
         std::memcpy(reinterpret_cast<char*>(&source) + (sizeof(void*) == 4 ? controller : here),
                     &value, sizeof(value));
-    }
-
-    static void free_copy(StorageObjectRecord* copy) {
-        StorageObjectRecord* members = copy->body.foreign.virtualDisks;
-        for (std::uint32_t i = 0; members != nullptr && i < copy->body.foreign.virtualDiskCount;
-             ++i) {
-            vexel_free(members[i].NAME);
-            vexel_free(members[i].body.vd.targetID);
-        }
-        vexel_free(members);
-        members = copy->body.foreign.physicalDisks;
-        for (std::uint32_t i = 0; members != nullptr && i < copy->body.foreign.physicalDiskCount;
-             ++i) {
-            vexel_free(members[i].NAME);
-        }
-        vexel_free(members);
-        vexel_free(copy->NAME);
-        vexel_free(copy->hdr.FQDD);
-        vexel_free(copy);
     }
 
     wchar_t text[6] = L"a cfg";
@@ -80,7 +63,7 @@ TEST_F(ForeignConfig, IsCopiedDownToItsMembers) {
     EXPECT_EQ(platform.count_logged(4, "Copied VD Name"), 1);
     EXPECT_EQ(platform.count_logged(4, "Copied PD Name"), 1);
     EXPECT_EQ(platform.count_logged(4, "Copied pds"), 1);
-    free_copy(copy);
+    rtcache_FreeRMObjects(copy, 1);
 }
 
 TEST_F(ForeignConfig, OneEmptyArrayIsSharedTwoAreRefused) {
@@ -88,8 +71,7 @@ TEST_F(ForeignConfig, OneEmptyArrayIsSharedTwoAreRefused) {
     StorageObjectRecord* copy = DupForeign_Config(&source);
     ASSERT_NE(copy, nullptr);
     EXPECT_EQ(copy->body.foreign.physicalDisks + 0, +disks);
-    copy->body.foreign.physicalDisks = nullptr;
-    free_copy(copy);
+    rtcache_FreeRMObjects(copy, 1);
     source.body.foreign.virtualDiskCount = 0;
     EXPECT_EQ(DupForeign_Config(&source), nullptr);
     EXPECT_TRUE(logged(2, "<--error6 DupForeign_Config"));
@@ -101,8 +83,7 @@ TEST_F(ForeignConfig, OneEmptyArrayIsSharedTwoAreRefused) {
     ASSERT_NE(copy, nullptr);
     EXPECT_EQ(copy->body.foreign.virtualDisks + 0, nullptr);
     EXPECT_FALSE(logged(2, "<--error3 DupForeign_Config"));
-    copy->body.foreign.physicalDisks = nullptr;
-    free_copy(copy);
+    rtcache_FreeRMObjects(copy, 1);
 }
 
 TEST_F(ForeignConfig, GoesOnWithoutWhatCannotBeAllocated) {
@@ -124,9 +105,7 @@ TEST_F(ForeignConfig, GoesOnWithoutWhatCannotBeAllocated) {
         if (n == 6) {
             EXPECT_EQ(copy->body.foreign.virtualDisks[0].body.vd.memberCount + 0, 0u);
         }
-        if (copy != nullptr) {
-            free_copy(copy);
-        }
+        rtcache_FreeRMObjects(copy, 1);
     }
 }
 
