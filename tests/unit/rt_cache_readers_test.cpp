@@ -127,6 +127,7 @@ TEST_F(EventReaders, EventsOfOneTypeAreTakenOut) {
         RtCacheDiskChangeRow* disks = nullptr;
         ASSERT_EQ(rtcache_GetCachedEvents(kEid, &events, &disks), 0u);
         EXPECT_EQ(rtcache_ConvertCacheToEvent(events, disks, &list), 0u);
+        EXPECT_EQ(disks->eventData[2047] == nullptr, row.type == 3) << "taken with its bit";
         EXPECT_EQ(text(list), row.left);
         free_list(list);
         free_rows(events, disks);
