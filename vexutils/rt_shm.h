@@ -376,6 +376,41 @@ uint32_t update_TAVI_FRU_Info(const void *tableEntry, uint8_t *slotNumber, uint8
 uint32_t getSlotandSlotIndexfromFQDD(const void *fqdd, uint32_t length, uint8_t *slot, uint8_t *slotIndex,
                                      uint32_t *slotType);
 
+/*
+ * Says whether the drive of an endpoint is cabled to a KRON controller. behind: 0 or 1. eid: 0 to 254.
+ * Returns: 0; 1 the endpoint is not registered or the drive has no cabled position (add-in cards have none); 3 no drive has
+ * this endpoint id. Only with 0 is *behind written. Locks: the caller holds mutexRtCache.
+ */
+uint32_t rtshm_IsDriveBehindKRONfromBPAPIByEID(uint8_t *behind, uint8_t eid);
+
+/*
+ * Creates the cached extender of every extender card of PCIe SSDs in region 15, at most 16; those that exist stay.
+ * Returns: 0; 3 the region is not readable or an extender could not be created, the cards behind it are not looked at.
+ * Locks: takes mutexRtCache for each.
+ */
+uint32_t rtshm_getPCIessdExtcard(void);
+
+/*
+ * Creates the cached extender of a PCIe slot, as processNVMeExtndrcardInfo does. bayId: 0 to 4.
+ * Returns: 0; 2 bay out of range or no such key; 3. Locks: takes mutexRtCache. Owns: the cache.
+ */
+uint32_t processPciessdExtndrcardInfo(uint8_t bayId, uint32_t extenderSlot);
+
+/*
+ * Creates the cached backplane of every bay in the slot map of region 20, from its first global slot; those that exist
+ * stay. Slots at no possible position are skipped with a warning; a region that is all zeros has no slots.
+ * Returns: 0; 3 the region is not readable or a backplane could not be created, the others are.
+ * Locks: takes mutexRtCache for each.
+ */
+uint32_t rtshm_getPCIessdBp(void);
+
+/*
+ * Creates the cached backplane of a bay, as processNVMeBackplaneInfo does. bayId: 0 to 4. slotInBay: 0 to 49, a slot of it.
+ * driveStatus: of that slot. slotCount: slots of the bay, both counts of its record.
+ * Returns: 0; 2 no such position; 3. Locks: takes mutexRtCache. Owns: the cache.
+ */
+uint32_t processPciessdBackplaneInfo(uint8_t bayId, uint8_t slotInBay, uint16_t driveStatus, uint8_t slotCount);
+
 #pragma GCC visibility pop
 #ifdef __cplusplus
 }

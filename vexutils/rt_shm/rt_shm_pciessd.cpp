@@ -139,3 +139,15 @@ uint32_t updatePciessdiBCDDataToShm(const void* statusBlock128) {
     LOG(Level::Trace, "<-- %s", __func__);
     return 0;
 }
+
+uint32_t rtshm_IsDriveBehindKRONfromBPAPIByEID(uint8_t* behind, uint8_t eid) {
+    LOG(Level::Trace, "--> %s u8EID:%d", __func__, eid);
+    std::uint8_t bay = 0xFF;
+    std::uint8_t slot = 0xFF;
+    const std::uint32_t result = RTSHM_readBayIDAndSlotNoFromEID(&bay, &slot, eid);
+    if (result != 0) {
+        LOG(Level::Error, "<-- error, no position of u8EID:%d", eid);
+        return result;
+    }
+    return rtshm_IsDriveBehindKRONfromBPAPI(behind, bay, slot);
+}
