@@ -1,5 +1,6 @@
 #include "vexinspect/json_report.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "vexinspect/region_view.h"
@@ -10,7 +11,56 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr int kIndent = 1;
+// Lines of a document, with its items (objects that hold values only) each on one: people read an
+// inventory by its items, and so do line-based tools.
+class Lines {
+  public:
+    static std::string of(const Json& document) {
+        Lines lines;
+        lines.add(document);
+        return lines.text_ + "\n";
+    }
+
+  private:
+    void add(const Json& value) {
+        const bool item = value.is_object() && std::ranges::none_of(value, &Json::is_structured);
+        if (item || !value.is_structured() || value.empty()) {
+            add_flat(value);
+            return;
+        }
+        add_opened(value);
+    }
+
+    void add_flat(const Json& value) {
+        if (!value.is_object()) {
+            text_ += value.dump();
+            return;
+        }
+        const char* separator = "{";
+        for (const auto& [key, member] : value.items()) {
+            text_ += separator + Json(key).dump() + ": " + member.dump();
+            separator = ", ";
+        }
+        text_ += value.empty() ? "{}" : "}";
+    }
+
+    void add_opened(const Json& value) {
+        text_ += value.is_object() ? '{' : '[';
+        ++depth_;
+        const char* separator = "\n";
+        for (const auto& [key, member] : value.items()) {
+            text_ += separator + std::string(depth_, ' ');
+            text_ += value.is_object() ? Json(key).dump() + ": " : "";
+            add(member);
+            separator = ",\n";
+        }
+        --depth_;
+        text_ += "\n" + std::string(depth_, ' ') + (value.is_object() ? '}' : ']');
+    }
+
+    std::string text_;
+    size_t depth_ = 0;
+};
 
 Json header(const char* format) {
     return {{"format", format}, {"version", kJsonVersion}};
@@ -48,8 +98,10 @@ Json region_json(const Region& region) {
     for (const List& list : view.lists) {
         inventoried = inventoried && list.inventoried;
     }
-    Json object = {{"region", region.id}, {"name", region.key},
-                   {"written", view.published}, {"inventoried", inventoried}};
+    Json object = {{"region", region.id},
+                   {"name", region.key},
+                   {"written", view.published},
+                   {"inventoried", inventoried}};
     if (view.published) {
         add_values(view.singles, object);
         for (const List& list : view.lists) {
@@ -78,9 +130,11 @@ const char* type_name(Type type) {
 }
 
 Json field_json(const Field& field) {
-    return {{"offset", field.offset}, {"type", type_name(field.type)}, {"length", field.length},
-            {"count", field.count},   {"stride", field.stride},        {"name", field.name},
-            {"list", field.group},    {"key", field.key},              {"meaning", field.meaning}};
+    return {{"offset", field.offset},  {"type", type_name(field.type)},
+            {"length", field.length},  {"count", field.count},
+            {"stride", field.stride},  {"name", field.name},
+            {"list", field.group},     {"key", field.key},
+            {"meaning", field.meaning}};
 }
 
 }  // namespace
@@ -91,7 +145,7 @@ std::string regions_json() {
     for (const Region& region : regions()) {
         document["regions"].push_back(region_json(region));
     }
-    return document.dump(kIndent) + "\n";
+    return Lines::of(document);
 }
 
 std::string layout_json() {
@@ -105,7 +159,7 @@ std::string layout_json() {
         }
         document["regions"].push_back(std::move(object));
     }
-    return document.dump(kIndent) + "\n";
+    return Lines::of(document);
 }
 
 }  // namespace vexinspect
