@@ -26,6 +26,7 @@ class Vexsim : public ToolTest {
     }
 };
 
+// Where the address sanitizer is built in, memory that the shutdown leaves behind is a failure too.
 TEST_F(Vexsim, PlaysTheShippedScenarioAsExpectedAndCleansUp) {
     const ToolResult result = vexsim({});
     EXPECT_EQ(result.status, 0) << result.errors;
@@ -70,8 +71,8 @@ TEST_F(Vexsim, RefusesABadScenarioBeforeAnythingIsPublished) {
          "controllers[0].enclosures: expected an FQDD that nothing else has"},
         {"a template that is not there", "\"use\": \"m2\"", "\"use\": \"m3\"",
          "controllers[4].drives[0].use: expected the name of a template that stands above"},
-        {"a step about a device that is not there", "{ \"at\": 100, \"pull\": \"Disk.Bay.5:",
-         "{ \"at\": 100, \"pull\": \"Disk.Bay.15:",
+        {"a step about a device that is not there",
+         "{ \"at\": 100, \"pull\": \"Disk.Bay.5:", "{ \"at\": 100, \"pull\": \"Disk.Bay.15:",
          "timeline[3].pull: expected the FQDD of a drive of this scenario"},
         {"a step without an action", "{ \"at\": 70, \"note\": \"A disk warms up.\" }",
          "{ \"at\": 70 }", "timeline[0]: expected an action such as"},
@@ -79,6 +80,10 @@ TEST_F(Vexsim, RefusesABadScenarioBeforeAnythingIsPublished) {
          "timeline[8].at: expected a time within the scenario's duration"},
         {"a drive that is pulled already", "\"plug\": \"Disk.Bay.6:", "\"pull\": \"Disk.Bay.6:",
          "timeline[8]: this drive is already pulled at that time"},
+        {"a step about a controller that was dropped", "\"at\": 280, \"drop\"",
+         "\"at\": 180, \"drop\": \"RAID.Slot.3-1\" }, { \"at\": 280, \"pull\": \"Disk.Bay.1:"
+         "Enclosure.Internal.0-1:RAID.Slot.3-1\" }, { \"at\": 280, \"drop\"",
+         "timeline[11]: this controller is already dropped at that time"},
         {"a topology that is not there", "default.topology.json", "no.topology.json",
          "no.topology.json: cannot be opened: No such file or directory"},
     };
@@ -120,8 +125,7 @@ TEST_F(Vexsim, EndsCleanlyOnASignal) {
 TEST_F(Vexsim, FailsWithStatus1WhenPlayingFails) {
     const ToolResult command = vexsim({"--quiet", "--after-poll", "test $VEXSIM_POLL != 3"});
     EXPECT_EQ(command.status, 1);
-    EXPECT_NE(command.errors.find("vexsim: the command of --after-poll failed"),
-              std::string::npos);
+    EXPECT_NE(command.errors.find("vexsim: the command of --after-poll failed"), std::string::npos);
     EXPECT_FALSE(anything_published());
     EXPECT_EQ(vexsim({"--transcript", "/no/folder/transcript"}).status, 1);
 }

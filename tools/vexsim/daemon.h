@@ -40,6 +40,8 @@ class Daemon {
     void set(const SetStep& step);
     void remove_drive(const std::string& fqdd);
     void insert_drive(const std::string& fqdd, const std::optional<DriveModel>& model);
+    // Forgets a controller's endpoint with all that is cached of it.
+    void drop_controller(const std::string& fqdd);
     void set_inventory_state(const InventoryStateStep& step);
     void change_status(const StatusStep& step);
     void set_reinventory(bool running);
@@ -54,6 +56,7 @@ class Daemon {
     void add_controller(const Controller& controller);
     void add_nvme(const NvmeDrive& drive);
     void remove_nvme(const NvmeDrive& drive);
+    void drop_endpoint(uint8_t eid, uint8_t type);
     void publish_ssd(const NvmeDrive& drive, int temperature) const;
     void refresh();
     void refresh_controller(const Controller& controller);

@@ -4,6 +4,7 @@
 #include "platform/shm.h"
 #include "rt_shm_layout.h"
 #include "support/codes.h"
+#include "vexel.h"
 #include "vexsim/cache_lock.h"
 #include "vexsim/daemon.h"
 #include "vexsim/object_builder.h"
@@ -20,6 +21,29 @@ constexpr int kMaxDegrees = 254;
 std::string type_text(uint8_t type) {
     const char* name = vextools::name_of(vextools::kEndpointTypes, type);
     return name != nullptr ? name : "type " + std::to_string(type);
+}
+
+void free_event_data(EventData* data) {
+    if (data != nullptr) {
+        vexel_free(data->messageId);
+        vexel_free(data->messageArgs);
+    }
+    vexel_free(data);
+}
+
+// Nobody is left to work an endpoint's events off.
+void drop_events(uint8_t eid) {
+    RtCacheEventRow* events = nullptr;
+    RtCacheDiskChangeRow* disks = nullptr;
+    expect_zero("rtcache_GetCachedEvents", rtcache_GetCachedEvents(eid, &events, &disks));
+    for (uint32_t i = 0; i < events->eventCount; ++i) {
+        free_event_data(events->events[i].eventData);
+    }
+    for (EventData* data : disks->eventData) {
+        free_event_data(data);
+    }
+    vexel_free(events);
+    vexel_free(disks);
 }
 
 // Where a drive's record of the PCIe SSD FRU region lies.
@@ -50,9 +74,9 @@ void Daemon::add_controller(const Controller& controller) {
     size_t drives = 0;
     const CacheLock lock;
     store_object(RTCACHE_KEY_CONTROLLER, controller.eid, controller.eid,
-                 build_controller(controller, controller.temperature.base,
-                                  controller.battery ? controller.battery->temperature.base
-                                                     : kNoTemperature));
+                 build_controller(
+                     controller, controller.temperature.base,
+                     controller.battery ? controller.battery->temperature.base : kNoTemperature));
     for (const Enclosure& enclosure : controller.enclosures) {
         store_object(RTCACHE_KEY_DISK, controller.eid, enclosure.key, build_enclosure(enclosure));
     }
@@ -86,20 +110,26 @@ void Daemon::add_nvme(const NvmeDrive& drive) {
     transcript_.line("endpoint %u: nvme %s", unsigned{drive.eid}, drive.fqdd.c_str());
 }
 
-// The objects go before the endpoint, since another one may get its row.
-void Daemon::remove_nvme(const NvmeDrive& drive) {
-    {
-        const CacheLock lock;
-        RtCacheControllerNode* controller =
-            cached<RtCacheControllerNode>(RTCACHE_KEY_CONTROLLER, drive.eid, drive.eid);
-        RtCacheDiskNode* disk = cached<RtCacheDiskNode>(RTCACHE_KEY_DISK, drive.eid, kNvmeDiskKey);
-        store_object(RTCACHE_KEY_CONTROLLER, drive.eid, drive.eid, nullptr);
-        store_object(RTCACHE_KEY_DISK, drive.eid, kNvmeDiskKey, nullptr);
-        free_controller_node(controller);
-        free_disk_node(disk);
+// What the row holds goes before the endpoint, since another one may get it.
+void Daemon::drop_endpoint(uint8_t eid, uint8_t type) {
+    drop_events(eid);
+    for (const uint32_t level :
+         {RTCACHE_KEY_DISK, RTCACHE_KEY_VIRTUAL_DISK, RTCACHE_KEY_CONTROLLER}) {
+        expect_zero("rtcache_FreeObjectLevel", rtcache_FreeObjectLevel(eid, level));
     }
-    expect_zero("rtcache_UpdateCachedObject",
-                rtcache_UpdateCachedObject(0, drive.eid, RTCACHE_TYPE_NVME, 0));
+    expect_zero("rtcache_UpdateCachedObject", rtcache_UpdateCachedObject(0, eid, type, 0));
+}
+
+void Daemon::drop_controller(const std::string& fqdd) {
+    const auto controller = std::ranges::find(controllers_, fqdd, &Controller::fqdd);
+    const auto drives = std::ranges::count_if(controller->drives, &Drive::present);
+    drop_endpoint(controller->eid, controller->type);
+    transcript_.line("endpoint %u: dropped with %zd drives", unsigned{controller->eid}, drives);
+    controllers_.erase(controller);
+}
+
+void Daemon::remove_nvme(const NvmeDrive& drive) {
+    drop_endpoint(drive.eid, RTCACHE_TYPE_NVME);
     PCIeSSDFruRecord cleared;
     std::memset(&cleared, 0xFF, sizeof(cleared));
     write_region(ZENT_SHM_PCIESSD_FRU, cleared, fru_offset(drive));
@@ -114,9 +144,9 @@ void Daemon::publish_ssd(const NvmeDrive& drive, int temperature) const {
     write_region(ZENT_SHM_PCIESSD_FRU, record, fru_offset(drive));
     std::array<char, SHM_FRU_DRIVE_FQDD_BYTES> fqdd{};
     std::strncpy(fqdd.data(), drive.fqdd.c_str(), fqdd.size() - 1);
-    write_region(ZENT_SHM_PCIESSD_FRU, fqdd,
-                 static_cast<int>(offsetof(PCIeSSDFruRegion, driveFqdds) +
-                                  drive.global_slot * fqdd.size()));
+    write_region(
+        ZENT_SHM_PCIESSD_FRU, fqdd,
+        static_cast<int>(offsetof(PCIeSSDFruRegion, driveFqdds) + drive.global_slot * fqdd.size()));
 }
 
 void Daemon::refresh() {

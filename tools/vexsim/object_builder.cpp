@@ -1,7 +1,9 @@
 #include "vexsim/object_builder.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
+#include <deque>
 #include <memory>
 #include <new>
 
@@ -11,8 +13,10 @@ namespace vexsim {
 
 namespace {
 
-constexpr uint32_t kRecordVersion = 1;  // not 0: the FQDD belongs to the record
-constexpr size_t kKeyIdBytes = 256;     // a copy reads all of them
+constexpr uint32_t kRecordVersion = 1;         // not 0: the FQDD belongs to the record
+constexpr size_t kKeyIdBytes = 256;            // a copy reads all of them
+constexpr size_t kShortTextBytes = 128;        // likewise
+constexpr uint32_t kRaidLevels[] = {0, 1, 5};  // chosen: what a RAID controller can do
 
 struct FreeBlock {
     void operator()(void* block) const { vexel_free(block); }
@@ -46,17 +50,25 @@ uint32_t degrees_word(Degrees degrees) {
 // cache is a deep copy.
 class Source {
   public:
-    Source(uint32_t type, const std::string& name, const std::string& fqdd)
-        : name_(widen(name)), fqdd_(widen(fqdd)) {
+    Source(uint32_t type, const std::string& name, const std::string& fqdd) {
         record.objType = type;
-        record.NAME = name_.data();
+        record.NAME = keep(name);
         record.hdr.VERSION = kRecordVersion;
-        record.hdr.FQDD = fqdd_.data();
+        record.hdr.FQDD = keep(fqdd);
     }
     Source(const Source&) = delete;
     Source& operator=(const Source&) = delete;
 
     StorageObjectRecord record{};
+
+    // A wide text that lives as long as the source.
+    wchar_t* keep(const std::string& text) { return texts_.emplace_back(widen(text)).data(); }
+    // A narrow text in a block of a size that a copy reads to its end.
+    char* keep(const std::string& text, size_t size) {
+        std::string& block = blocks_.emplace_back(text);
+        block.resize(size);
+        return block.data();
+    }
 
     // The copy by one of the operations that allocate their result.
     StorageObjectRecord* copy(StorageObjectRecord* (*duplicate)(const StorageObjectRecord*)) const {
@@ -77,8 +89,8 @@ class Source {
     }
 
   private:
-    std::wstring name_;
-    std::wstring fqdd_;
+    std::deque<std::wstring> texts_;  // never moves what it holds
+    std::deque<std::string> blocks_;
 };
 
 RtCacheDiskNode* disk_node(uint32_t type, StorageObjectRecord* record) {
@@ -101,7 +113,43 @@ StorageObjectRecord* adapter_record(const Controller& controller, Degrees temper
     body.capability = controller.capability;
     body.ctrlAttr = controller.attributes;
     body.thermalPDPollDisable = controller.drive_polling_disabled ? 1 : 0;
+    body.text112 = source.keep(controller.driver.empty() ? "Not Applicable" : controller.driver);
+    for (size_t i = 0; i < std::min<size_t>(controller.enclosures.size(), RT_ADAPTER_ENTRIES);
+         ++i) {
+        body.entries[i].text = source.keep(controller.enclosures[i].name);
+    }
+    std::array<AdapterCapabilityEntry, std::size(kRaidLevels)> levels{};
+    if (!controller.virtual_disks.empty()) {
+        for (size_t i = 0; i < levels.size(); ++i) {
+            levels[i].rl = kRaidLevels[i];
+        }
+        body.capabilityMask = (1u << levels.size()) - 1;  // a bit for each
+        body.capabilities = levels.data();
+    }
     return source.copy(&DupAdapter);
+}
+
+// Virtual disks that another controller made, each on one disk. Members carry no FQDD, since a copy
+// shares it with its source.
+StorageObjectRecord* foreign_record(const Controller& controller) {
+    Source source(RT_OBJ_FOREIGN_CONFIG, "Foreign configuration", controller.fqdd);
+    std::vector<StorageObjectRecord> disks(controller.foreign.size());
+    std::vector<StorageObjectRecord> members(controller.foreign.size());
+    std::vector<uint32_t> ids(controller.foreign.size());
+    for (size_t i = 0; i < disks.size(); ++i) {
+        ids[i] = static_cast<uint32_t>(i);
+        members[i].objType = RT_OBJ_PHYSICAL_DISK;
+        members[i].NAME = source.keep("Disk of " + controller.foreign[i]);
+        disks[i].objType = RT_OBJ_VIRTUAL_DISK;
+        disks[i].NAME = source.keep(controller.foreign[i]);
+        disks[i].body.vd.memberCount = 1;
+        disks[i].body.vd.targetID = &ids[i];
+    }
+    ForeignConfigBody& body = source.record.body.foreign;
+    body.virtualDiskCount = body.physicalDiskCount = static_cast<uint32_t>(disks.size());
+    body.virtualDisks = disks.data();
+    body.physicalDisks = members.data();
+    return source.copy(&DupForeign_Config);
 }
 
 RtCachePciInfo* pci_info(const PciIdentity& pci) {
@@ -147,13 +195,6 @@ void free_disk_node(RtCacheDiskNode* node) {
     vexel_free(node);
 }
 
-void free_controller_node(RtCacheControllerNode* node) {
-    if (node != nullptr) {
-        rtcache_FreeRMObjects(node->adapter, 1);
-    }
-    vexel_free(node);
-}
-
 RtCacheControllerNode* build_controller(const Controller& controller, Degrees temperature,
                                         Degrees battery_temperature) {
     Block<RtCacheControllerNode> node = allocate<RtCacheControllerNode>();
@@ -165,6 +206,9 @@ RtCacheControllerNode* build_controller(const Controller& controller, Degrees te
     if (!controller.driver.empty()) {
         const Source source(RT_OBJ_DRIVER, controller.driver, controller.fqdd);
         node->driver = source.copy(&rtraid_DupDriver);
+    }
+    if (!controller.foreign.empty()) {
+        node->foreignConfig = foreign_record(controller);
     }
     AdapterKeyRecord key{};
     std::memcpy(key.key, controller.fqdd.data(), controller.fqdd.size());
@@ -192,8 +236,6 @@ RtCacheControllerNode* build_nvme_controller(const NvmeDrive& drive, Degrees tem
 }
 
 RtCacheDiskNode* build_drive(const Drive& drive, Degrees temperature) {
-    std::array<char, kKeyIdBytes> key_id{};
-    std::memcpy(key_id.data(), drive.fqdd.data(), drive.fqdd.size());
     Source source(RT_OBJ_PHYSICAL_DISK, drive.model.name, drive.fqdd);
     PhysicalDiskBody& body = source.record.body.pd;
     fill_disk(body, drive.model, temperature);
@@ -206,7 +248,14 @@ RtCacheDiskNode* build_drive(const Drive& drive, Degrees temperature) {
     if (drive.bay) {
         body.deviceInfoId = drive.key;  // in the controller's own enclosures
     }
-    body.keyId = key_id.data();
+    body.keyId = source.keep(drive.fqdd, kKeyIdBytes);
+    body.text417 = source.keep("Serial " + std::to_string(drive.key), kKeyIdBytes);
+    body.text426 = source.keep("Revision 1", kShortTextBytes);
+    body.text430 = source.keep(drive.model.name, kShortTextBytes);
+    body.text434 = source.keep(drive.fqdd, kKeyIdBytes);
+    std::array<uint32_t, 2> words{drive.key, drive.slot};
+    body.wordCount = words.size();
+    body.words = words.data();
     return disk_node(RT_OBJ_PHYSICAL_DISK, source.copy(&rtraid_dupPD));
 }
 

@@ -1,5 +1,6 @@
 // Builds the cached nodes of a scenario's devices, the way the daemon does after it has read a
-// device: every block comes from vexel_alloc, and the cache owns the node once it is stored.
+// device: each record is a deep copy of one that is freed right away, every block comes from
+// vexel_alloc, and the cache owns the node once it is stored.
 #ifndef TOOLS_VEXSIM_OBJECT_BUILDER_H
 #define TOOLS_VEXSIM_OBJECT_BUILDER_H
 
@@ -25,8 +26,6 @@ RtCacheVirtualDiskNode* build_virtual_disk(const VirtualDisk& disk);
 
 // Frees a drive's node that the cache has given back; null is allowed.
 void free_disk_node(RtCacheDiskNode* node);
-// The same for an NVMe drive's controller node.
-void free_controller_node(RtCacheControllerNode* node);
 
 }  // namespace vexsim
 

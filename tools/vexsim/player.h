@@ -14,7 +14,7 @@
 namespace vexsim {
 
 struct PlayOptions {
-    double speed = 0;        // virtual seconds in a real one; 0 as fast as possible
+    double speed = 0;  // virtual seconds in a real one; 0 as fast as possible
     uint64_t seed = 1;
     int hold_seconds = 0;    // real time between the last step and the shutdown
     std::string after_poll;  // shell command, run after each poll
@@ -40,6 +40,7 @@ class Player {
     void act(const StatusStep& step) { daemon_.change_status(step); }
     void act(const ReinventoryStep& step) { daemon_.set_reinventory(step.running); }
     void act(const ThermalStep& step);
+    void act(const DropStep& step) { daemon_.drop_controller(step.fqdd); }
     bool wait_until(int64_t at);
     void report_progress(size_t done);
 

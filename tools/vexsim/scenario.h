@@ -49,7 +49,7 @@ struct Drive {
     uint8_t slot = 0;
     uint16_t enclosure_key = kNoEnclosure;
     uint8_t enclosure_type = 0;
-    std::optional<uint8_t> bay;  // bay of the backplane service's snapshot that holds it
+    std::optional<uint8_t> bay;       // bay of the backplane service's snapshot that holds it
     std::optional<uint16_t> primary;  // of a second path: the disk number of the first
     bool present = true;              // at the start
 };
@@ -108,6 +108,7 @@ struct Controller {
     std::vector<Enclosure> enclosures;
     std::vector<Drive> drives;
     std::vector<VirtualDisk> virtual_disks;
+    std::vector<std::string> foreign;  // virtual disks that another controller made
 };
 
 // An NVMe drive: an endpoint of its own, in a bay of the backplane service's snapshot.
@@ -134,7 +135,8 @@ struct ThermalSettings {
     bool disable_kron = false;
 };
 
-// ---- Steps ----------------------------------------------------------------------------------------
+// ---- Steps
+// ----------------------------------------------------------------------------------------
 
 struct PollStep {};
 
@@ -167,6 +169,11 @@ struct InventoryStateStep {
     uint8_t state = 0;
 };
 
+// A controller is gone for good, with everything behind it.
+struct DropStep {
+    std::string fqdd;
+};
+
 // Sets and clears bits of the global status.
 struct StatusStep {
     uint16_t set_flags = 0, clear_flags = 0;
@@ -182,8 +189,8 @@ struct ThermalStep {
     ThermalSettings settings;
 };
 
-using Action = std::variant<PollStep, NoteStep, SetStep, DriveStep, TopologyStep, InventoryStateStep,
-                            StatusStep, ReinventoryStep, ThermalStep>;
+using Action = std::variant<PollStep, NoteStep, SetStep, DriveStep, TopologyStep,
+                            InventoryStateStep, StatusStep, ReinventoryStep, ThermalStep, DropStep>;
 
 struct Step {
     int64_t at = 0;  // milliseconds of virtual time
@@ -194,8 +201,8 @@ struct Scenario {
     std::string file;
     std::string name;
     uint64_t seed = 1;
-    int64_t duration = 0;              // milliseconds of virtual time
-    int64_t poll_every = 0;            // likewise; 0: only the polls of the timeline
+    int64_t duration = 0;    // milliseconds of virtual time
+    int64_t poll_every = 0;  // likewise; 0: only the polls of the timeline
     std::optional<uint32_t> expected_kron;
     std::vector<Controller> controllers;
     std::vector<NvmeDrive> nvme;

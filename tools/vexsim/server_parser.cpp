@@ -112,7 +112,8 @@ PciIdentity read_pci(const JsonReader& object) {
     pci.location_b = static_cast<uint8_t>(slot >> 7);
     const auto ids = object["ids"].items();
     if (ids.size() != pci.ids.size()) {
-        object["ids"].fail("expected 4 numbers: vendor, device, subsystem vendor, subsystem device");
+        object["ids"].fail(
+            "expected 4 numbers: vendor, device, subsystem vendor, subsystem device");
     }
     for (size_t i = 0; i < ids.size(); ++i) {
         pci.ids[i] = static_cast<uint16_t>(ids[i].integer(0, 0xFFFF));
@@ -122,14 +123,14 @@ PciIdentity read_pci(const JsonReader& object) {
 
 Battery read_battery(const JsonReader& object, const std::string& controller) {
     object.expect_object({"fqdd", "name", "state", "temperature"});
-    return {.fqdd = checked_fqdd(object, object["fqdd"].text_or("Battery.Integrated.1:" + controller,
-                                                                kMaxFqdd)),
-            .name = object["name"].text_or("Battery", kMaxNameLength),
-            .state = static_cast<uint8_t>(
-                object["state"].exists()
-                    ? object["state"].code(vextools::kBatteryStates, 0, kMaxByte)
-                    : 1),
-            .temperature = read_temperature(object["temperature"])};
+    return {
+        .fqdd = checked_fqdd(
+            object, object["fqdd"].text_or("Battery.Integrated.1:" + controller, kMaxFqdd)),
+        .name = object["name"].text_or("Battery", kMaxNameLength),
+        .state = static_cast<uint8_t>(
+            object["state"].exists() ? object["state"].code(vextools::kBatteryStates, 0, kMaxByte)
+                                     : 1),
+        .temperature = read_temperature(object["temperature"])};
 }
 
 // Fills one controller; keeps track of the disk numbers that are taken.
@@ -150,15 +151,21 @@ class ControllerReader {
         for (const JsonReader& disk : object_["virtualDisks"].items()) {
             read_virtual_disk(disk);
         }
+        for (const JsonReader& name : object_["foreign"].items()) {
+            controller_.foreign.push_back(name.text(kMaxNameLength));
+        }
         return std::move(controller_);
     }
 
   private:
     void read_identity() {
-        object_.expect_object({"fqdd", "name", "eid", "type", "modularId", "inventory", "pci",
-                               "temperature", "batterySupported", "capability", "attributes",
-                               "drivePollingDisabled", "valueA", "valueB", "driver", "battery",
-                               "enclosures", "drives", "virtualDisks"});
+        object_.expect_object({"fqdd",         "name",        "eid",
+                               "type",         "modularId",   "inventory",
+                               "pci",          "temperature", "batterySupported",
+                               "capability",   "attributes",  "drivePollingDisabled",
+                               "valueA",       "valueB",      "driver",
+                               "battery",      "enclosures",  "drives",
+                               "virtualDisks", "foreign"});
         controller_.fqdd = object_["fqdd"].text(kMaxFqdd);
         controller_.name = object_["name"].text_or(controller_.fqdd, kMaxNameLength);
         controller_.eid = static_cast<uint8_t>(object_["eid"].integer(0, kMaxEid));
@@ -226,9 +233,10 @@ class ControllerReader {
                                 : "Enclosure.External.0-" + std::to_string(enclosure.position);
         enclosure.fqdd = checked_fqdd(
             object, object["fqdd"].text_or(address + ":" + controller_.fqdd, kMaxFqdd));
-        enclosure.name = object["name"].text_or(
-            (enclosure.backplane ? "Backplane " : "Enclosure ") + std::to_string(enclosure.position),
-            kMaxNameLength);
+        enclosure.name =
+            object["name"].text_or((enclosure.backplane ? "Backplane " : "Enclosure ") +
+                                       std::to_string(enclosure.position),
+                                   kMaxNameLength);
         enclosure.key = take_key(object["key"]);
         enclosure.chassis_slot = read_byte(object["chassisSlot"], 0);
         enclosure.second_id = read_byte(object["secondId"], 0);
@@ -250,10 +258,10 @@ class ControllerReader {
             {"use", "with", "slots", "slot", "fqdd", "key", "present", "enclosureType", "primary"});
         const DriveModel model = models_.read(group);
         const JsonReader slots = group["slots"].exists() ? group["slots"] : group["slot"];
-        const std::string pattern = group["fqdd"].text_or(
-            enclosure != nullptr ? "Disk.Bay.{slot}:{enclosure}"
-                                 : "Disk.Direct.0-{slot}:{controller}",
-            kMaxFqdd);
+        const std::string pattern =
+            group["fqdd"].text_or(enclosure != nullptr ? "Disk.Bay.{slot}:{enclosure}"
+                                                       : "Disk.Direct.0-{slot}:{controller}",
+                                  kMaxFqdd);
         for (const uint8_t slot : read_slots(slots, kMaxSlot)) {
             Drive drive;
             drive.fqdd = filled(pattern, "slot", std::to_string(slot));

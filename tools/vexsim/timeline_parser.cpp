@@ -58,6 +58,7 @@ class TimelineReader {
             controllers_[controller.fqdd] = true;
             for (const Drive& drive : controller.drives) {
                 present_[drive.fqdd] = drive.present;
+                controller_of_[drive.fqdd] = controller.fqdd;
             }
         }
         for (const NvmeDrive& drive : scenario.nvme) {
@@ -82,11 +83,13 @@ class TimelineReader {
         }
     }
 
-    // By time; a drive can only be pulled where it is and plugged where it is not.
+    // By time; a drive can only be pulled where it is and plugged where it is not, and nothing
+    // happens to a controller that was dropped.
     std::vector<Step> finish() {
         std::ranges::stable_sort(steps_, {}, [](const Placed& placed) { return placed.step.at; });
         std::vector<Step> steps;
         for (Placed& placed : steps_) {
+            check_not_dropped(placed);
             if (const auto* drive = std::get_if<DriveStep>(&placed.step.action)) {
                 bool& present = present_[drive->fqdd];
                 if (present == drive->plug) {
@@ -106,6 +109,28 @@ class TimelineReader {
         JsonReader element;
     };
 
+    // Of a step about a device: the controller that it is, or is behind.
+    void check_not_dropped(const Placed& placed) {
+        std::string device;
+        std::visit(
+            [&](const auto& step) {
+                if constexpr (requires { device = step.fqdd; }) {
+                    device = step.fqdd;
+                }
+            },
+            placed.step.action);
+        const auto owner = controller_of_.find(device);
+        const auto controller =
+            controllers_.find(owner == controller_of_.end() ? device : owner->second);
+        if (controller == controllers_.end()) {
+            return;
+        }
+        if (!controller->second) {
+            placed.element.fail("this controller is already dropped at that time");
+        }
+        controller->second = !std::holds_alternative<DropStep>(placed.step.action);
+    }
+
     Action read_action(const JsonReader& element) {
         using Read = Action (TimelineReader::*)(const JsonReader&) const;
         static constexpr std::pair<const char*, Read> kActions[] = {
@@ -119,9 +144,11 @@ class TimelineReader {
             {"status", &TimelineReader::read_status},
             {"reinventory", &TimelineReader::read_reinventory},
             {"thermal", &TimelineReader::read_thermal_step},
+            {"drop", &TimelineReader::read_drop},
         };
         element.expect_object({"at", "every", "times", "poll", "note", "set", "pull", "plug",
-                               "topology", "inventory", "status", "reinventory", "thermal"});
+                               "topology", "inventory", "status", "reinventory", "thermal",
+                               "drop"});
         const std::pair<const char*, Read>* found = nullptr;
         for (const auto& action : kActions) {
             if (element[action.first].exists()) {
@@ -205,10 +232,13 @@ class TimelineReader {
 
     Action read_inventory(const JsonReader& field) const {
         field.expect_object({"device", "state"});
-        return InventoryStateStep{
-            .fqdd = read_controller_fqdd(field["device"]),
-            .state =
-                static_cast<uint8_t>(field["state"].code(vextools::kInventoryStates, 0, 0xFF))};
+        return InventoryStateStep{.fqdd = read_controller_fqdd(field["device"]),
+                                  .state = static_cast<uint8_t>(
+                                      field["state"].code(vextools::kInventoryStates, 0, 0xFF))};
+    }
+
+    Action read_drop(const JsonReader& field) const {
+        return DropStep{read_controller_fqdd(field)};
     }
 
     Action read_status(const JsonReader& field) const {
@@ -236,8 +266,9 @@ class TimelineReader {
 
     const DriveModels& models_;
     const Scenario& scenario_;
-    std::map<std::string, bool> controllers_;
-    std::map<std::string, bool> present_;  // drives
+    std::map<std::string, bool> controllers_;  // false: dropped
+    std::map<std::string, bool> present_;      // drives
+    std::map<std::string, std::string> controller_of_;
     std::vector<Placed> steps_;
 };
 
