@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <array>
 #include <random>
-#include <thread>
 
 #include "rt_cache/rt_cache_bitmap.h"
 #include "tests/support/cache_test.h"
@@ -293,63 +292,6 @@ TEST_F(CachedEvents, APurgeBeyondTheDepthStartsTheListAgain) {
     EXPECT_EQ(cache_Events[0].events[5].objKey, 393u);
     EXPECT_EQ(cache_Events[0].events[0].eventData, nullptr);
     vexutils::free_event_data(dropped);
-}
-
-// Events are recorded, held back, purged and drained at once; each comes out exactly once.
-TEST_F(CachedEvents, NothingIsLostOrDoubledBetweenThreads) {
-    constexpr uint32_t kPerThread = 1000;
-    constexpr uint32_t kRoom = 150;  // two of them fit a list
-    platform.record_lines(false);
-    const auto record = [&](uint32_t first, bool delayed) {
-        for (uint32_t key = first; key < first + kPerThread;) {
-            const CacheLock lock;
-            if (cache_Events[0].eventCount >= kRoom ||
-                cache_Events_delayed[0].eventCount >= kRoom) {
-                continue;
-            }
-            if (delayed) {
-                rtcache_SetDelayedCachedEvent(kKron, 0, 1, key);
-                rtcache_SetDelayedCachedEvent(kKron, kDisk, kChanged, key % 2048);
-            } else {
-                rtcache_SetCachedEvent_roll_up(kKron, 0, 1, key, make_event_data("CTL1"));
-                rtcache_SetCachedEvent(kKron, kDisk, kChanged, key % 2048);
-            }
-            ++key;
-        }
-    };
-    std::thread threads[] = {std::thread{record, 0u, false}, std::thread{record, kPerThread, false},
-                             std::thread{record, 2 * kPerThread, true}, std::thread{[&] {
-                                 for (uint32_t purged = 0; purged < kPerThread;) {
-                                     const CacheLock lock;
-                                     if (cache_Events[0].eventCount < kRoom) {
-                                         purged += cache_Events_delayed[0].eventCount;
-                                         rtcache_PurgeDelayedCachedEvents(kKron, 0);
-                                     }
-                                 }
-                             }}};
-    std::array<uint32_t, 3 * kPerThread> seen{};
-    std::array<uint8_t, 256> changed{};
-    const auto take = [&](const Drained& drained) {
-        for (uint32_t i = 0; i < drained.events->eventCount; ++i) {
-            const RtCacheEvent& event = drained.events->events[i];
-            ++seen[event.objKey];
-            EXPECT_EQ(event.eventData != nullptr, event.objKey < 2 * kPerThread);
-        }
-        for (std::size_t i = 0; i < changed.size(); ++i) {
-            changed[i] |= drained.disks->bitmap[i];
-        }
-        return drained.events->eventCount;
-    };
-    for (uint32_t taken = 0; taken < seen.size();) {
-        taken += take(Drained{kKron});
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    rtcache_PurgeDelayedCachedEvents(kKron, 0);
-    EXPECT_EQ(take(Drained{kKron}), 0u);
-    EXPECT_EQ(std::ranges::count(seen, 1u), 3 * kPerThread);
-    EXPECT_EQ(std::ranges::count(changed, 0xFF), 256);
 }
 
 }  // namespace
