@@ -1,7 +1,10 @@
 // The storage object record's layout on the controller, asserted where pointers are 4 bytes;
-// elsewhere only the order of fields holds and the record grows by its pointers.
+// elsewhere only the order of fields holds and the record grows by its pointers. And what its
+// copies and their teardown must agree on.
 #ifndef VEXUTILS_INTERNAL_STORAGE_OBJECT_H
 #define VEXUTILS_INTERNAL_STORAGE_OBJECT_H
+
+#include <cstddef>
 
 #include "rt_dup.h"
 
@@ -54,6 +57,21 @@ VEX_AT(body.foreign.virtualDisks, 68);
 VEX_AT(body.foreign.physicalDiskCount, 76);
 VEX_AT(body.foreign.physicalDisks, 80);
 #undef VEX_AT
+
+inline constexpr std::size_t kPagesOfSelector16 = 5;
+
+// Page slots that a SMART record without the NVMe flag owns, the first ones; none if its selector
+// is unknown.
+constexpr std::size_t owned_pages(const SmartDataBody& smart) {
+    switch (smart.pageSelector) {
+        case RT_SMART_SELECT_7_PAGES:
+            return RT_SMART_PAGES;
+        case RT_SMART_SELECT_5_PAGES:
+            return kPagesOfSelector16;
+        default:
+            return 0;
+    }
+}
 
 }  // namespace vexutils
 

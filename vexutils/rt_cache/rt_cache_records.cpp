@@ -10,8 +10,6 @@ using namespace vexutils;
 
 namespace {
 
-constexpr std::size_t kPagesOfSelector16 = 5;
-
 // VEXEL marks owned pointers that were never set with one of two values instead of null, as 32-bit
 // and as pointer-wide integers.
 bool is_empty(const void* block) {
@@ -44,17 +42,6 @@ void free_physical_disk(PhysicalDiskBody& disk) {
     disk.text434 = freed(disk.text434);
     if (disk.wordCount != 0) {
         disk.words = freed(disk.words);
-    }
-}
-
-std::size_t owned_pages(const SmartDataBody& smart) {
-    switch (smart.pageSelector) {
-        case RT_SMART_SELECT_7_PAGES:
-            return RT_SMART_PAGES;
-        case RT_SMART_SELECT_5_PAGES:
-            return kPagesOfSelector16;
-        default:
-            return 0;
     }
 }
 

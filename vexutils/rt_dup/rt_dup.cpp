@@ -28,7 +28,6 @@ namespace {
 constexpr std::size_t kKeyBytes = 256;        // keyId and text417, whatever the text's length
 constexpr std::size_t kLongTextBytes = 256;   // text434
 constexpr std::size_t kShortTextBytes = 128;  // text426, text430
-constexpr std::size_t kPagesOfSelector16 = 5;
 
 std::size_t capability_count(const StorageObjectRecord& adapter) {
     const std::uint32_t mask = adapter.body.adapter.capabilityMask;
@@ -119,10 +118,8 @@ void copy_nvme_block(const StorageObjectRecord& source, StorageObjectRecord& cop
 void copy_smart_body(const StorageObjectRecord& source, StorageObjectRecord& copy) {
     if ((source.body.smart.flags & RT_SMART_FLAG_NVME) != 0) {
         copy_nvme_block(source, copy);
-    } else if (source.body.smart.pageSelector == RT_SMART_SELECT_7_PAGES) {
-        copy_pages(source, copy, RT_SMART_PAGES);
-    } else if (source.body.smart.pageSelector == RT_SMART_SELECT_5_PAGES) {
-        copy_pages(source, copy, kPagesOfSelector16);
+    } else if (const std::size_t pages = owned_pages(source.body.smart); pages != 0) {
+        copy_pages(source, copy, pages);
     }
     // Kept: for any other selector the caller's record stays as it is.
 }
