@@ -74,7 +74,9 @@ TEST_F(CachedEvents, AChangedDiskIsOneBit) {
         EventData* const data = make_event_data("PDR3");
         EXPECT_EQ(rtcache_SetCachedEvent_roll_up(kKron, kDisk, kChanged, key, data), 0u);
     }
-    EXPECT_EQ(platform.count_logged(2, "Error: objKey is more than MAX_PHYSICALDEVICESs"), 2);
+    EXPECT_EQ(rtcache_SetCachedEvent(kKron, kDisk, kChanged, 100), 0u);
+    EXPECT_EQ(platform.count_logged(4, "event_data_pd null"), 3) << "with no slot too";
+    EXPECT_EQ(platform.count_logged(2, "Error: objKey is more than MAX_PHYSICALDEVICESs"), 3);
     const Drained drained{kKron};
     EXPECT_EQ(drained.events->eventCount, 0u);
     EXPECT_EQ(drained.disks->bitmap[1], 1u << 2);
@@ -169,6 +171,7 @@ TEST_F(CachedEvents, ExternalDisksBehindAnHbaAreDropped) {
         rtcache_SetCachedObject(3, row.eid, 5, nullptr);
         EXPECT_EQ(logged(2, "HBA EID and it is a external Physical disk"),
                   !row.recorded && row.result == 0);
+        EXPECT_EQ(logged(2, "HBA EID and it is a Physical disk"), row.eid == kHba);
         EXPECT_EQ(logged(2, "<-- err2rtcache_SetCachedEvent"), row.result == 2);
         EXPECT_EQ(Drained{row.eid}.events->eventCount, row.recorded ? 1u : 0u);
         platform.clear_lines();

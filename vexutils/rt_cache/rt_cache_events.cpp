@@ -22,6 +22,14 @@ namespace {
 
 constexpr std::size_t kFqddBytes = 256;  // chosen: the longest FQDD takes a third of it
 
+// Fetches a disk's node; a key that no slot can have is looked up nowhere and has none.
+std::uint32_t fetch_disk(std::uint32_t eid, std::uint32_t key, void** node) {
+    if (key > UINT16_MAX) {
+        return RTCACHE_OK;
+    }
+    return rtcache_GetCachedObject(RTCACHE_KEY_DISK, eid, static_cast<std::uint16_t>(key), node);
+}
+
 // The record of a cached disk; null for other nodes and for a disk without one.
 const StorageObjectRecord* disk_record(const void* node) {
     const auto* disk = static_cast<const RtCacheDiskNode*>(node);
@@ -72,11 +80,10 @@ uint32_t rtcache_SetCachedEvent(uint32_t eid, uint32_t objType, uint32_t eventTy
         LOG(Level::Error, "ENDPOINT failed to get, EID lookup error");
     }
 
-    if (type == RTCACHE_TYPE_HBA && objType == RT_OBJ_PHYSICAL_DISK && objKey <= UINT16_MAX) {
+    if (type == RTCACHE_TYPE_HBA && objType == RT_OBJ_PHYSICAL_DISK) {
         LOG(Level::Error, "HBA EID and it is a Physical disk");
         void* node = nullptr;
-        const uint32_t fetched = rtcache_GetCachedObject(RTCACHE_KEY_DISK, eid,
-                                                         static_cast<std::uint16_t>(objKey), &node);
+        const uint32_t fetched = fetch_disk(eid, objKey, &node);
         if (fetched != RTCACHE_OK) {
             LOG(Level::Error, "%s%s", "<-- err2", __func__);
             return fetched;
@@ -136,6 +143,9 @@ uint32_t rtcache_CopyCachedEvent(uint32_t eid, uint32_t objType, uint32_t eventT
     if (objKey >= disk_limit()) {
         // Kept: the stray "s". There is no slot for the data, which is the cache's by now.
         LOG(Level::Error, "%ss", "Error: objKey is more than MAX_PHYSICALDEVICES");
+        if (eventData == nullptr) {
+            LOG(Level::Trace, "event_data_pd null");
+        }
         free_event_data(eventData);
         return RTCACHE_OK;
     }
