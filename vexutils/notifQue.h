@@ -28,12 +28,17 @@ typedef struct NotifQueue {
     NotifNode *tail;     /* newest, null when empty */
 } NotifQueue;
 
-/* Creates a queue in *ppQueue. Returns: 0; -1 no memory or a null argument, *ppQueue unchanged. */
+/*
+ * Creates an empty queue in *ppQueue, for the life of the process. Without a mutex it is made all the same, and every
+ * lock of it fails.
+ * Returns: 0; -1 no memory or a null argument, *ppQueue unchanged. Locks: none.
+ */
 int32_t InitEvtQ(NotifQueue **ppQueue);
 
 /*
  * Appends a message. pMsg: may be null.
- * Returns: 0, also when there was no memory and the message was dropped; 1 pQueue is null; else what the lock failed with.
+ * Returns: 0, also when there was no memory and the message was dropped; 1 pQueue is null; else what the lock failed with
+ * (-1 without a mutex).
  * Locks: takes the queue's mutex.
  */
 int32_t AddEvt(NotifQueue *pQueue, void *pMsg);
@@ -46,13 +51,14 @@ int32_t AddEvt(NotifQueue *pQueue, void *pMsg);
 int32_t removeMsg(NotifQueue *pQueue, void **ppMsg);
 
 /*
- * Links a new node behind the last one; the count stays. Returns: 0; -1 pQueue is null or no memory.
+ * Links a new node behind the last one; the count stays. pMsg: may be null. Returns: 0; -1 pQueue is null or no memory.
  * Locks: the caller holds the queue's mutex.
  */
 int32_t InsertMsgAtQueueTail(NotifQueue *pQueue, void *pMsg);
 
 /*
- * Unlinks the first node; the count stays. Returns: the node, null if there is none. Owns: the caller, free.
+ * Unlinks the first node; the count stays. Returns: the node; null if there is none or pQueue is null. Owns: the caller,
+ * free.
  * Locks: the caller holds the queue's mutex.
  */
 NotifNode *RemoveMsgFromQueueHead(NotifQueue *pQueue);

@@ -250,7 +250,10 @@ extern uint32_t gRTCache_EventCount;
  */
 uint32_t rtcache_Init(void);
 
-/* Ends the cache: frees all it owns, the lock and the KRON state table. Returns: 0. Locks: takes mutexRtCache. */
+/*
+ * Ends the cache: frees all it owns, the lock and the KRON state table. What a lock that is not taken keeps it from
+ * freeing, the next rtcache_Init frees. Returns: 0. Locks: takes mutexRtCache.
+ */
 uint32_t rtcache_Destroy(void);
 
 /* Takes mutexRtCache and keeps it; SMMutexUnLock(mutexRtCache) gives it back. Returns: 0 the caller holds it; 3. */
@@ -356,7 +359,9 @@ uint32_t rtcache_SetCachedEvent_roll_up(uint32_t eid, uint32_t objType, uint32_t
                                         EventData *eventData);
 
 /*
- * Records an event. The 385th of a list since the last drain starts it again and drops the others.
+ * Records an event. The 385th of a list since the last drain starts it again and drops the others; of a disk number
+ * without a slot nothing is noted.
+ * eid, objType, eventType, objKey: as rtcache_SetCachedEvent, whose filter is not applied.
  * eventData: may be null. It belongs to this event alone, and to the cache once the result is 0, until a drain hands it
  * back. A disk holds one: on NVMe endpoints new data replaces and frees it, on others only "PDR5" frees "PDR3", and what
  * is replaced otherwise, or dropped with its list, is let go of unfreed. Data for a disk number without a slot is freed.
@@ -394,15 +399,16 @@ uint32_t rtcache_ConvertCacheToEvent(const void *eventList, const void *pdArea, 
 uint32_t rtcache_GetEventsByObjType(uint32_t eid, uint32_t objType, RtCacheEventNode **head);
 
 /*
- * Holds an event back, without event data, until the endpoint's command is over.
- * Arguments: as rtcache_CopyCachedEvent; object and event type keep their low 16 bits.
+ * Holds an event back, without event data, until the endpoint's command is over. The 385th of a list since the last
+ * purge starts it again.
+ * eid, objType, eventType, objKey: as rtcache_CopyCachedEvent; the types keep their low 16 bits.
  * Returns: 0; 1 EID not registered; 2 EID above 254.
  * Locks: the caller holds mutexRtCache.
  */
 uint32_t rtcache_SetDelayedCachedEvent(uint32_t eid, uint32_t objType, uint32_t eventType, uint32_t objKey);
 
 /*
- * Moves an endpoint's held back events to its ordinary ones, in order.
+ * Moves an endpoint's held back events to its ordinary ones, in order; a full list starts again, as when recording.
  * dcmdOpcode: the command that ended, for the log.
  * Returns: 0; 1 EID not registered; 2 EID above 254.
  * Locks: the caller holds mutexRtCache.

@@ -19,7 +19,7 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
-/* Object type codes: StorageObjectRecord.objType and the first word of cached nodes. */
+/* Object type codes: StorageObjectRecord.objType and the first word of cached nodes. Source: shared with VEXEL. */
 enum {
     RT_OBJ_ADAPTER = 0, /* RAID controller, HBA, boot-storage card */
     RT_OBJ_BATTERY = 1,
@@ -265,7 +265,8 @@ int32_t rtraid_dupTEMPPROBE(const StorageObjectRecord *src, StorageObjectRecord 
 /*
  * Copies a physical disk with its name, FQDD, five texts and word array. Shared with src: the FQDD with VERSION 0, the
  * array with wordCount 0.
- * src: keyId and text417 are read for 256 bytes whatever the length of the text. Their copies are blocks of 257 bytes.
+ * src: keyId and text417 are read for 256 bytes whatever the length of the text. Their copies are blocks of 257 bytes,
+ * with a zero one past the text's end. The others are cut at 127 (text426, text430) and 255 characters (text434).
  * Returns: 0; all bits set if either pointer is null, dst unchanged.
  */
 uint32_t rtraid_dupPD(const StorageObjectRecord *src, StorageObjectRecord *dst);

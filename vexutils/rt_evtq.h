@@ -58,14 +58,14 @@ extern EndpointEventQueue *gpRtraid_EventQueue; /* null when there is no queue *
 
 /*
  * Creates the queue, empty and not ready. A queue that exists already is forgotten, not freed.
- * Returns: 0; -1 no memory, mutex or event: there is no queue then.
+ * Returns: 0; -1 no memory, mutex or event: there is no queue then. Locks: none.
  */
 int32_t rtraid_EventQueue_Init(void);
 
 /*
  * Ends the queue. What is still queued is not freed, neither nodes nor events; a Get that waits is not woken: set the
  * status, put a last event and let the worker return first.
- * Returns: 0, also without a queue.
+ * Returns: 0, also without a queue. Locks: none.
  */
 int32_t rtraid_EventQueue_Destroy(void);
 
@@ -86,7 +86,7 @@ int32_t rtraid_EventQueue_Put(EndpointEvent *pEvent);
  */
 EndpointEvent *rtraid_EventQueue_Get(void);
 
-/* Returns: the status; -1 without a queue. */
+/* Reads the status. Returns: the status; -1 without a queue. Locks: none. */
 int32_t rtraid_EventQueue_GetStatus(void);
 
 /*

@@ -77,12 +77,15 @@ int32_t rt_Buildmsgstring(uint32_t u32Unused, const wchar_t *fqdd, char *buffer,
 
 /*
  * Submits an alert without device and arguments. No rule applies, the global status is not read.
- * u32Unused, u32Unused2: not read. severity: 1 to 3. messageId: not empty.
+ * u32Unused, u32Unused2: not read. severity: 1 to 3, not tested here. messageId: not empty.
  * Returns: 0 submitted; -1 null or empty id, or the event IPC library failed.
  */
 int32_t rt_JWLOGCMNSubmitEvent_nonRaid(uint32_t u32Unused, uint32_t u32Unused2, uint32_t severity, const char *messageId);
 
-/* Submits a notification that is a single value. Returns: the result of EVIPCLSubmitSingle, 0 on record. */
+/*
+ * Submits a notification that is a single value. value: RT_SINGLE_PCIESSD_FRU_RESET, or another of the event IPC library's.
+ * Returns: the result of EVIPCLSubmitSingle, 0 on record.
+ */
 int32_t rt_SubMitSingle(uint16_t value);
 
 #pragma GCC visibility pop
