@@ -51,12 +51,14 @@ TEST_F(ForeignConfig, IsCopiedDownToItsMembers) {
     const StorageObjectRecord* pds = copy->body.foreign.physicalDisks;
     EXPECT_TRUE(copy->NAME != text && copy->hdr.FQDD != text && vds[0].NAME != text);
     EXPECT_TRUE(pds[1].NAME != text && vds[0].body.vd.targetID != ids);
-    EXPECT_STREQ(copy->NAME + 0, text);
-    EXPECT_STREQ(copy->hdr.FQDD + 0, text);
-    EXPECT_STREQ(vds[0].NAME + 0, text);
-    EXPECT_STREQ(pds[1].NAME + 0, text);
     EXPECT_EQ(vds[0].hdr.FQDD + 0, +text) << "a member's FQDD is shared";
-    EXPECT_EQ(std::memcmp(vds[0].body.vd.targetID, ids, sizeof(ids)), 0);
+    text[0] = L'?';  // the source goes
+    ids[2] = 0;
+    EXPECT_STREQ(copy->NAME + 0, L"a cfg");
+    EXPECT_STREQ(copy->hdr.FQDD + 0, L"a cfg");
+    EXPECT_STREQ(vds[0].NAME + 0, L"a cfg");
+    EXPECT_STREQ(pds[1].NAME + 0, L"a cfg");
+    EXPECT_EQ(vds[0].body.vd.targetID[2], 7u);
     EXPECT_TRUE(vds[1].NAME == nullptr && vds[1].body.vd.targetID == nullptr);
     EXPECT_TRUE(
         logged(4, "id:  7 Size:4886718345,Stae:68719476735,Slot: 4 ,Hotspare:1,Name: (null)"));

@@ -246,6 +246,32 @@ TEST_F(Duplicates, AreWholeButForTheFieldWhoseAllocationFailed) {
     }
 }
 
+TEST_F(Duplicates, WithoutMemoryARecordIsRefusedAndATextIsNull) {
+    const AdapterKeyRecord key{};
+    source = {};
+    const AllocationScope scope;
+    const auto refuse = [this](auto duplicate, const auto& from, const std::string& name) {
+        platform.fail(Place::Allocation);
+        EXPECT_EQ(duplicate(&from), nullptr);
+        EXPECT_TRUE(logged(2, "<--error2 " + name)) << name;
+    };
+    refuse(DupAdapter, source, "DupAdapter");
+    refuse(rtraid_DupBattery, source, "rtraid_DupBattery");
+    refuse(rtraid_DupDriver, source, "rtraid_DupDriver");
+    refuse(rtraid_DupAdapterKey, key, "rtraid_DupAdapterKey");
+    wchar_t text[] = L"text";
+    const PCIeSSDAdapterNames names{text, text};
+    fields = {{kName, 0}, {kFqdd, 0}, {AT(112, body.adapter.text112), 0}};
+    for (std::size_t n = 0; n < fields.size(); ++n) {
+        platform.fail(Place::Allocation, static_cast<int>(n) + 1);
+        EXPECT_EQ(DupPCIeSSDAdapter(&names, &copy), 0);
+        for (std::size_t i = 0; i < fields.size(); ++i) {
+            EXPECT_EQ(pointer(copy, fields[i].position) == nullptr, i == n) << i << n;
+        }
+        free_fields(copy);
+    }
+}
+
 TEST_F(Duplicates, TextsOfADiskAreBoundedAndEndOnePastTheirEnd) {
     const struct {
         std::size_t length, zero;  // the text; the extra zero of keyId and text417
