@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cstring>
+#include <set>
 
 #include "internal/vexel_state.h"
 #include "rt_shm.h"
@@ -132,6 +133,12 @@ TEST_F(Regions, ADumpShowsEveryEntryInOrder) {
                   "sCEMKRONDrivePolling.u8DisableDrivePolling = 1|");
     EXPECT_EQ(joined(platform.messages(4)),
               "Battery struct 0 of 1|au8Slot=7|au8State=9|vexel_inventory=1|");
+    std::set<std::string> places;
+    for (const fake::LogLine& line : platform.lines()) {
+        EXPECT_TRUE(line.text.starts_with("rt_shm_regions.cpp:RTSHM_DumpSharedMem:")) << line.text;
+        places.insert(line.text.substr(0, line.text.find(line.message)));
+    }
+    EXPECT_EQ(places.size(), platform.lines().size()) << "each statement names its own line";
     const std::string file = read_file(path("vexel.log"));
     EXPECT_EQ(std::ranges::count(file, '\n'), 4) << "dump lines stay out of the file";
 }

@@ -49,13 +49,20 @@ void read_inventory(StorageInventoryRegion& image) {
     read_section(kRegion, &image.tape, SHM_TAPE_OFFSET, sizeof(image.tape));
 }
 
+// A dump line's format, and the source line of the statement that writes it.
+struct DumpFormat {
+    DumpFormat(const char* format, unsigned line = __builtin_LINE()) : text(format), place(line) {}
+    const char* text;
+    unsigned place;
+};
+
 // Dump lines go to the debug log alone: a full inventory has thousands, and the log file keeps 1000
 // lines of everything.
 template <class... Args>
-void dump(const char* format, Args... args) {
+void dump(DumpFormat format, Args... args) {
     const ErrnoKeeper keeper;
-    zentprintf(static_cast<int>(Level::Verbose), kLogModule, format, __FILE_NAME__,
-               "RTSHM_DumpSharedMem", __LINE__, args...);
+    zentprintf(static_cast<int>(Level::Verbose), kLogModule, format.text, __FILE_NAME__,
+               "RTSHM_DumpSharedMem", format.place, args...);
 }
 
 void dump_controller(const sCEMKronInventory& section, int i) {
