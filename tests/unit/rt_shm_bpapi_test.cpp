@@ -134,6 +134,7 @@ TEST_F(Backplane, OnlyAChangeOfStateIsActedUpon) {
                                 &now, &before) == 2) {
                     changes += {now, before};
                     EXPECT_EQ(sNVMeSSDBPInfo.slots[249].driveState, now - '0');
+                    EXPECT_TRUE(logged(4, "baySlot:249, au16DriveStatus:0")) << "as reset";
                 }
             }
         }

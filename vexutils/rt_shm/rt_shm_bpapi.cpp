@@ -386,7 +386,9 @@ void NVMeHotPlugCallback(const BpApiInfo* info) {
         store(acted_drive_states[index], state);
         store(sNVMeSSDBPInfo.slots[index].driveState, state);
         store(latest_drive_states[index], 0);
-        LOG(Level::Trace, "baySlot:%d, au16DriveStatus:%d", index, state);
+        // Kept: shows what the latest state is by now, which is 0; the line above has the new one.
+        LOG(Level::Trace, "baySlot:%d, au16DriveStatus:%d", index,
+            load(latest_drive_states[index]));
     }
     LOG(Level::Trace, "<-- Exit");
 }
