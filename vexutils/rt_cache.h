@@ -44,7 +44,7 @@ enum {
     RTCACHE_DELAYED_BITMAP_BYTES = 512,
 
     /* Key types of rtcache_SetCachedObject and rtcache_GetCachedObject. */
-    RTCACHE_KEY_EID = 1,          /* endpoint table position */
+    RTCACHE_KEY_EID = 1,          /* an EID, object key = its endpoint table position */
     RTCACHE_KEY_CONTROLLER = 2,   /* RtCacheControllerNode, object key = EID */
     RTCACHE_KEY_DISK = 3,         /* RtCacheDiskNode: disks and enclosures share one key space per row */
     RTCACHE_KEY_VIRTUAL_DISK = 4, /* RtCacheVirtualDiskNode */
@@ -73,12 +73,12 @@ enum {
 extern uint32_t max_adapters;                    /* 108: endpoint table positions, rows of every per-endpoint array */
 extern uint32_t max_physicaldevices;             /* 2048: disks and enclosures per endpoint */
 extern uint32_t max_logicaldevices;              /* 254: virtual disks per endpoint */
-extern uint32_t max_enclosures_attached_to_kron; /* 20 */
-extern uint32_t max_pciessds;                    /* 104 */
-extern uint32_t max_pciessd_backplanes;          /* 5 */
-extern uint32_t max_pciessd_extndrs;             /* 16 */
-extern uint32_t backplane_drive_thermalpoll_interval; /* 10 seconds */
-extern uint32_t insight_drive_thermalpoll_interval;   /* 60 seconds */
+extern uint32_t max_enclosures_attached_to_kron; /* 20: enclosures per KRON controller; VEXEL's alone */
+extern uint32_t max_pciessds;                    /* 104: PCIe SSDs; VEXEL's alone */
+extern uint32_t max_pciessd_backplanes;          /* 5: greatest backplane key that can be fetched */
+extern uint32_t max_pciessd_extndrs;             /* 16: extender cards; logged, the keys are fixed at 0 to 16 */
+extern uint32_t backplane_drive_thermalpoll_interval; /* 10: seconds between VEXEL's polls of drives on backplanes */
+extern uint32_t insight_drive_thermalpoll_interval;   /* 60: seconds, likewise */
 
 /* ---- Endpoint table ---------------------------------------------------------------------------------------------- */
 
@@ -96,9 +96,9 @@ typedef struct StorageEIDTable {
     StorageEIDAttr *eidInfo; /* max_adapters, parallel to storageEID */
 } StorageEIDTable;
 
-extern StorageEIDTable cache_StorageEIDInfo;
-extern uint8_t sIDToValueMap[RTCACHE_ID_MAP_SIZE];
-extern SMMutexHandle mutexRtCache; /* null outside rtcache_Init .. rtcache_Destroy */
+extern StorageEIDTable cache_StorageEIDInfo;       /* guarded by mutexRtCache */
+extern uint8_t sIDToValueMap[RTCACHE_ID_MAP_SIZE]; /* by id; read and written without a lock */
+extern SMMutexHandle mutexRtCache;                 /* null outside rtcache_Init .. rtcache_Destroy */
 
 /* ---- Cached nodes: built by whoever stores them, owned by the cache once stored ------------------------------------ */
 
@@ -256,18 +256,21 @@ uint32_t rtcache_Init(void);
  */
 uint32_t rtcache_Destroy(void);
 
-/* Takes mutexRtCache and keeps it; SMMutexUnLock(mutexRtCache) gives it back. Returns: 0 the caller holds it; 3. */
+/*
+ * Takes mutexRtCache, waiting without limit, and keeps it; SMMutexUnLock(mutexRtCache) gives it back.
+ * Returns: 0 the caller holds it; 3 it does not.
+ */
 uint32_t rtcache_GetLock(void);
 
-/* Stores a value under a small id. Returns: 0; 1 id above 15. Locks: none. */
+/* Stores a value, its low 8 bits, under an id of 0 to 15. Returns: 0; 1 id above 15. Locks: none. */
 uint32_t rtcache_SetID(uint32_t id, uint32_t value);
 
-/* Reads the value of a small id, 0 if never set. Returns: 0; 1 value null or id above 15. Locks: none. */
+/* Reads the value of an id, 0 if never set. Returns: 0; 1 value null or id above 15, nothing written. Locks: none. */
 uint32_t rtcache_GetID(uint32_t id, uint8_t *value);
 
 /* ---- Endpoints ----------------------------------------------------------------------------------------------------- */
 
-/* Returns: the low 8 bits of eidCount; 3 also when the lock is not taken (the two cannot be told apart). */
+/* Counts the positions in use. Returns: the low 8 bits of eidCount; 3 also without the lock: the two look the same. */
 uint32_t rtcache_GetStorageEIDCount(void);
 
 /*
@@ -285,25 +288,28 @@ uint32_t rtcache_GetStorageEIDStatus(uint32_t eid, StorageEIDAttr *attributes);
 /* Copies the attributes of the first position that holds the EID. Returns: 0; 1 none; 2 attributes null. */
 uint32_t rtcache_GetStorageEIDStatusNoLock(uint32_t eid, StorageEIDAttr *attributes);
 
-/* Writes both status bytes at every position that holds the EID. Returns: 0; 3. */
+/* Writes both status bytes, the low one to byte 0, at every position that holds the EID. Returns: 0, also if none; 3. */
 uint32_t rtcache_SetStorageEIDStatus(uint32_t eid, uint32_t status16);
 
-/* As rtcache_SetStorageEIDStatus, for a holder of the lock. Returns: 0. */
+/* As rtcache_SetStorageEIDStatus, for a holder of the lock. Returns: 0, also if none or without a cache. */
 uint32_t rtcache_SetStorageEIDStatusNoLock(uint32_t eid, uint32_t status16);
 
-/* Reads the type of the first position that holds the EID. Returns: 0, also if there is none (type unchanged); 2; 3. */
+/*
+ * Reads the type of the first position that holds the EID.
+ * Returns: 0, also if there is none (type unchanged); 2 type null; 3.
+ */
 uint32_t rtcache_GetStorageEIDType(uint32_t eid, uint8_t *type);
 
 /* As rtcache_GetStorageEIDType, for a holder of the lock. Returns: 0; 1 no such EID; 2 type null. */
 uint32_t rtcache_GetStorageEIDTypeNoLock(uint32_t eid, uint8_t *type);
 
-/* Writes the type at the first position that holds the EID. Returns: 0; 3. */
+/* Writes the type, its low 8 bits, at the first position that holds the EID. Returns: 0, also if none; 3. */
 uint32_t rtcache_SetStorageEIDType(uint32_t eid, uint32_t type);
 
-/* Reads the modular id of the first position that holds the EID; 0 if there is none. Returns: 0; 1 none; 2 null. */
+/* Reads the modular id of the first position that holds the EID; 0 if there is none. Returns: 0; 1 none; 2 output null. */
 uint32_t rtcache_GetModularIdNoLock(uint32_t eid, uint8_t *modularId);
 
-/* Writes the modular id at the first position that holds the EID. Returns: 0; 3. */
+/* Writes the modular id, its low 8 bits, at the first position that holds the EID. Returns: 0, also if none; 3. */
 uint32_t rtcache_SetModularId(uint32_t eid, uint32_t modularId);
 
 /*
@@ -315,8 +321,9 @@ uint32_t GetIndexFromEID(uint32_t eid);
 /*
  * Registers or removes an endpoint.
  * action: RTCACHE_REGISTER takes the first free position (an EID registered twice has two); any other value frees every
- * position that holds this EID with this type. eid: 0 to 254. A reused row inherits what its predecessor left: drain and
- * free an endpoint's objects before removing it.
+ * position that holds this EID with this type. eid: 0 to 254. type: RTCACHE_TYPE_... or another 8-bit code. modularId: its
+ * low 8 bits, 0 unknown. A reused row inherits what its predecessor left: drain and free an endpoint's objects before
+ * removing it.
  * Returns: 0; 2 table full or EID above 254; 3.
  */
 uint32_t rtcache_UpdateCachedObject(uint32_t action, uint32_t eid, uint32_t type, uint32_t modularId);
@@ -326,7 +333,8 @@ uint32_t rtcache_UpdateCachedObject(uint32_t action, uint32_t eid, uint32_t type
 /*
  * Stores an object in its slot; the cache owns it from then on. What the slot held is not freed: the caller frees it first.
  * keyType: RTCACHE_KEY_...; for RTCACHE_KEY_EID the object's first byte is an EID that is written at position objKey.
- * eid: 0 to 254. object: may be null (empties the slot) except for RTCACHE_KEY_EID.
+ * eid: 0 to 254, whatever the key type. objKey: as RTCACHE_KEY_... says; a disk number below max_physicaldevices, a virtual
+ * disk's below max_logicaldevices. object: may be null (empties the slot) except for RTCACHE_KEY_EID.
  * Returns: 0; 1 EID not registered (key types 3 and 4); 2 bad argument or key beyond its slots.
  * Locks: the caller holds mutexRtCache.
  */
@@ -334,7 +342,7 @@ uint32_t rtcache_SetCachedObject(uint32_t keyType, uint32_t eid, uint16_t objKey
 
 /*
  * Fetches what a slot holds, which may be null; valid while the lock is held. For RTCACHE_KEY_EID, *object is the address of
- * the position.
+ * the position. keyType, eid: as above. object: not null.
  * Returns: 0; 1 EID not registered (key types 3 and 4); 2 bad argument or key beyond its slots: *object unchanged.
  * Locks: the caller holds mutexRtCache.
  */

@@ -26,15 +26,19 @@ extern NVMeBackplaneTable sNVMeSSDBPInfo;     /* from the snapshots; slot entrie
 extern NVMeBackplaneTable sNVMeSSDBPVDMInfo;  /* same layout; slot entries carry the VDM endpoint ids */
 
 /*
- * Opens the main session, clears the drive states and fills sNVMeSSDBPInfo; an open session is kept.
- * Returns: 0, also if the snapshot could not be read; 1 no session.
+ * Opens the main session, with NVMeHotPlugCallback, clears the drive states and fills sNVMeSSDBPInfo; an open session is
+ * kept.
+ * Returns: 0, also if the snapshot could not be read; 1 no session. Locks: none. Not from a callback.
  */
 uint32_t rtshm_BpApiInit(void);
 
-/* Opens the KRON session; an open one is kept. Returns: 0; 1 no session. */
+/* Opens the KRON session, with BpApiKronCallback; an open one is kept. Returns: 0; 1 no session. Not from a callback. */
 uint32_t rtshm_BpApiKronInit(void);
 
-/* Closes the main session. Returns: 0, also if none is open or the close fails. Not from a callback. */
+/*
+ * Closes the main session. Returns: 0, also if none is open or the close fails.
+ * Locks: none; the caller holds no rtsync_mutex, since a running callback, which takes it, is waited for. Not from a callback.
+ */
 uint32_t rtshm_BpApiExit(void);
 
 /* Closes the KRON session. Returns: 0, also if none is open or the close fails. Not from a callback. */
@@ -46,16 +50,17 @@ uint32_t rtshm_BpApiKronExit(void);
  */
 uint32_t rtshm_BpDataUpdate(void);
 
-/* Writes a snapshot to the trace log at level 4; nothing if info is null. Counts are clamped to what fits. */
+/* Writes a snapshot to the trace log at level 4; nothing if info is null. Counts are clamped to what fits. Locks: none. */
 void ZentBpPrintApiInfo(const BpApiInfo *info);
 
 /*
  * Callback of the main session: records drive-state changes in sNVMeSSDBPInfo and asks for a new inventory through the
- * global status. Runs on the service's thread. info: may be null. Locks: takes rtsync_mutex.
+ * global status; without rtsync_mutex it only records. Runs on the service's thread. info: may be null, which is only logged.
+ * Locks: takes rtsync_mutex.
  */
 void NVMeHotPlugCallback(const BpApiInfo *info);
 
-/* Callback of the KRON session: logs only. */
+/* Callback of the KRON session, on the service's thread: logs only. info: may be null. */
 void BpApiKronCallback(const BpApiInfo *info);
 
 /* ---- Drives by bay and slot ---------------------------------------------------------------------------------------- */
@@ -245,7 +250,10 @@ int RTSHM_InitTBUSharedMem(uint8_t present);
 /* Marks controllers and drives as not yet inventoried; batteries and tape stay. Write failures are ignored. */
 void RTSHM_InitPartialSharedMem(void);
 
-/* Fills the PCIe SSD FRU region with 0xFF and submits the single message 1065. Write failures are ignored. */
+/*
+ * Fills the PCIe SSD FRU region with 0xFF and submits the single message RT_SINGLE_PCIESSD_FRU_RESET, 1065. Failures of both
+ * are ignored; without memory neither is done.
+ */
 void RTSHM_InitPCIeSSDSharedMem(void);
 
 /*
@@ -255,16 +263,20 @@ void RTSHM_InitPCIeSSDSharedMem(void);
  */
 uint32_t RTSHM_ReadSharedThermalPolling(uint8_t *flags);
 
-/* Reads the backplane split mode. buffer: SHM_SPLIT_MODE_BYTES. Returns: 0; 2 buffer null; 3 not readable, buffer zero. */
+/* Reads the backplane split mode. buffer: SHM_SPLIT_MODE_BYTES bytes. Returns: 0; 2 buffer null; 3 not readable, buffer zero. */
 uint32_t RTSHM_readBackplaneSharedMem(uint8_t *buffer);
 
-/* Writes the storage inventory region and the polling flags to the debug log (level 6, batteries level 4). */
+/*
+ * Writes the storage inventory region and the polling flags to the debug log, at level 6; the batteries at level 4 and to
+ * the log file too. Counts are clamped to the arrays; what cannot be read shows as zeros. Without memory nothing is written.
+ */
 void RTSHM_DumpSharedMem(void);
 
 /*
- * Rebuilds the storage inventory region from the runtime cache and dumps it.
+ * Rebuilds the storage inventory region from the runtime cache and dumps it; opens the KRON session if it is closed. At most
+ * 16 controllers, 255 drives and 8 batteries are entered.
  * kronTotalCount: KRON controllers that the caller expects; the inventory is complete when that many were found.
- * Returns: 0; every look-up failure skips one controller or drive.
+ * Returns: 0; every look-up failure skips one controller or drive, and write failures are ignored.
  * Locks: the caller holds mutexRtCache; takes rtsync_mutex. One thread at a time.
  */
 uint32_t RTSHM_UpdateSharedMem(uint32_t kronTotalCount);

@@ -68,15 +68,15 @@ enum {
 /* Region 3, first section; entry i of every array describes the same controller. */
 typedef struct sCEMKronInventory {
     int32_t count; /* -1: not inventoried yet */
-    uint8_t au8PCISlot[SHM_CONTROLLERS];
+    uint8_t au8PCISlot[SHM_CONTROLLERS];       /* 0xFF of other kinds than CTRL_KIND_KRON; likewise both 8-byte values */
     uint32_t au32Temp[SHM_CONTROLLERS];        /* degrees Celsius, 0xFFFFFFFF none */
     uint32_t au32BatteryTemp[SHM_CONTROLLERS]; /* likewise */
     uint32_t au32PCIIDs[4][SHM_CONTROLLERS];   /* vendor, device, subvendor, subdevice */
     uint8_t au8CardLocation[SHM_CONTROLLERS];  /* modular id */
-    uint32_t au64CtrlValueA[SHM_CONTROLLERS][2];
+    uint32_t au64CtrlValueA[SHM_CONTROLLERS][2]; /* as in AdapterBody; likewise au8CtrlAttr and au64CtrlValueB */
     uint8_t au8CtrlKind[SHM_CONTROLLERS]; /* CTRL_KIND_... */
     uint8_t au8CtrlAttr[SHM_CONTROLLERS];
-    uint8_t thermalPDPollDisable[SHM_CONTROLLERS]; /* 1 disabled, 0xFE not an integrated controller */
+    uint8_t thermalPDPollDisable[SHM_CONTROLLERS]; /* 0 polled, 1 disabled, 0xFE not an integrated controller */
     uint32_t au64CtrlValueB[SHM_CONTROLLERS][2];
 } sCEMKronInventory;
 
@@ -86,18 +86,18 @@ typedef struct sCEMSASSATAInventory {
     uint8_t au8DriveBayID[SHM_DRIVES];
     uint8_t au8DriveOccupiedSlot[SHM_DRIVES];
     uint8_t au8DriveProtocolType[SHM_DRIVES];
-    uint8_t au8DriveMediaType[SHM_DRIVES];
+    uint8_t au8DriveMediaType[SHM_DRIVES]; /* 0 or 1 of a disk, 2 of a tape drive */
     uint8_t au8DriveFormFactor[SHM_DRIVES];
     uint8_t au8Temp[SHM_DRIVES]; /* degrees Celsius, 0xFF unknown */
-    uint32_t au32NominalRPM[SHM_DRIVES];
+    uint32_t au32NominalRPM[SHM_DRIVES];  /* revolutions per minute */
     uint8_t au8DriveReserved[SHM_DRIVES]; /* stays 0xFF */
-    uint16_t pdShmStatus[SHM_DRIVES];
+    uint16_t pdShmStatus[SHM_DRIVES];     /* low 16 bits of PhysicalDiskBody.state; bit 0 always set behind an HBA */
     uint16_t au16DriveCapacity[SHM_DRIVES]; /* GiB */
     uint8_t au8DriveImpendance[SHM_DRIVES];
     uint8_t au8ChassisSlot[SHM_DRIVES];
     uint8_t au8EnclosureTyoe[SHM_DRIVES];
-    uint8_t refTemp[SHM_DRIVES];
-    uint8_t critTemp[SHM_DRIVES];
+    uint8_t refTemp[SHM_DRIVES];           /* degrees Celsius */
+    uint8_t critTemp[SHM_DRIVES];          /* degrees Celsius */
     char Fqdd[SHM_DRIVES][SHM_FQDD_BYTES]; /* terminated, zero-filled */
 } sCEMSASSATAInventory;
 
@@ -105,8 +105,8 @@ typedef struct sCEMSASSATAInventory {
 typedef struct sCEMKRONBatteryInventory {
     int32_t count;                    /* -1: not inventoried yet */
     uint8_t au8Slot[SHM_BATTERIES];   /* PCI slot of the controller that owns the battery */
-    uint8_t au8State[SHM_BATTERIES];
-    uint8_t vexel_inventory[4]; /* first byte 1: all KRON controllers are inventoried; 0xFF not yet. The rest stays 0 */
+    uint8_t au8State[SHM_BATTERIES];  /* BatteryBody.state */
+    uint8_t vexel_inventory[4]; /* first byte 1: all KRON controllers inventoried; 0xFF not yet. The rest 0 once published */
 } sCEMKRONBatteryInventory;
 
 /* Region 3, fourth section. */

@@ -43,9 +43,9 @@ typedef struct RTSyncGlobalStatus {
     uint16_t flags; /* RTSYNC_FLAG_...; the other bits are VEXEL's and are carried through */
     uint16_t rsvd2; /* never written by the library */
     uint32_t phase; /* RTSYNC_PHASE_...; likewise */
-    uint32_t poll;
-    uint32_t pollTimeA; /* seconds since the epoch */
-    uint32_t pollTimeB; /* seconds since the epoch */
+    uint32_t poll;      /* VEXEL's, opaque here */
+    uint32_t pollTimeA; /* poll time stamp, seconds since the epoch */
+    uint32_t pollTimeB; /* likewise */
 } RTSyncGlobalStatus;
 static_assert(sizeof(RTSyncGlobalStatus) == 20, "record shared with VEXEL");
 static_assert(offsetof(RTSyncGlobalStatus, phase) == 4, "record shared with VEXEL");
@@ -90,7 +90,7 @@ extern SMMutexHandle gKronReinventoryThread_mutex; /* null until rtraid_KRONInve
 /* ---- Global status --------------------------------------------------------------------------------------------- */
 
 /*
- * Creates rtsync_mutex and clears flags and phase; poll and the two times stay.
+ * Creates rtsync_mutex, which must not exist yet, and clears flags and phase; poll and the two times stay.
  * Returns: 0; 1 no mutex, the record unchanged.
  */
 uint32_t RTSync_Init(void);
@@ -98,17 +98,17 @@ uint32_t RTSync_Init(void);
 /* Replaces rtsync_mutex by a new one; the record stays. Nobody may hold it. Returns: 0; 1 no mutex. */
 uint32_t RTSync_Reset(void);
 
-/* Ends rtsync_mutex. Returns: 0, also if there is none; else what SMMutexDestroy returned. */
+/* Ends rtsync_mutex, which nobody may hold. Returns: 0, also if there is none; else what SMMutexDestroy returned. */
 uint32_t RTSync_Destroy(void);
 
 /* Takes rtsync_mutex, waiting without limit. Returns: 0 held by the caller; 3 not taken. */
 uint32_t RTSync_LockGlobalStatus(void);
 
-/* Releases rtsync_mutex. Returns: what SMMutexUnLock returned, 0 released. */
+/* Releases rtsync_mutex, which the caller holds. Returns: what SMMutexUnLock returned, 0 released. */
 uint32_t RTSync_UnLockGlobalStatus(void);
 
 /*
- * Copies the global status. Returns: 0; 2 out is null.
+ * Copies the global status to out. Returns: 0; 2 out is null, nothing copied.
  * Locks: the caller holds rtsync_mutex (RTSync_LockGlobalStatus); a change is lock, get, set, unlock.
  */
 uint32_t RTSync_GetGlobalStatus(RTSyncGlobalStatus *out);
@@ -129,17 +129,22 @@ uint32_t RTSync_updateGlobalPoll(RTSyncGlobalStatus status);
 
 /*
  * Starts start_routine(arg) on a detached thread of RTSYNC_THREAD_STACK_BYTES of stack; its result is dropped.
+ * start_routine: not null. arg: handed over as it is, may be null.
  * Returns: 1 started, 0 not started: the one function of the library with this sense.
  */
 uint32_t RTSync_FFThreadStart(void *(*start_routine)(void *), void *arg);
 
 /* ---- Reset states of the KRON controllers ------------------------------------------------------------------------ */
 
-/* Creates rtraid_kron_state_mutex and empties the table. Returns: 0; 1 no mutex, the table unchanged. */
+/*
+ * Creates rtraid_kron_state_mutex, which must not exist yet, and empties the table. rtcache_Init calls it.
+ * Returns: 0; 1 no mutex, the table unchanged.
+ */
 uint32_t RTSync_KronStateInit(void);
 
 /*
  * Stores the reset state of a controller, taking a free entry for a new one; a thirteenth is dropped in silence.
+ * u8EID: endpoint id, 0 to 254; what is stored for 255 is never found.
  * Returns: 0; 1 no table or no lock. Locks: takes rtraid_kron_state_mutex.
  */
 uint32_t RTSync_SetKronStatus(uint8_t u8EID, uint8_t u8Status);
@@ -152,12 +157,12 @@ uint32_t RTSync_SetKronStatus(uint8_t u8EID, uint8_t u8Status);
  */
 uint32_t RTSync_GetKronStatus(uint8_t u8EID, uint8_t *pu8Status);
 
-/* Ends rtraid_kron_state_mutex; the table keeps its contents. */
+/* Ends rtraid_kron_state_mutex, if there is one; the table keeps its contents. rtcache_Destroy calls it. */
 void RTSync_KronStateDestroy(void);
 
 /* ---- Re-inventory flag ------------------------------------------------------------------------------------------- */
 
-/* Creates gKronReinventoryThread_mutex. Returns: 0; 1 no mutex. */
+/* Creates gKronReinventoryThread_mutex, which must not exist yet; the flag stays. Returns: 0; 1 no mutex. */
 uint32_t rtraid_KRONInventoryThreadHandlerMutexInit(void);
 
 /* Ends gKronReinventoryThread_mutex. Returns: 0, also if there is none; else what SMMutexDestroy returned. */

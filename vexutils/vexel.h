@@ -29,28 +29,29 @@ extern const char *pRTLogPath;
 /* Path that rt_log_init moves the previous run's log to, "/var/log/vexel.log.bak". */
 extern const char *pRTBakLogPath;
 
-/* Serialises the writes to the log file. Usable from load time on; innermost of all locks. */
+/* Serialises the writes to the log file. Usable from load time on; innermost of all locks, under which nothing logs. */
 extern pthread_mutex_t logmutex;
 
-/* Largest length of one log entry that clients are to produce, 511. The library does not consult it. */
+/* Largest length of one log entry that clients are to produce, 511 characters. The library does not consult it. */
 extern const uint32_t MAX_LOG_ENTRY_SIZE;
 
 /* Name of the component, "VEXEL", for clients that want a mutex name. */
 extern const char *pMUtexName;
 
 /*
- * Moves the previous log to the backup path, creates an empty log and prepares logmutex. Called once, at start.
- * Returns: 0 when every step succeeded; any other value after a failure, which zentprintf has got at level 1.
+ * Moves the previous log to the backup path, creates an empty log and prepares logmutex. Called once, at start, while no
+ * other thread logs.
+ * Returns: 0 when every step succeeded; after a failure, which zentprintf has got at level 1, what that call returned.
  */
 int rt_log_init(void);
 
-/* Gives up what rt_log_init prepared. Lines logged later are still written. */
+/* Gives up what rt_log_init prepared, while no other thread logs. Lines logged later are still written. */
 void rt_log_Exit(void);
 
 /*
- * Counts one line and says whether the file is to be started afresh. The caller holds logmutex.
+ * Counts one line and says whether the file is to be started afresh.
  * limit: lines that a file may hold.
- * Returns: 1 start afresh, this line counts as the first; 0 append.
+ * Returns: 1 start afresh, this line counts as the first; 0 append. Locks: the caller holds logmutex.
  */
 unsigned hasLogDepthExceeded(int limit);
 
@@ -62,24 +63,24 @@ unsigned hasLogDepthExceeded(int limit);
 unsigned IsvexelLogDisabled(void);
 
 /*
- * Logs a wide text under a tag, as "[tag] text" at level 4; nothing if either is null or rt_log_init did not succeed.
- * unused: accepted and ignored.
+ * Logs a wide text under a tag, as "[tag] text" at level 4; nothing if either is null, before rt_log_init, or if that could
+ * not create the file. unused: accepted and ignored. Locks: takes logmutex.
  */
 void vexel_wlog(uint32_t unused, const char *tag, const wchar_t *text);
 
 /*
  * Logs bytes as lines of 16 in hexadecimal and as characters, to both sinks; to neither when the log file is switched
- * off. bytes: length bytes. length: 0 or less logs nothing.
- * Returns: 0.
+ * off. bytes: length bytes; null logs nothing. length: 0 or less logs nothing.
+ * Returns: 0. Locks: takes logmutex.
  */
 int hexdump(const void *bytes, int length);
 
 /* ---- Memory ---------------------------------------------------------------------------------------------------- */
 
-/* Allocates size zeroed bytes. Returns: the block, null without memory. Owns: the caller, vexel_free. */
+/* Allocates size zeroed bytes. Returns: the block; null without memory. Owns: the caller, vexel_free. */
 void *vexel_alloc(size_t size);
 
-/* Frees a block; null is allowed. */
+/* Frees a block of vexel_alloc; null is allowed. */
 void vexel_free(void *block);
 
 /*
@@ -102,21 +103,24 @@ void vexel_free_2darray(void **table, size_t rows);
 wchar_t *wcsncpy_safe(wchar_t *destination, const wchar_t *source, size_t count);
 
 /*
- * Copies count bytes if they fit destinationSize and both pointers are set; otherwise copies nothing.
+ * Copies count bytes if they fit destinationSize bytes and neither pointer is null; otherwise copies nothing. The two
+ * areas must not overlap.
  * Returns: 0 in both cases.
  */
 int memcpy_safe(void *destination, size_t destinationSize, const void *source, size_t count);
 
 /*
- * Trims white space at both ends of a text field, in place, and fills the rest with zeros.
- * buffer: length bytes, need not be terminated. Fields of up to 255 bytes are supported.
+ * Trims white space at both ends of a text field, in place, and fills the rest with zeros. Of a field of white space only
+ * the first byte becomes 0; what is only zeros behind white space moves to the start, and the rest stays.
+ * buffer: length bytes, need not be terminated; null, a length of 0 or missing memory changes nothing.
  */
 void StripLeadingTrailingSpace(char *buffer, size_t length);
 
 /*
  * Writes a 23-character part and serial identifier in its readable form, AA-BBBBBB-CCCCC-DDD-EEEE-FFF.
- * source: 24 bytes, read to the end whatever they hold. destination: 30 bytes.
- * Returns: 0; all bits set if either pointer is null.
+ * source: 24 bytes, read to the end whatever they hold. destination: room for 30 bytes; the 28 characters and what the
+ * 24th byte is, a terminator as a rule, are written.
+ * Returns: 0; all bits set if either pointer is null, nothing written.
  */
 uint32_t ConvertPPIDtoHRIFormat(const char *source, char *destination);
 
@@ -143,7 +147,7 @@ unsigned IsvexelHBAInventoryDisabled(void);
 unsigned IsvexelTAVIInventoryDisabled(void);
 
 /*
- * Reads two decimal numbers from "/flash/data0/oem_ps/vexel_tavi_poll"; 0 and 3 if it holds fewer.
+ * Reads two decimal numbers from "/flash/data0/oem_ps/vexel_tavi_poll"; 0 and 3 if it holds fewer. Outputs: not null.
  * Returns: 1 the file exists, outputs filled; 0 it does not, outputs unchanged.
  */
 unsigned IsstressTAVIPollEnabled(int *first, int *second);
