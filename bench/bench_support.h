@@ -30,6 +30,18 @@ void add(const std::string& name, Operation setup, Operation operation, int thre
 // Registers PATH/lib with the file on and PATH/floor, which writes the same lines raw.
 void add_logged(const std::string& path, Operation setup, Operation operation, int threads = 1);
 
+// Registers PATH/lib with the file off and PATH/floor: the least work, and one bare call of the
+// debug log for each line that the operation owes it.
+void add_owing_lines(const std::string& path, Operation setup, Operation operation,
+                     Operation least_work);
+
+// Makes the cache that a case runs on, unless it is the one that the last case used. Returns after
+// build() when it was made anew.
+void use_world(const std::string& name, const Operation& build);
+
+// Ends the run with a message when a case does not do what it is to measure.
+void must(bool holds, const char* what);
+
 // Frees what the cases of a file have built up; run in order at the end.
 void at_exit(Operation operation);
 void run_exits();

@@ -76,12 +76,37 @@ struct DiskByValue {
     std::basic_string<uint32_t> words{std::basic_string<uint32_t>(kDiskWords, 1)};
 };
 
+void copy_disk() {
+    static StorageObjectRecord copy;
+    must(rtraid_dupPD(&disk, &copy) == 0, "rtraid_dupPD");
+    PhysicalDiskBody& body = copy.body.pd;
+    for (void* block : {static_cast<void*>(copy.NAME), static_cast<void*>(copy.hdr.FQDD),
+                        static_cast<void*>(body.keyId), static_cast<void*>(body.text417),
+                        static_cast<void*>(body.text426), static_cast<void*>(body.text430),
+                        static_cast<void*>(body.text434), static_cast<void*>(body.words)}) {
+        vexel_free(block);
+    }
+}
+
+void copy_adapter() {
+    StorageObjectRecord* copy = DupAdapter(&adapter);
+    must(copy != nullptr, "DupAdapter");
+    vexel_free(copy->NAME);
+    vexel_free(copy->hdr.FQDD);
+    vexel_free(copy->body.adapter.text112);
+    for (int i = 0; i < RT_ADAPTER_ENTRIES; ++i) {
+        vexel_free(copy->body.adapter.entries[i].text);
+    }
+    vexel_free(copy->body.adapter.capabilities);
+    vexel_free(copy);
+}
+
 }  // namespace
 
 void register_dup_cases() {
     build();
-    add(
-        "duplicate_disk/floor", [] {},
+    add_owing_lines(
+        "duplicate_disk", [] {}, copy_disk,
         [] {
             static const std::size_t kSizes[] = {
                 sizeof(kName), sizeof(kFqdd), 257, 257, 256, 128, 128, sizeof(disk_words)};
@@ -89,19 +114,6 @@ void register_dup_cases() {
             std::memcpy(&copy, &disk, sizeof(copy));
             benchmark::DoNotOptimize(copy);
             copy_blocks(kSizes, std::size(kSizes));
-        });
-    add(
-        "duplicate_disk/lib", [] { log_file(false); },
-        [] {
-            static StorageObjectRecord copy;
-            rtraid_dupPD(&disk, &copy);
-            PhysicalDiskBody& body = copy.body.pd;
-            for (void* block : {static_cast<void*>(copy.NAME), static_cast<void*>(copy.hdr.FQDD),
-                                static_cast<void*>(body.keyId), static_cast<void*>(body.text417),
-                                static_cast<void*>(body.text426), static_cast<void*>(body.text430),
-                                static_cast<void*>(body.text434), static_cast<void*>(body.words)}) {
-                vexel_free(block);
-            }
         });
     static const DiskByValue by_value{};
     add(
@@ -111,36 +123,24 @@ void register_dup_cases() {
             benchmark::DoNotOptimize(copy);
         });
 
-    add(
-        "duplicate_adapter/floor", [] {},
+    add_owing_lines(
+        "duplicate_adapter", [] {}, copy_adapter,
         [] {
+            constexpr std::size_t kText = sizeof(kName);
             static const std::size_t kSizes[] = {sizeof(StorageObjectRecord),
-                                                 sizeof(kName),
+                                                 kText,
                                                  sizeof(kFqdd),
-                                                 sizeof(kName),
-                                                 sizeof(kName),
-                                                 sizeof(kName),
-                                                 sizeof(kName),
-                                                 sizeof(kName),
-                                                 sizeof(kName),
-                                                 sizeof(kName),
-                                                 sizeof(kName),
-                                                 sizeof(kName),
+                                                 kText,
+                                                 kText,
+                                                 kText,
+                                                 kText,
+                                                 kText,
+                                                 kText,
+                                                 kText,
+                                                 kText,
+                                                 kText,
                                                  sizeof(capabilities)};
             copy_blocks(kSizes, std::size(kSizes));
-        });
-    add(
-        "duplicate_adapter/lib", [] { log_file(false); },
-        [] {
-            StorageObjectRecord* copy = DupAdapter(&adapter);
-            vexel_free(copy->NAME);
-            vexel_free(copy->hdr.FQDD);
-            vexel_free(copy->body.adapter.text112);
-            for (int i = 0; i < RT_ADAPTER_ENTRIES; ++i) {
-                vexel_free(copy->body.adapter.entries[i].text);
-            }
-            vexel_free(copy->body.adapter.capabilities);
-            vexel_free(copy);
         });
 }
 

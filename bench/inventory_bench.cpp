@@ -3,6 +3,7 @@
 
 #include <cstring>
 #include <cwchar>
+#include <string>
 
 #include "bench/bench_support.h"
 #include "rt_cache.h"
@@ -66,15 +67,13 @@ void build(uint32_t controllers, uint32_t drives) {
 }
 
 uint32_t built_controllers = 0;
-uint32_t built_drives = 0;
 
 void have(uint32_t controllers, uint32_t drives) {
-    log_file(false);
-    if (built_controllers != controllers || built_drives != drives || cache_PDs == nullptr) {
+    use_world("inventory " + std::to_string(controllers) + "x" + std::to_string(drives), [=] {
         build(controllers, drives);
         built_controllers = controllers;
-        built_drives = drives;
-    }
+    });
+    log_file(false);
 }
 
 // The least: every slot read once, what is there gathered, four sections published.

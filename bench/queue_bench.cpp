@@ -47,10 +47,33 @@ SMMutexHandle floor_mutex;
 SMEventHandle floor_event;
 int message;
 
+// Leaves so many events in the endpoint queue.
+void queue_up(int backlog) {
+    static int queued = 0;
+    log_file(false);
+    if (gpRtraid_EventQueue == nullptr) {
+        must(rtraid_EventQueue_Init() == 0, "rtraid_EventQueue_Init");
+    }
+    rtraid_EventQueue_SetStatus(1);
+    EndpointEvent event{};
+    event.callbackType = 1;
+    for (; queued > backlog; --queued) {
+        vexel_free(rtraid_EventQueue_Get());
+    }
+    for (; queued < backlog; ++queued) {
+        rtraid_EventQueue_Put(&event);
+    }
+}
+
 void register_endpoint_queue(int backlog) {
-    const std::string path = "endpoint_queue_" + std::to_string(backlog);
-    add(
-        path + "/floor", [] {},
+    add_owing_lines(
+        "endpoint_queue_" + std::to_string(backlog), [backlog] { queue_up(backlog - 1); },
+        [] {
+            EndpointEvent event{};
+            event.callbackType = 1;
+            rtraid_EventQueue_Put(&event);
+            vexel_free(rtraid_EventQueue_Get());
+        },
         [] {
             void* node = vexel_alloc(2 * sizeof(void*));
             void* event = vexel_alloc(9);
@@ -65,30 +88,6 @@ void register_endpoint_queue(int backlog) {
             SMEventReset(floor_event);
             vexel_free(node);
             vexel_free(event);
-        });
-    add(
-        path + "/lib",
-        [backlog] {
-            log_file(false);
-            if (gpRtraid_EventQueue == nullptr) {
-                rtraid_EventQueue_Init();
-            }
-            rtraid_EventQueue_SetStatus(1);
-            static int queued = 0;
-            EndpointEvent event{};
-            event.callbackType = 1;
-            for (; queued > backlog - 1; --queued) {
-                vexel_free(rtraid_EventQueue_Get());
-            }
-            for (; queued < backlog - 1; ++queued) {
-                rtraid_EventQueue_Put(&event);
-            }
-        },
-        [] {
-            EndpointEvent event{};
-            event.callbackType = 1;
-            rtraid_EventQueue_Put(&event);
-            vexel_free(rtraid_EventQueue_Get());
         });
 }
 
@@ -107,9 +106,20 @@ void register_queue_cases() {
             benchmark::DoNotOptimize(deque_queue.get());
         });
 
-    static void* queue;
-    add(
-        "notification_queue/floor", [] {},
+    static NotifQueue* queue;
+    add_owing_lines(
+        "notification_queue",
+        [] {
+            if (queue == nullptr) {
+                must(InitEvtQ(&queue) == 0, "InitEvtQ");
+            }
+        },
+        [] {
+            void* out = nullptr;
+            AddEvt(queue, &message);
+            removeMsg(queue, &out);
+            benchmark::DoNotOptimize(out);
+        },
         [] {
             void* node = std::malloc(3 * sizeof(void*));
             benchmark::DoNotOptimize(node);
@@ -118,22 +128,6 @@ void register_queue_cases() {
                 SMMutexUnLock(floor_mutex);
             }
             std::free(node);
-        });
-    add(
-        "notification_queue/lib",
-        [] {
-            log_file(false);
-            if (queue == nullptr) {
-                NotifQueue* made = nullptr;
-                InitEvtQ(&made);
-                queue = made;
-            }
-        },
-        [] {
-            void* out = nullptr;
-            AddEvt(static_cast<NotifQueue*>(queue), &message);
-            removeMsg(static_cast<NotifQueue*>(queue), &out);
-            benchmark::DoNotOptimize(out);
         });
 #ifdef VEX_PEER_GLIB
     static GAsyncQueue* glib_queue = g_async_queue_new();

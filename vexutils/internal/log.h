@@ -8,8 +8,10 @@
 
 #include <platform/debug_log.h>
 
+#include <atomic>
 #include <cerrno>
 
+#include "internal/vexel_state.h"
 #include "internal/wide_text.h"
 
 namespace vexutils {
@@ -17,12 +19,6 @@ namespace vexutils {
 enum class Level : int { Fatal = 1, Error = 2, Warning = 3, Trace = 4, Detail = 5, Verbose = 6 };
 
 inline constexpr int kLogModule = 15;  // the library's number in the platform's debug log
-
-struct LogPlace {
-    const char* file;  // base name
-    const char* function;
-    unsigned line;
-};
 
 class ErrnoKeeper {
   public:
@@ -71,20 +67,31 @@ inline const wchar_t* vararg(const PrintableWide& text) {
 // get.
 inline constexpr int kPlacePrefixLength = 9;
 
+// Whether the file gets no lines. Tested before write_log_line is called: most lines of most
+// controllers go to the debug log alone.
+inline bool log_file_is_off() {
+    return log_state.file.load(std::memory_order_relaxed) == LogFile::Disabled;
+}
+
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-security"
 template <class... Args>
-[[gnu::noinline]] void log_printable(Level level, const LogPlace& place, const char* format,
-                                     const Args&... args) {
-    zentprintf(static_cast<int>(level), kLogModule, format, place.file, place.function, place.line,
-               vararg(args)...);
-    write_log_line(place.function, format + kPlacePrefixLength, vararg(args)...);
+inline void send_to_sinks(Level level, int module, const char* format, const char* file,
+                          const char* function, unsigned line, const Args&... args) {
+    if (log_file_is_off()) {
+        zentprintf(static_cast<int>(level), module, format, file, function, line, vararg(args)...);
+        return;
+    }
+    zentprintf(static_cast<int>(level), module, format, file, function, line, vararg(args)...);
+    write_log_line(function, format + kPlacePrefixLength, vararg(args)...);
 }
 
+// One function for each row of argument types, so that a statement costs the library little more
+// than a call. Its arguments stand as zentprintf's do: with the file off it is a jump there.
 template <class... Args>
-inline void log_line(Level level, const LogPlace& place, const char* format, Args... args) {
-    const ErrnoKeeper keeper;
-    log_printable(level, place, format, printable(args)...);
+[[gnu::noinline]] void log_line(Level level, int module, const char* format, const char* file,
+                                const char* function, unsigned line, Args... args) {
+    send_to_sinks(level, module, format, file, function, line, printable(args)...);
 }
 #pragma GCC diagnostic pop
 
@@ -95,13 +102,14 @@ inline void log_line(Level level, const LogPlace& place, const char* format, Arg
 // As LOG, for the steps of an exported function that is too long for one body: their lines carry
 // its name, by which readers of the log know it. The unreachable call lets the compiler check the
 // arguments against the format; log_line is a template and cannot.
-#define LOG_AS(function, level, format, ...)                                                 \
-    do {                                                                                     \
-        if (false) {                                                                         \
-            static_cast<void>(zentprintf(0, 0, format __VA_OPT__(, ) __VA_ARGS__));          \
-        }                                                                                    \
-        ::vexutils::log_line(level, ::vexutils::LogPlace{__FILE_NAME__, function, __LINE__}, \
-                             "%s:%s:%u:" format "\n" __VA_OPT__(, ) __VA_ARGS__);            \
+#define LOG_AS(function, level, format, ...)                                                \
+    do {                                                                                    \
+        if (false) {                                                                        \
+            static_cast<void>(zentprintf(0, 0, format __VA_OPT__(, ) __VA_ARGS__));         \
+        }                                                                                   \
+        const ::vexutils::ErrnoKeeper errno_keeper;                                         \
+        ::vexutils::log_line(level, ::vexutils::kLogModule, "%s:%s:%u:" format "\n",        \
+                             __FILE_NAME__, function, __LINE__ __VA_OPT__(, ) __VA_ARGS__); \
     } while (false)
 
 #endif  // VEXUTILS_INTERNAL_LOG_H

@@ -1,13 +1,16 @@
 #include "rt_cache/rt_cache_bitmap.h"
 
 #include <array>
+#include <bit>
 #include <cstring>
 
 namespace vexutils {
 
 namespace {
 
+// Byte i of a word is its bits 8i to 8i + 7.
 using Word = std::size_t;
+static_assert(std::endian::native == std::endian::little);
 static_assert(kMaxBitmapBytes % sizeof(Word) == 0);
 
 // "xx " and the "0" that a following zero byte starts with: four bytes are one store.
@@ -38,17 +41,23 @@ constexpr auto kZeroText = make_zero_text();
 }  // namespace
 
 // Most bytes of most bitmaps are zero: their text is copied at once, and only words that hold a
-// bit are looked at by byte.
+// bit are looked at, once if it is the only one, else by byte, unrolled since a loop costs as much
+// as its bytes.
 BitmapText::BitmapText(const std::uint8_t* bitmap) {
     std::memcpy(text_, kZeroText.data(), kZeroText.size());
     for (std::size_t at = 0; at < kMaxBitmapBytes; at += sizeof(Word)) {
         Word word = 0;
         std::memcpy(&word, bitmap + at, sizeof(word));
-        if (word == 0) {
-            continue;
-        }
-        for (std::size_t i = at; i < at + sizeof(Word); ++i) {
-            std::memcpy(text_ + 3 * i, &kByteTexts[bitmap[i]], sizeof(ByteText));
+        const auto put = [&](std::size_t i) {
+            std::memcpy(text_ + 3 * (at + i), &kByteTexts[word >> 8 * i & 0xFF], sizeof(ByteText));
+        };
+        if (std::has_single_bit(word)) {
+            put(static_cast<std::size_t>(std::countr_zero(word)) / 8);
+        } else if (word != 0) {
+#pragma GCC unroll 8
+            for (std::size_t i = 0; i < sizeof(Word); ++i) {
+                put(i);
+            }
         }
     }
     text_[3 * used_bitmap_bytes()] = '\0';
