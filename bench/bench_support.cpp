@@ -19,6 +19,11 @@ namespace {
 
 constexpr int kPipeBytes = 1 << 20;
 
+std::vector<Case>& all_cases() {
+    static std::vector<Case> all;
+    return all;
+}
+
 std::vector<Operation>& exits() {
     static std::vector<Operation> operations;
     return operations;
@@ -72,25 +77,17 @@ void write_raw(const std::vector<std::string>& lines) {
         const int afresh = ++depth % 1000 == 0 ? O_TRUNC : 0;
         const int descriptor =
             open(log_path().c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | afresh, 0644);
-        benchmark::DoNotOptimize(write(descriptor, line.data(), line.size()));
+        keep(write(descriptor, line.data(), line.size()));
         close(descriptor);
     }
 }
 
 void add(const std::string& name, Operation setup, Operation operation, int threads) {
-    auto* registered =
-        benchmark::RegisterBenchmark(name.c_str(), [setup, operation](benchmark::State& state) {
-            if (state.thread_index() == 0) {
-                setup();
-            }
-            for (auto step : state) {
-                benchmark::DoNotOptimize(step);
-                operation();
-            }
-        });
-    if (threads > 1) {
-        registered->Threads(threads)->UseRealTime();
-    }
+    all_cases().push_back({name, std::move(setup), std::move(operation), threads});
+}
+
+const std::vector<Case>& cases() {
+    return all_cases();
 }
 
 void add_logged(const std::string& path, Operation setup, Operation operation, int threads) {

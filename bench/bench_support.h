@@ -4,8 +4,7 @@
 #ifndef BENCH_BENCH_SUPPORT_H
 #define BENCH_BENCH_SUPPORT_H
 
-#include <benchmark/benchmark.h>
-
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -13,6 +12,22 @@
 namespace bench {
 
 using Operation = std::function<void()>;
+
+struct Case {
+    std::string name;
+    Operation setup;      // before every timed stretch
+    Operation operation;  // what is timed
+    int threads = 1;
+};
+
+// The compiler must take a value as used, and memory as read and written by somebody else.
+template <class T>
+void keep(const T& value) {
+    asm volatile("" : : "r,m"(value) : "memory");
+}
+inline void barrier() {
+    asm volatile("" : : : "memory");
+}
 
 // Switches the trace log's file for the code that follows; on, it writes to log_path().
 void log_file(bool on);
@@ -24,7 +39,7 @@ std::vector<std::string> lines_of(const Operation& operation);
 // Opens, writes and closes once per line: what any logger that keeps no handle must do.
 void write_raw(const std::vector<std::string>& lines);
 
-// Registers one case; setup runs before the timed loop.
+// Registers one case.
 void add(const std::string& name, Operation setup, Operation operation, int threads = 1);
 
 // Registers PATH/lib with the file on and PATH/floor, which writes the same lines raw.
@@ -53,7 +68,18 @@ void register_dup_cases();
 void register_inventory_cases();
 void register_queue_cases();
 
-// Prints the cache's resident memory as JSON. Returns: the exit status.
+const std::vector<Case>& cases();
+
+// Times all registered cases: medians of interleaved repetitions, as Google Benchmark's JSON has
+// them. One of two, by what the machine model has: Google Benchmark, or a loop of ours that takes
+// [--repetitions=N] [--out=FILE] [--filter=TEXT]. Returns: the exit status.
+int run_cases(int argc, char** argv);
+
+// A server of so many controllers and drives in the cache, and the update that publishes it.
+void have_inventory(uint32_t controllers, uint32_t drives);
+void update_inventory();
+
+// Prints the cache's resident memory and the deepest stack as JSON. Returns: the exit status.
 int print_memory();
 
 }  // namespace bench

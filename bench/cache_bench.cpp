@@ -55,9 +55,9 @@ void drain_floor() {
     std::memset(&events, 0, sizeof(events));
     std::memcpy(second, &disks, sizeof(disks));
     std::memset(&disks, 0, sizeof(disks));
-    benchmark::DoNotOptimize(first);
-    benchmark::DoNotOptimize(second);
-    benchmark::ClobberMemory();
+    keep(first);
+    keep(second);
+    barrier();
     std::free(first);
     std::free(second);
 }
@@ -71,13 +71,13 @@ void register_lookup(const char* what, uint32_t eid) {
         path + "/floor", [] {},
         [eid] {
             uint32_t id = eid;
-            benchmark::DoNotOptimize(id);
-            benchmark::DoNotOptimize(row_of_eid[id]);
+            keep(id);
+            keep(row_of_eid[id]);
         });
     add(path + "/lib", start_cache, [eid] {
         uint32_t id = eid;
-        benchmark::DoNotOptimize(id);
-        benchmark::DoNotOptimize(GetIndexFromEID(id));
+        keep(id);
+        keep(GetIndexFromEID(id));
     });
     add(
         path + "/peer_unordered_map",
@@ -88,8 +88,8 @@ void register_lookup(const char* what, uint32_t eid) {
         },
         [eid] {
             uint32_t id = eid;
-            benchmark::DoNotOptimize(id);
-            benchmark::DoNotOptimize(row_map.find(id)->second);
+            keep(id);
+            keep(row_map.find(id)->second);
         });
 }
 
@@ -103,17 +103,17 @@ void register_cache_cases() {
             path + "/floor", [] {},
             [] {
                 static char source[768], target[769];
-                benchmark::DoNotOptimize(source);
+                keep(source);
                 std::memcpy(target, source, sizeof(source));
-                benchmark::DoNotOptimize(target);
-                benchmark::ClobberMemory();
+                keep(target);
+                barrier();
             });
         add(
             path + "/lib", [dense] { fill_bitmap(dense); },
             [] {
                 const vexutils::BitmapText text{cache_Events_PD_ChObj[0].bitmap};
-                benchmark::DoNotOptimize(text.get());
-                benchmark::ClobberMemory();
+                keep(text.get());
+                barrier();
             });
     }
     add_owing_lines("drain_endpoint", start_cache, drain, drain_floor);

@@ -62,7 +62,7 @@ void copy_blocks(const std::size_t* sizes, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
         blocks[i] = std::malloc(sizes[i]);
         std::memcpy(blocks[i], source, std::min(sizes[i], sizeof(source)));
-        benchmark::DoNotOptimize(blocks[i]);
+        keep(blocks[i]);
     }
     for (std::size_t i = 0; i < count; ++i) {
         std::free(blocks[i]);
@@ -112,7 +112,7 @@ void register_dup_cases() {
                 sizeof(kName), sizeof(kFqdd), 257, 257, 256, 128, 128, sizeof(disk_words)};
             static StorageObjectRecord copy;
             std::memcpy(&copy, &disk, sizeof(copy));
-            benchmark::DoNotOptimize(copy);
+            keep(copy);
             copy_blocks(kSizes, std::size(kSizes));
         });
     static const DiskByValue by_value{};
@@ -120,7 +120,7 @@ void register_dup_cases() {
         "duplicate_disk/peer_string_struct", [] {},
         [] {
             DiskByValue copy = by_value;
-            benchmark::DoNotOptimize(copy);
+            keep(copy);
         });
 
     add_owing_lines(

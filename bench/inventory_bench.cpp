@@ -68,13 +68,17 @@ void build(uint32_t controllers, uint32_t drives) {
 
 uint32_t built_controllers = 0;
 
-void have(uint32_t controllers, uint32_t drives) {
+}  // namespace
+
+void have_inventory(uint32_t controllers, uint32_t drives) {
     use_world("inventory " + std::to_string(controllers) + "x" + std::to_string(drives), [=] {
         build(controllers, drives);
         built_controllers = controllers;
     });
     log_file(false);
 }
+
+namespace {
 
 // The least: every slot read once, what is there gathered, four sections published.
 void gather() {
@@ -103,17 +107,21 @@ void gather() {
     Zent_shm_memwrite(3, &image.tape, SHM_TAPE_OFFSET, sizeof(image.tape));
 }
 
-void update() {
+}  // namespace
+
+void update_inventory() {
     rtcache_GetLock();
     RTSHM_UpdateSharedMem(built_controllers);
     SMMutexUnLock(mutexRtCache);
 }
 
+namespace {
+
 void register_size(const std::string& path, uint32_t controllers, uint32_t drives) {
     add(
-        path + "/floor", [=] { have(controllers, drives); }, gather);
+        path + "/floor", [=] { have_inventory(controllers, drives); }, gather);
     add(
-        path + "/lib", [=] { have(controllers, drives); }, update);
+        path + "/lib", [=] { have_inventory(controllers, drives); }, update_inventory);
 }
 
 }  // namespace
@@ -121,7 +129,7 @@ void register_size(const std::string& path, uint32_t controllers, uint32_t drive
 void register_inventory_cases() {
     register_size("inventory_16x255", 16, 255);
     add_logged(
-        "inventory_16x255_logged", [] { have(16, 255); }, update);
+        "inventory_16x255_logged", [] { have_inventory(16, 255); }, update_inventory);
     for (const uint32_t drives : {0u, 64u, 128u}) {
         register_size("inventory_16x" + std::to_string(drives), 16, drives);
     }

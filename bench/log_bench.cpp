@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <ctime>
 #include <mutex>
+#include <string>
 
 #include "bench/bench_support.h"
 #include "internal/log.h"
@@ -73,6 +74,15 @@ void register_log_cases() {
         "trace_line_2_threads", [] {}, two_lines, 2);
     add(
         "trace_line_2_threads/naive_stdio", [] {}, two_lines_stdio, 2);
+    // A line's cost does not depend on what the file holds already.
+    for (const int lines : {0, 500, 998}) {
+        add(
+            "trace_file_" + std::to_string(lines) + "/lib", [] { log_file(true); },
+            [lines] {
+                vexutils::log_state.depth = static_cast<uint32_t>(lines);
+                LOG(vexutils::Level::Trace, "%s", " entry");
+            });
+    }
     add(
         "trace_line_off/floor", [] {},
         [] {

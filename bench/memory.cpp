@@ -1,11 +1,17 @@
 // Resident memory of the cache, measured in a process of its own (vex_bench --memory).
+#include <pthread.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 
 #include "bench/bench_support.h"
 #include "rt_cache.h"
+#include "rt_lclogwrp.h"
+#include "rt_shm.h"
 #include "vexel.h"
 
 namespace bench {
@@ -30,6 +36,50 @@ void make_busy(uint32_t eid) {
     SMMutexUnLock(mutexRtCache);
 }
 
+constexpr std::size_t kStackBytes = 256 * 1024;
+constexpr unsigned char kPaint = 0xA5;
+
+// Bytes of stack that an operation reaches down to, on a thread whose stack was painted. What the
+// thread's own start takes is in the figure.
+std::size_t stack_of(Operation operation) {
+    auto* stack = static_cast<unsigned char*>(
+        mmap(nullptr, kStackBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    must(stack != MAP_FAILED, "mmap");
+    std::memset(stack, kPaint, kStackBytes);
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstack(&attributes, stack, kStackBytes);
+    pthread_t thread{};
+    const auto body = [](void* argument) -> void* {
+        (*static_cast<Operation*>(argument))();
+        return nullptr;
+    };
+    must(pthread_create(&thread, &attributes, body, &operation) == 0, "pthread_create");
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+    const auto untouched = static_cast<std::size_t>(
+        std::find_if(stack, stack + kStackBytes, [](unsigned char b) { return b != kPaint; }) -
+        stack);
+    munmap(stack, kStackBytes);
+    return kStackBytes - untouched;
+}
+
+// The deepest calls: the one that keeps all section images on its stack, the one that reads them
+// back, and those with the longest texts.
+std::size_t deepest_stack() {
+    have_inventory(16, 255);
+    log_file(true);
+    const char* arguments[] = {"one", "two"};
+    const std::size_t depths[] = {
+        stack_of(update_inventory),
+        stack_of(RTSHM_DumpSharedMem),
+        stack_of([] { rtcache_CopyCachedEvent(120, RT_OBJ_PHYSICAL_DISK, 3, 7, nullptr); }),
+        stack_of([&] { rt_JWLOGCMNSubmitEvent(2, "PDR1", L"RAID.Slot.3-1", arguments, 2); }),
+    };
+    log_file(false);
+    return *std::max_element(std::begin(depths), std::end(depths));
+}
+
 }  // namespace
 
 int print_memory() {
@@ -51,8 +101,9 @@ int print_memory() {
     }
     const long drained = resident_kb();
     rtcache_Destroy();
-    std::printf("{\"init_kb\": %ld, \"busy_kb\": %ld, \"drained_kb\": %ld}\n", after_init - before,
-                busy - before, drained - before);
+    std::printf("{\"init_kb\": %ld, \"busy_kb\": %ld, \"drained_kb\": %ld, \"stack_kb\": %.1f}\n",
+                after_init - before, busy - before, drained - before,
+                static_cast<double>(deepest_stack()) / 1024);
     return 0;
 }
 

@@ -77,8 +77,8 @@ void register_endpoint_queue(int backlog) {
         [] {
             void* node = vexel_alloc(2 * sizeof(void*));
             void* event = vexel_alloc(9);
-            benchmark::DoNotOptimize(node);
-            benchmark::DoNotOptimize(event);
+            keep(node);
+            keep(event);
             for (int i = 0; i < 2; ++i) {
                 SMMutexLock(floor_mutex, -1);
                 SMMutexUnLock(floor_mutex);
@@ -103,7 +103,7 @@ void register_queue_cases() {
         "endpoint_queue_1/peer_deque", [] {},
         [] {
             deque_queue.put(&message);
-            benchmark::DoNotOptimize(deque_queue.get());
+            keep(deque_queue.get());
         });
 
     static NotifQueue* queue;
@@ -118,11 +118,11 @@ void register_queue_cases() {
             void* out = nullptr;
             AddEvt(queue, &message);
             removeMsg(queue, &out);
-            benchmark::DoNotOptimize(out);
+            keep(out);
         },
         [] {
             void* node = std::malloc(3 * sizeof(void*));
-            benchmark::DoNotOptimize(node);
+            keep(node);
             for (int i = 0; i < 2; ++i) {
                 SMMutexLock(floor_mutex, -1);
                 SMMutexUnLock(floor_mutex);
@@ -135,13 +135,13 @@ void register_queue_cases() {
         "notification_queue/peer_GAsyncQueue", [] {},
         [] {
             g_async_queue_push(glib_queue, &message);
-            benchmark::DoNotOptimize(g_async_queue_try_pop(glib_queue));
+            keep(g_async_queue_try_pop(glib_queue));
         });
     add(
         "endpoint_queue_1/peer_GAsyncQueue", [] {},
         [] {
             g_async_queue_push(glib_queue, &message);
-            benchmark::DoNotOptimize(g_async_queue_pop(glib_queue));
+            keep(g_async_queue_pop(glib_queue));
         });
 #endif
 }

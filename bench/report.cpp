@@ -51,6 +51,7 @@ constexpr Goal kGoals[] = {
     {"endpoint_lookup_last", Kind::Ratio, 4.0, 1},
     {"init_kb", Kind::Kilobytes, 200, 1},
     {"busy_kb", Kind::Kilobytes, 650, 1},
+    {"stack_kb", Kind::Kilobytes, 64, 1},
 };
 
 struct Path {
@@ -140,7 +141,7 @@ void print_growth(const Paths& paths) {
     std::printf("\ngrowth (lib, median)\n");
     for (const auto& [name, path] : paths) {
         if (name.starts_with("endpoint_queue_") || name.starts_with("inventory_") ||
-            name.starts_with("trace_file_")) {
+            name.starts_with("trace_file_")) {  // empty, half full, full
             std::printf("  %-26s %10s\n", name.c_str(), nanoseconds(path.lib).c_str());
         }
     }
