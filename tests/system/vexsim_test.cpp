@@ -56,7 +56,7 @@ TEST_F(Vexsim, RefusesABadScenarioBeforeAnythingIsPublished) {
         {"a field of another name", "\"pollEvery\"", "\"pollevery\"",
          "scenario.json:7: pollevery: unknown field, expected one of: vexsim, name, "},
         {"a field that is missing", "\"eid\": 9,", "",
-         "scenario.json:59: controllers[1].eid: missing, expected a whole number from 0 to 254"},
+         "scenario.json:60: controllers[1].eid: missing, expected a whole number from 0 to 254"},
         {"a number beyond its range", "\"eid\": 8,", "\"eid\": 255,",
          "scenario.json:37: controllers[0].eid: expected a whole number from 0 to 254, found 255"},
         {"a text that is no number", "\"0x1F47\"", "\"1F47\"",
@@ -83,7 +83,13 @@ TEST_F(Vexsim, RefusesABadScenarioBeforeAnythingIsPublished) {
         {"a step about a controller that was dropped", "\"at\": 280, \"drop\"",
          "\"at\": 180, \"drop\": \"RAID.Slot.3-1\" }, { \"at\": 280, \"pull\": \"Disk.Bay.1:"
          "Enclosure.Internal.0-1:RAID.Slot.3-1\" }, { \"at\": 280, \"drop\"",
-         "timeline[11]: this controller is already dropped at that time"},
+         "]: this controller is already dropped at that time"},
+        {"a light of a drive without one", "\"blink\": \"Disk.Bay.3:", "\"blink\": \"Disk.Bay.13:",
+         ".blink: expected the FQDD of an NVMe drive of this scenario"},
+        {"a result that no command has", "\"result\": \"success\"", "\"result\": \"good\"",
+         ".command.result: expected \"success\", \"failed\", "},
+        {"a job for nobody", "[\"RAID.Slot.3-1\", \"TAVI.Integrated.1-1\"]", "[]",
+         ".job: expected FQDDs of controllers, or \"end\""},
         {"a topology that is not there", "default.topology.json", "no.topology.json",
          "no.topology.json: cannot be opened: No such file or directory"},
     };
@@ -128,6 +134,11 @@ TEST_F(Vexsim, FailsWithStatus1WhenPlayingFails) {
     EXPECT_NE(command.errors.find("vexsim: the command of --after-poll failed"), std::string::npos);
     EXPECT_FALSE(anything_published());
     EXPECT_EQ(vexsim({"--transcript", "/no/folder/transcript"}).status, 1);
+    setenv("VEX_BACKPLANE_STATE", "/no/folder/states", 1);
+    const ToolResult light = vexsim({"--quiet"});
+    unsetenv("VEX_BACKPLANE_STATE");
+    EXPECT_EQ(light.status, 1);
+    EXPECT_EQ(light.errors, "vexsim: BlinkNVMeSSD returned 1\n");
 }
 
 }  // namespace

@@ -19,7 +19,9 @@ inline constexpr NamedCode kEndpointTypes[] = {
 };
 
 inline constexpr NamedCode kProtocols[] = {
-    {"sata", 1}, {"sas", 2}, {"nvme", 0x100},
+    {"sata", 1},
+    {"sas", 2},
+    {"nvme", 0x100},
 };
 
 // Of a drive's record, whose bit 1 is published.
@@ -42,6 +44,11 @@ inline constexpr NamedCode kInventoryStates[] = {
 
 inline constexpr NamedCode kBatteryStates[] = {
     {"unknown", 0}, {"ready", 1}, {"charging", 2}, {"failed", 4}};
+
+// Results of commands, and what becomes of the communication with a controller.
+inline constexpr NamedCode kCommandResults[] = {
+    {"success", 0}, {"failed", 1}, {"reset", 4}, {"clear-count", 5}};
+inline constexpr NamedCode kCommunicationStates[] = {{"not known", 0}, {"lost", 1}, {"good", 3}};
 
 // The name of a code, null if it has none.
 constexpr const char* name_of(std::span<const NamedCode> names, int64_t code) {

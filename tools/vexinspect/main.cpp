@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <exception>
 
+#include "support/input_error.h"
+#include "vexinspect/fru.h"
 #include "vexinspect/json_report.h"
 #include "vexinspect/map.h"
 #include "vexinspect/show.h"
@@ -21,6 +23,7 @@ void print(const std::string& text) {
 
 struct Options {
     std::string name_space;
+    std::string state;
     bool json = false;
     std::vector<std::string> topics;
     vexinspect::WatchOptions watch;
@@ -39,17 +42,22 @@ void show(const Options& options) {
 
 void describe(CLI::App& app, Options& options) {
     app.footer(
-        "\nexit status: 0 shown (also what nobody has inventoried yet), 1 the shared memory cannot\n"
+        "\nexit status: 0 shown (also what nobody has inventoried yet), 1 the shared memory "
+        "cannot\n"
         "             be read, 2 wrong usage");
     app.add_option("--namespace", options.name_space,
                    "namespace of the regions (default: VEX_SHM_NAMESPACE, or \"vex\")");
+    app.add_option("--state", options.state,
+                   "folder of vexsim's --state, for endpoint ids and blinking drives")
+        ->envname("VEXSIM_STATE");
     app.add_flag("--json", options.json, "all regions as JSON, with a format version");
     app.require_subcommand(0, 1);
     app.add_subcommand("list", "the regions and who writes them");
     CLI::App* show_command = app.add_subcommand("show", "tables of what the regions hold");
     show_command->add_option("TOPIC", options.topics, "what to show (default: everything)")
         ->check(CLI::IsMember(vexinspect::show_topics()));
-    app.add_subcommand("map", "bays and slots as a picture");
+    app.add_subcommand("map", "bays and slots as a picture; a star marks a drive that blinks");
+    app.add_subcommand("fru", "field-replaceable units: controller cards");
     app.add_subcommand("layout", "the layout of every region, byte by byte, as JSON");
     CLI::App* watch_command = app.add_subcommand("watch", "map and summary, after every change");
     watch_command->add_option("--interval", options.watch.interval_seconds, "seconds between looks")
@@ -62,11 +70,13 @@ void run(const CLI::App& app, const Options& options) {
     if (app.got_subcommand("list")) {
         print(vexinspect::list_regions());
     } else if (app.got_subcommand("map")) {
-        print(vexinspect::draw_map());
+        print(vexinspect::draw_map(vexinspect::read_daemon_state(options.state)));
+    } else if (app.got_subcommand("fru")) {
+        print(vexinspect::show_frus());
     } else if (app.got_subcommand("layout")) {
         print(vexinspect::layout_json());
     } else if (app.got_subcommand("watch")) {
-        vexinspect::watch(options.watch);
+        vexinspect::watch(options.watch, options.state);
     } else {
         show(options);
     }

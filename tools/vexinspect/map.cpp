@@ -41,9 +41,8 @@ std::vector<Bay> inventory_bays(const RegionView& view) {
         const size_t colon = fqdd.find(':');
         const std::string place = colon == std::string::npos ? "" : fqdd.substr(colon + 1);
         const bool direct = place.find("Enclosure") == std::string::npos;
-        const std::string title =
-            direct ? "Attached directly: " + place
-                   : "Bay " + number_text(drive.number("bay")) + ": " + place;
+        const std::string title = direct ? "Attached directly: " + place
+                                         : "Bay " + number_text(drive.number("bay")) + ": " + place;
         const auto [found, fresh] = known.try_emplace(title, bays.size());
         if (fresh) {
             bays.push_back({title, direct ? 0 : kCellsInRow, {}});
@@ -54,18 +53,23 @@ std::vector<Bay> inventory_bays(const RegionView& view) {
 }
 
 // Pictures of the bays that hold NVMe drives.
-std::vector<Bay> nvme_bays(const RegionView& status, const RegionView& fru) {
+std::vector<Bay> nvme_bays(const RegionView& status, const RegionView& fru,
+                           const DaemonState& state) {
     std::map<int64_t, Bay> bays;
     for (const Record& slot : status.list("slots").entries) {
         const int64_t number = slot.number("bay").value_or(0);
-        Bay& bay =
-            bays.try_emplace(number, Bay{"Bay " + std::to_string(number) + ": NVMe", kCellsInRow, {}})
-                .first->second;
+        Bay& bay = bays.try_emplace(
+                           number, Bay{"Bay " + std::to_string(number) + ": NVMe", kCellsInRow, {}})
+                       .first->second;
         const bool present = (slot.number("status").value_or(0) & 1) != 0;
         const Record* drive = fru.list("drives").at_index(slot.index());
-        Cell cell;
+        const vextools::DrivePlace place{number, slot.number("slot").value_or(0)};
+        Cell cell = {"empty", "", ""};
         if (present) {
-            cell = {"NVMe", "# " + std::to_string(slot.index()),
+            const auto eid = state.eids.find(place);
+            cell = {state.blinks(place) ? "* NVMe *" : "NVMe",
+                    eid != state.eids.end() ? "EID " + std::to_string(eid->second)
+                                            : "# " + std::to_string(slot.index()),
                     degrees_text(drive ? drive->number("temperature") : std::nullopt)};
         }
         const std::string fqdd = drive ? drive->text("fqdd") : "";
@@ -73,7 +77,7 @@ std::vector<Bay> nvme_bays(const RegionView& status, const RegionView& fru) {
         if (extender != std::string::npos) {
             bay.title = "Bay " + std::to_string(number) + ": NVMe, " + fqdd.substr(extender);
         }
-        bay.cells[slot.number("slot").value_or(0)] = cell;
+        bay.cells[place.slot] = cell;
     }
     std::vector<Bay> list;
     for (auto& [number, bay] : bays) {
@@ -120,8 +124,9 @@ std::string draw(const Bay& bay) {
     const int64_t last = bay.cells.rbegin()->first;
     const auto width = static_cast<int64_t>(kCellsInRow);
     const int64_t start = bay.cells.begin()->first / width * width;
-    const size_t columns =
-        bay.columns != 0 || last - start >= width ? kCellsInRow : static_cast<size_t>(last - start + 1);
+    const size_t columns = bay.columns != 0 || last - start >= width
+                               ? kCellsInRow
+                               : static_cast<size_t>(last - start + 1);
     std::string out = fitted(bay.title, kTerminalColumns) + "\n" + border(columns);
     for (int64_t first = start; first <= last; first += width) {
         out += draw_row(bay, first, columns);
@@ -131,7 +136,7 @@ std::string draw(const Bay& bay) {
 
 }  // namespace
 
-std::string draw_map() {
+std::string draw_map(const DaemonState& state) {
     const RegionView inventory = read_region(ZENT_SHM_STORAGE_INVENTORY);
     const RegionView status = read_region(ZENT_SHM_PCIESSD_STATUS);
     const RegionView fru = read_region(ZENT_SHM_PCIESSD_FRU);
@@ -144,7 +149,7 @@ std::string draw_map() {
         }
     }
     if (status.published) {
-        for (const Bay& bay : nvme_bays(status, fru)) {
+        for (const Bay& bay : nvme_bays(status, fru, state)) {
             out += draw(bay);
         }
     }

@@ -4,10 +4,12 @@
 
 #include <string>
 
+#include "vexinspect/daemon_state.h"
+
 namespace vexinspect {
 
 // Throws std::runtime_error if a region cannot be read.
-std::string draw_map();
+std::string draw_map(const DaemonState& state);
 
 }  // namespace vexinspect
 

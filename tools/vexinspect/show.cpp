@@ -81,8 +81,8 @@ std::string show_drives() {
     if (!view.published || !list.inventoried || list.entries.empty()) {
         return out + body(view, list, TextTable({}));
     }
-    const std::vector<Column> columns = {{"#", 3, true},    {"Drive", 16},       {"Bay", 3, true},
-                                         {"Slot", 4, true}, {"Kind", 9},         {"Size", 9, true},
+    const std::vector<Column> columns = {{"#", 3, true},    {"Drive", 16},     {"Bay", 3, true},
+                                         {"Slot", 4, true}, {"Kind", 9},       {"Size", 9, true},
                                          {"Temp", 5, true}, {"Crit", 5, true}, {"Status", 6}};
     std::string place;
     TextTable table(columns);
@@ -124,9 +124,9 @@ std::string show_tape() {
     static constexpr vextools::NamedCode kPresence[] = {
         {"present", TAPE_PRESENT}, {"absent", TAPE_ABSENT}, {"not known yet", 0}};
     const RegionView view = read_region(ZENT_SHM_STORAGE_INVENTORY);
-    return "Tape drive\n" +
-           (view.published ? "  " + code_text(kPresence, view.singles.number("tape")) + "\n"
-                           : std::string(kNotInventoried));
+    return "Tape drive\n" + (view.published
+                                 ? "  " + code_text(kPresence, view.singles.number("tape")) + "\n"
+                                 : std::string(kNotInventoried));
 }
 
 std::string show_inventory() {
@@ -193,6 +193,11 @@ constexpr Topic kTopics[] = {
 
 }  // namespace
 
+std::string list_text(const std::string& title, const RegionView& view, const List& list,
+                      const TextTable& table) {
+    return heading(title, list) + body(view, list, table);
+}
+
 std::vector<std::string> show_topics() {
     std::vector<std::string> names;
     for (const Topic& topic : kTopics) {
@@ -211,11 +216,8 @@ std::string show(const std::string& topic) {
 }
 
 std::string list_regions() {
-    TextTable table({{"Region", 6, true},
-                     {"Name", 18},
-                     {"Bytes", 6, true},
-                     {"Written by", 22},
-                     {"State", 22}});
+    TextTable table(
+        {{"Region", 6, true}, {"Name", 18}, {"Bytes", 6, true}, {"Written by", 22}, {"State", 22}});
     for (const Region& region : regions()) {
         const uint32_t writes = region_generation(region.id);
         std::string state = "written";

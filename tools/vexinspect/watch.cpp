@@ -26,17 +26,17 @@ std::vector<uint32_t> generations() {
     return numbers;
 }
 
-std::string picture() {
+std::string picture(const std::string& state) {
     std::string out;
     for (const char* topic : {"inventory", "controllers", "batteries", "tape"}) {
         out += show(topic);
     }
-    return out + draw_map();
+    return out + draw_map(read_daemon_state(state));
 }
 
 }  // namespace
 
-void watch(const WatchOptions& options) {
+void watch(const WatchOptions& options, const std::string& state) {
     const std::chrono::duration<double> interval(options.interval_seconds);
     const char* separator = isatty(STDOUT_FILENO) != 0 ? kClearScreen : "\n";
     std::vector<uint32_t> shown;
@@ -44,7 +44,7 @@ void watch(const WatchOptions& options) {
         const std::vector<uint32_t> now = generations();
         if (now != shown) {
             std::printf("%s%s", drawn == 0 && separator[0] == '\n' ? "" : separator,
-                        picture().c_str());
+                        picture(state).c_str());
             std::fflush(stdout);
             shown = now;
             ++drawn;

@@ -2,6 +2,8 @@
 #ifndef TOOLS_VEXINSPECT_WATCH_H
 #define TOOLS_VEXINSPECT_WATCH_H
 
+#include <string>
+
 namespace vexinspect {
 
 struct WatchOptions {
@@ -10,7 +12,8 @@ struct WatchOptions {
 };
 
 // Prints the summary and the map now and after every change, until a signal ends the process.
-void watch(const WatchOptions& options);
+// state: folder of vexsim's --state, may be empty.
+void watch(const WatchOptions& options, const std::string& state);
 
 }  // namespace vexinspect
 

@@ -67,7 +67,11 @@ void Daemon::start_up() {
     RTSHM_InitSharedMem();
     RTSHM_InitPCIeSSDSharedMem();
     transcript_.line("regions: storage inventory and PCIe SSD FRU not yet inventoried");
+    forget_command_results();
     take_first_inventory();
+    if (has_topology_) {
+        read_topology();
+    }
 }
 
 // A server without backplanes has no service either: the daemon runs without sessions.
@@ -104,6 +108,7 @@ void Daemon::shut_down() {
         return;
     }
     transcript_.line("shutdown");
+    freeHybridData(&g_hybridJobData);
     if (stage_ >= Stage::Backplane) {
         rtshm_BpApiExit();
     }
@@ -147,8 +152,7 @@ void Daemon::report_inventory() {
 }
 
 void Daemon::answer_hot_plug() {
-    constexpr uint16_t kRequests =
-        RTSYNC_FLAG_BPAPI_HBA | RTSYNC_FLAG_KRON | RTSYNC_FLAG_PCIESSD;
+    constexpr uint16_t kRequests = RTSYNC_FLAG_BPAPI_HBA | RTSYNC_FLAG_KRON | RTSYNC_FLAG_PCIESSD;
     uint16_t requested = 0;
     change_global_status([&](RTSyncGlobalStatus& s) {
         requested = s.flags & kRequests;
@@ -186,8 +190,8 @@ void Daemon::set_reinventory(bool running) {
     if (running) {
         RTSHM_InitPartialSharedMem();
     }
-    transcript_.line("re-inventory %s", running ? "begins, controllers and drives are forgotten"
-                                                : "ends");
+    transcript_.line("re-inventory %s",
+                     running ? "begins, controllers and drives are forgotten" : "ends");
 }
 
 }  // namespace vexsim

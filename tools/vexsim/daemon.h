@@ -46,6 +46,14 @@ class Daemon {
     void change_status(const StatusStep& step);
     void set_reinventory(bool running);
 
+    // Switches a drive's light at the backplane and, if asked to, over IPMI.
+    void identify(const IdentifyStep& step, bool over_ipmi);
+    void report_command(const CommandStep& step);
+    void set_job(const JobStep& step);
+
+    // Writes which endpoints there are, and where, for vexinspect. Throws RuntimeFailure.
+    void write_endpoints(const std::string& path) const;
+
     // A drive by its FQDD, which the scenario's parser has checked.
     DriveRef find_drive(const std::string& fqdd);
 
@@ -57,6 +65,11 @@ class Daemon {
     void add_nvme(const NvmeDrive& drive);
     void remove_nvme(const NvmeDrive& drive);
     void drop_endpoint(uint8_t eid, uint8_t type);
+    static void forget_command_results();
+    static void take_command_results(uint8_t eid);
+    static void drop_command_results(uint8_t eid);
+    void report_fru(const Controller& controller);
+    void read_topology();
     void publish_ssd(const NvmeDrive& drive, int temperature) const;
     void refresh();
     void refresh_controller(const Controller& controller);

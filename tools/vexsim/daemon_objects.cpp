@@ -2,7 +2,7 @@
 #include <cstring>
 
 #include "platform/shm.h"
-#include "rt_shm_layout.h"
+#include "rt_shm.h"
 #include "support/codes.h"
 #include "vexel.h"
 #include "vexsim/cache_lock.h"
@@ -66,6 +66,7 @@ void Daemon::register_endpoint(uint8_t eid, uint8_t type, uint8_t modular_id, ui
     expect_zero("rtcache_UpdateCachedObject",
                 rtcache_UpdateCachedObject(RTCACHE_REGISTER, eid, type, modular_id));
     expect_zero("rtcache_SetStorageEIDStatus", rtcache_SetStorageEIDStatus(eid, state));
+    take_command_results(eid);
 }
 
 void Daemon::add_controller(const Controller& controller) {
@@ -94,10 +95,15 @@ void Daemon::add_controller(const Controller& controller) {
                      unsigned{controller.eid}, type_text(controller.type).c_str(),
                      controller.fqdd.c_str(), controller.enclosures.size(), drives,
                      controller.virtual_disks.size());
+    if (controller.fru) {
+        report_fru(controller);
+    }
 }
 
 void Daemon::add_nvme(const NvmeDrive& drive) {
     register_endpoint(drive.eid, RTCACHE_TYPE_NVME, 0, kInventoryDone);
+    expect_zero("rtshm_UpdateNVMeSSDSlotToEID",
+                rtshm_UpdateNVMeSSDSlotToEID(drive.bay, drive.slot, drive.eid));
     {
         const CacheLock lock;
         const int temperature = drive.model.temperature.base;
@@ -118,6 +124,7 @@ void Daemon::drop_endpoint(uint8_t eid, uint8_t type) {
         expect_zero("rtcache_FreeObjectLevel", rtcache_FreeObjectLevel(eid, level));
     }
     expect_zero("rtcache_UpdateCachedObject", rtcache_UpdateCachedObject(0, eid, type, 0));
+    drop_command_results(eid);
 }
 
 void Daemon::drop_controller(const std::string& fqdd) {
@@ -130,6 +137,8 @@ void Daemon::drop_controller(const std::string& fqdd) {
 
 void Daemon::remove_nvme(const NvmeDrive& drive) {
     drop_endpoint(drive.eid, RTCACHE_TYPE_NVME);
+    expect_zero("rtshm_UpdateNVMeSSDSlotToEID",
+                rtshm_UpdateNVMeSSDSlotToEID(drive.bay, drive.slot, RTCACHE_EID_FREE));
     PCIeSSDFruRecord cleared;
     std::memset(&cleared, 0xFF, sizeof(cleared));
     write_region(ZENT_SHM_PCIESSD_FRU, cleared, fru_offset(drive));

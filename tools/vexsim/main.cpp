@@ -62,6 +62,20 @@ void divert_logs(const vexsim::Options& options, const RunFolder& folder, std::s
     setenv("VEX_EVENT_LOG", (folder.path() + "/events.log").c_str(), 0);
 }
 
+// What vexinspect, of this run or started by its --after-poll, is told beside the regions.
+std::string state_folder(const vexsim::Options& options, const RunFolder& folder) {
+    if (options.state.empty()) {
+        setenv("VEXSIM_STATE", folder.path().c_str(), 1);
+        setenv("VEX_BACKPLANE_STATE", (folder.path() + "/backplane.json").c_str(), 0);
+        return folder.path();
+    }
+    std::filesystem::create_directories(options.state);
+    std::filesystem::remove(options.state + "/backplane.json");  // of a run before
+    setenv("VEXSIM_STATE", options.state.c_str(), 1);
+    setenv("VEX_BACKPLANE_STATE", (options.state + "/backplane.json").c_str(), 1);
+    return options.state;
+}
+
 int play(const vexsim::Options& options, const vexsim::Scenario& scenario) {
     static std::string trace;  // the library reads the paths as long as the process lives
     static std::string backup;
@@ -70,6 +84,7 @@ int play(const vexsim::Options& options, const vexsim::Scenario& scenario) {
     vexsim::PlayOptions how = options.play;
     how.seed = options.seed.value_or(scenario.seed);
     how.folder = folder.path();
+    how.state = state_folder(options, folder);
     vexsim::Transcript transcript(options.quiet, options.transcript);
     vexsim::stop_on_signals();
     bool finished = false;

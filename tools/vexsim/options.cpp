@@ -36,6 +36,9 @@ void describe(CLI::App& app, Options& options) {
                    "shell command to run after each poll, with VEXSIM_POLL and VEXSIM_SECONDS");
     app.add_option("--transcript", options.transcript, "file that gets what happened");
     app.add_option("--trace", options.trace, "trace log of the library (default: none is kept)");
+    app.add_option("--state", options.state,
+                   "folder that gets the endpoint ids and the drive states written to the\n"
+                   "backplane, for vexinspect (default: none is kept)");
     app.add_flag("--quiet,-q", options.quiet, "print nothing but failures");
     app.add_flag("--check", options.check, "read the scenario, play nothing");
     app.add_flag("--cleanup", options.cleanup, "remove the regions of the namespace and end");

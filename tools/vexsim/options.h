@@ -15,6 +15,7 @@ struct Options {
     std::optional<uint64_t> seed;
     std::string transcript;
     std::string trace;
+    std::string state;
     bool quiet = false;
     bool keep = false;
     bool cleanup = false;

@@ -14,7 +14,7 @@ namespace vexsim {
 namespace {
 
 constexpr int64_t kMillisecondsPerSecond = 1000;
-constexpr int64_t kProgressInterval = 2000;  // chosen: seldom enough to read
+constexpr int64_t kProgressInterval = 2000;              // chosen: seldom enough to read
 constexpr std::chrono::milliseconds kLongestSleep{100};  // chosen: how late a signal may act
 // Start of virtual time for what carries a date: 2024-01-01 00:00:00 UTC. Chosen.
 constexpr int64_t kEpoch = 1'704'067'200;
@@ -76,8 +76,10 @@ bool Player::play() {
         server_.power_on();
         daemon_.start_up();
         server_.watch_backplane();
-        finished = play_steps() &&
-                   sleep_until(real_milliseconds() + options_.hold_seconds * kMillisecondsPerSecond);
+        finished = play_steps();
+        write_endpoints();
+        finished = finished && sleep_until(real_milliseconds() +
+                                           options_.hold_seconds * kMillisecondsPerSecond);
     } catch (...) {
         server_.stop_watching();
         daemon_.shut_down();
@@ -104,8 +106,8 @@ bool Player::wait_until(int64_t at) {
     const bool in_time =
         options_.speed <= 0
             ? stop_asked == 0
-            : sleep_until(started_at_ + static_cast<int64_t>(static_cast<double>(at) /
-                                                             options_.speed));
+            : sleep_until(started_at_ +
+                          static_cast<int64_t>(static_cast<double>(at) / options_.speed));
     if (in_time) {
         transcript_.set_time(at);
         set_clock(at);
@@ -126,6 +128,7 @@ void Player::report_progress(size_t done) {
 
 void Player::act(const PollStep&) {
     daemon_.poll();
+    write_endpoints();
     ++polls_;
     if (options_.after_poll.empty()) {
         return;
@@ -145,10 +148,10 @@ void Player::act(const NoteStep& step) {
 void Player::act(const DriveStep& step) {
     const DriveRef found = daemon_.find_drive(step.fqdd);
     transcript_.line("%s %s", step.plug ? "plug" : "pull", step.fqdd.c_str());
-    const bool noticed =
-        found.nvme != nullptr
-            ? server_.set_drive(found.nvme->bay, found.nvme->slot, step.plug)
-            : found.drive->bay && server_.set_drive(*found.drive->bay, found.drive->slot, step.plug);
+    const bool noticed = found.nvme != nullptr
+                             ? server_.set_drive(found.nvme->bay, found.nvme->slot, step.plug)
+                             : found.drive->bay && server_.set_drive(*found.drive->bay,
+                                                                     found.drive->slot, step.plug);
     if (found.nvme != nullptr) {
         server_.set_ssd_status(*found.nvme, step.plug);
     }
@@ -160,6 +163,18 @@ void Player::act(const DriveStep& step) {
     } else {
         daemon_.remove_drive(step.fqdd);
     }
+}
+
+void Player::act(const IdentifyStep& step) {
+    const char* ipmi = std::getenv("VEX_IPMI");
+    daemon_.identify(step, ipmi != nullptr && *ipmi != '\0');
+    const NvmeDrive& drive = *daemon_.find_drive(step.fqdd).nvme;
+    const bool blinks = server_.written_state(drive.bay, drive.slot) == BPAPI_DRIVE_STATE_IDENTIFY;
+    if (blinks != step.blink) {
+        throw RuntimeFailure("the backplane service did not get what was written to " + step.fqdd);
+    }
+    transcript_.line("%s: %s at the backplane", step.fqdd.c_str(),
+                     blinks ? "blinks" : "shows its state");
 }
 
 void Player::act(const TopologyStep& step) {

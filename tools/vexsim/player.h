@@ -19,6 +19,7 @@ struct PlayOptions {
     int hold_seconds = 0;    // real time between the last step and the shutdown
     std::string after_poll;  // shell command, run after each poll
     std::string folder;      // of this run
+    std::string state;       // folder for what vexinspect is told beside the regions
 };
 
 class Player {
@@ -41,6 +42,10 @@ class Player {
     void act(const ReinventoryStep& step) { daemon_.set_reinventory(step.running); }
     void act(const ThermalStep& step);
     void act(const DropStep& step) { daemon_.drop_controller(step.fqdd); }
+    void act(const IdentifyStep& step);
+    void act(const CommandStep& step) { daemon_.report_command(step); }
+    void act(const JobStep& step) { daemon_.set_job(step); }
+    void write_endpoints() const { daemon_.write_endpoints(options_.state + "/endpoints.json"); }
     bool wait_until(int64_t at);
     void report_progress(size_t done);
 

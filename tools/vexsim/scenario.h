@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "support/json_file.h"
+#include "vexsim/drive_steps.h"
 
 namespace vexsim {
 
@@ -89,6 +90,13 @@ struct PciIdentity {
     std::array<uint16_t, 4> ids{};  // vendor, device, subsystem vendor, subsystem device
 };
 
+// A card's place in the platform's FRU table.
+struct FruCard {
+    uint8_t type = 0;
+    uint8_t slot = 0;
+    std::string name;
+};
+
 struct Controller {
     std::string fqdd;
     std::string name;
@@ -108,6 +116,7 @@ struct Controller {
     std::vector<Enclosure> enclosures;
     std::vector<Drive> drives;
     std::vector<VirtualDisk> virtual_disks;
+    std::optional<FruCard> fru;
     std::vector<std::string> foreign;  // virtual disks that another controller made
 };
 
@@ -169,11 +178,6 @@ struct InventoryStateStep {
     uint8_t state = 0;
 };
 
-// A controller is gone for good, with everything behind it.
-struct DropStep {
-    std::string fqdd;
-};
-
 // Sets and clears bits of the global status.
 struct StatusStep {
     uint16_t set_flags = 0, clear_flags = 0;
@@ -190,7 +194,8 @@ struct ThermalStep {
 };
 
 using Action = std::variant<PollStep, NoteStep, SetStep, DriveStep, TopologyStep,
-                            InventoryStateStep, StatusStep, ReinventoryStep, ThermalStep, DropStep>;
+                            InventoryStateStep, StatusStep, ReinventoryStep, ThermalStep, DropStep,
+                            IdentifyStep, CommandStep, JobStep>;
 
 struct Step {
     int64_t at = 0;  // milliseconds of virtual time

@@ -2,8 +2,10 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "rt_shm_layout.h"
+#include "support/backplane_state.h"
 #include "vexsim/region_io.h"
 
 namespace vexsim {
@@ -14,6 +16,23 @@ constexpr uint16_t kStatusPresent = 1;
 constexpr uint8_t kNoPosition = 0xFF;
 // Chosen: a loaded machine under emulation needs a tenth of it.
 constexpr std::chrono::milliseconds kCallbackTimeOut{20'000};
+constexpr uint16_t kFirstFruId = 0x0101;
+
+// A FRU with a board area, in which the maker's three letters put the name at byte 19.
+std::vector<uint8_t> fru_data(const std::string& name) {
+    std::vector<uint8_t> area = {1, 0, 25, 0, 0, 0, 0xC3, 'V', 'E', 'X'};
+    area.push_back(static_cast<uint8_t>(0xC0 + name.size()));
+    area.insert(area.end(), name.begin(), name.end());
+    area.push_back(0xC1);  // no more fields
+    area.resize((area.size() + 8) / 8 * 8);
+    area[1] = static_cast<uint8_t>(area.size() / 8);
+    std::vector<uint8_t> data = {1, 0, 0, 1, 0, 0, 0, 0xFE};
+    for (const uint8_t byte : area) {
+        area.back() = static_cast<uint8_t>(area.back() - byte);  // the area's sum becomes 0
+    }
+    data.insert(data.end(), area.begin(), area.end());
+    return data;
+}
 
 }  // namespace
 
@@ -28,6 +47,7 @@ void Server::power_on() {
     }
     publish_extenders();
     publish_ssds();
+    publish_frus();
     set_thermal(scenario_.thermal);
 }
 
@@ -91,6 +111,45 @@ void Server::publish_ssds() const {
         region.status[drive.global_slot].u16DriveStatus = drive.present ? kStatusPresent : 0;
     }
     write_region(ZENT_SHM_PCIESSD_STATUS, region);
+}
+
+void Server::publish_frus() const {
+    std::vector<FruCard> cards;
+    for (const Controller& controller : scenario_.controllers) {
+        if (controller.fru) {
+            cards.push_back(*controller.fru);
+        }
+    }
+    std::vector<uint8_t> table(ZENT_SHM_FRU_ENTRIES + cards.size() * sizeof(ZentFruTableEntry));
+    table[ZENT_SHM_FRU_COUNT] = static_cast<uint8_t>(cards.size());
+    for (size_t i = 0; i < cards.size(); ++i) {
+        const std::vector<uint8_t> data = fru_data(cards[i].name);
+        ZentFruTableEntry entry{};
+        entry.fruId = static_cast<uint16_t>(kFirstFruId + i);
+        entry.cardType = cards[i].type;
+        entry.infoOffset = static_cast<uint32_t>(table.size());
+        std::memcpy(&table[ZENT_SHM_FRU_ENTRIES + i * sizeof(entry)], &entry, sizeof(entry));
+        ZentFruInfo info{};
+        info.device_presence = 1;
+        info.device_id = entry.fruId;
+        info.slotNumber = cards[i].slot;
+        info.device_type = cards[i].type;
+        info.size = static_cast<uint16_t>(data.size());
+        info.offset = static_cast<uint32_t>(table.size() + sizeof(info));
+        const auto* bytes = reinterpret_cast<const uint8_t*>(&info);
+        table.insert(table.end(), bytes, bytes + sizeof(info));
+        table.insert(table.end(), data.begin(), data.end());
+    }
+    expect_zero("Zent_shm_memwrite", Zent_shm_memwrite(ZENT_SHM_FRU_TABLE, table.data(), 0,
+                                                       static_cast<int>(table.size())));
+}
+
+int64_t Server::written_state(uint8_t bay, uint8_t slot) const {
+    const char* set = std::getenv("VEX_BACKPLANE_STATE");
+    const auto states = vextools::read_drive_states(
+        set != nullptr && *set != '\0' ? set : topology_path_ + ".state");
+    const auto found = states.find({bay, slot});
+    return found == states.end() ? -1 : found->second;
 }
 
 void Server::set_ssd_status(const NvmeDrive& drive, bool present) const {

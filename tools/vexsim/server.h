@@ -33,6 +33,9 @@ class Server {
     bool replace_topology(const vextools::JsonValue& topology);
     bool set_drive(uint8_t bay, uint8_t slot, bool present);
 
+    // The drive state that was written to the backplane last; none: -1.
+    int64_t written_state(uint8_t bay, uint8_t slot) const;
+
     // The platform's rows about an NVMe drive: its status, and that presence changed.
     void set_ssd_status(const NvmeDrive& drive, bool present) const;
     void set_thermal(const ThermalSettings& settings) const;
@@ -41,6 +44,7 @@ class Server {
     bool publish_topology();
     void publish_extenders() const;
     void publish_ssds() const;
+    void publish_frus() const;
 
     const Scenario& scenario_;
     std::string topology_path_;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "rt_cache.h"
 #include "support/codes.h"
 
 namespace vexsim {
@@ -22,6 +23,9 @@ constexpr int64_t kGlobalSlots = 32;
 constexpr uint32_t kBatterySupported = 0x10;
 constexpr uint8_t kTypeKron18 = 18;
 constexpr uint8_t kInventoryDone = 2;
+constexpr int64_t kFruTypeSlotCard = 4;
+constexpr int64_t kFruTypeBootCard = 17;
+constexpr size_t kMaxFruName = 63;  // what the length of a FRU's field can say
 constexpr uint64_t kBlockBytes = 512;
 
 uint8_t read_byte(const JsonReader& field, int64_t fallback) {
@@ -121,6 +125,16 @@ PciIdentity read_pci(const JsonReader& object) {
     return pci;
 }
 
+FruCard read_fru(const JsonReader& object, const Controller& controller) {
+    object.expect_object({"type", "slot", "name"});
+    const bool boot_card = controller.type == RTCACHE_TYPE_BOOT_CARD;
+    const int64_t slot =
+        controller.pci ? controller.pci->location_b << 7 | controller.pci->location_a >> 1 : 0;
+    return {.type = read_byte(object["type"], boot_card ? kFruTypeBootCard : kFruTypeSlotCard),
+            .slot = read_byte(object["slot"], slot),
+            .name = object["name"].text(kMaxFruName)};
+}
+
 Battery read_battery(const JsonReader& object, const std::string& controller) {
     object.expect_object({"fqdd", "name", "state", "temperature"});
     return {
@@ -165,7 +179,7 @@ class ControllerReader {
                                "capability",   "attributes",  "drivePollingDisabled",
                                "valueA",       "valueB",      "driver",
                                "battery",      "enclosures",  "drives",
-                               "virtualDisks", "foreign"});
+                               "virtualDisks", "foreign",     "fru"});
         controller_.fqdd = object_["fqdd"].text(kMaxFqdd);
         controller_.name = object_["name"].text_or(controller_.fqdd, kMaxNameLength);
         controller_.eid = static_cast<uint8_t>(object_["eid"].integer(0, kMaxEid));
@@ -178,6 +192,9 @@ class ControllerReader {
                                : kInventoryDone);
         if (object_["pci"].exists()) {
             controller_.pci = read_pci(object_["pci"]);
+        }
+        if (object_["fru"].exists()) {
+            controller_.fru = read_fru(object_["fru"], controller_);
         }
     }
 

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <filesystem>
 #include <map>
+#include <set>
 
 #include "platform/linux/bpapi_topology.h"
 #include "rt_sync.h"
@@ -63,6 +64,7 @@ class TimelineReader {
         }
         for (const NvmeDrive& drive : scenario.nvme) {
             present_[drive.fqdd] = drive.present;
+            nvme_.insert(drive.fqdd);
         }
     }
 
@@ -145,10 +147,14 @@ class TimelineReader {
             {"reinventory", &TimelineReader::read_reinventory},
             {"thermal", &TimelineReader::read_thermal_step},
             {"drop", &TimelineReader::read_drop},
+            {"blink", &TimelineReader::read_blink},
+            {"unblink", &TimelineReader::read_unblink},
+            {"command", &TimelineReader::read_command},
+            {"job", &TimelineReader::read_job},
         };
         element.expect_object({"at", "every", "times", "poll", "note", "set", "pull", "plug",
-                               "topology", "inventory", "status", "reinventory", "thermal",
-                               "drop"});
+                               "topology", "inventory", "status", "reinventory", "thermal", "drop",
+                               "blink", "unblink", "command", "job"});
         const std::pair<const char*, Read>* found = nullptr;
         for (const auto& action : kActions) {
             if (element[action.first].exists()) {
@@ -241,6 +247,48 @@ class TimelineReader {
         return DropStep{read_controller_fqdd(field)};
     }
 
+    std::string read_nvme(const JsonReader& field) const {
+        const std::string fqdd = field.text(kMaxFqdd);
+        if (!nvme_.contains(fqdd)) {
+            field.fail("expected the FQDD of an NVMe drive of this scenario");
+        }
+        return fqdd;
+    }
+
+    Action read_blink(const JsonReader& field) const {
+        return IdentifyStep{.fqdd = read_nvme(field), .blink = true};
+    }
+
+    Action read_unblink(const JsonReader& field) const {
+        return IdentifyStep{.fqdd = read_nvme(field), .blink = false};
+    }
+
+    Action read_command(const JsonReader& field) const {
+        field.expect_object({"device", "result", "recovery"});
+        const JsonReader device = field["device"];
+        return CommandStep{
+            .fqdd = nvme_.contains(device.text(kMaxFqdd)) ? device.text(kMaxFqdd)
+                                                          : read_controller_fqdd(device),
+            .result = static_cast<uint32_t>(field["result"].code(vextools::kCommandResults, 0, 0)),
+            .recovery = static_cast<uint8_t>(field["recovery"].integer_or(0, 0, 0xFF))};
+    }
+
+    Action read_job(const JsonReader& field) const {
+        JobStep job;
+        if (field.is_text()) {
+            static constexpr vextools::NamedCode kEnd[] = {{"end", 0}};
+            field.code(kEnd, 0, 0);
+            return job;
+        }
+        for (const JsonReader& item : field.items()) {
+            job.controllers.push_back(read_controller_fqdd(item));
+        }
+        if (job.controllers.empty()) {
+            field.fail("expected FQDDs of controllers, or \"end\"");
+        }
+        return job;
+    }
+
     Action read_status(const JsonReader& field) const {
         field.expect_object({"set", "clear"});
         StatusStep step;
@@ -269,6 +317,7 @@ class TimelineReader {
     std::map<std::string, bool> controllers_;  // false: dropped
     std::map<std::string, bool> present_;      // drives
     std::map<std::string, std::string> controller_of_;
+    std::set<std::string> nvme_;
     std::vector<Placed> steps_;
 };
 

@@ -1,0 +1,14 @@
+// The field-replaceable units of controllers and PCIe SSDs.
+#ifndef TOOLS_VEXINSPECT_FRU_H
+#define TOOLS_VEXINSPECT_FRU_H
+
+#include <string>
+
+namespace vexinspect {
+
+// Throws std::runtime_error if a region cannot be read.
+std::string show_frus();
+
+}  // namespace vexinspect
+
+#endif  // TOOLS_VEXINSPECT_FRU_H
