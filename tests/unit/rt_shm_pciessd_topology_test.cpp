@@ -72,7 +72,7 @@ TEST_F(PcieSsdTopology, TheFirstSlotOfEachBayBecomesItsBackplane) {
     put_slot(3, 1, 0, 0x31);
     put_slot(31, 4, 49, 0x41);
     put_slot(5, 5, 0, 0);   // no such bay
-    put_slot(6, 0, 50, 0);  // no such slot
+    put_slot(1, 1, 50, 0);  // no such slot
     EXPECT_EQ(rtshm_getPCIessdBp(), 0u);
     const struct {
         unsigned bay;

@@ -22,15 +22,16 @@ bool is_written(const PCIeSSDStatusRegion& region) {
     });
 }
 
-std::uint8_t count_slots(const PCIeSSDStatusRegion& region, unsigned bay) {
-    return static_cast<std::uint8_t>(std::ranges::count_if(
-        region.positions,
-        [bay](const PCIeSSDPosition& position) { return position.u8BayId == bay; }));
-}
-
 // Whether a slot names a drive position; 0xFF in both bytes is a slot that is not there.
 bool is_position(const PCIeSSDPosition& position) {
     return position.u8BayId < NVME_BAYS && position.u8SlotNumInBay < NVME_SLOTS;
+}
+
+std::uint8_t count_slots(const PCIeSSDStatusRegion& region, unsigned bay) {
+    return static_cast<std::uint8_t>(
+        std::ranges::count_if(region.positions, [bay](const PCIeSSDPosition& position) {
+            return position.u8BayId == bay && is_position(position);
+        }));
 }
 
 bool is_absent(const PCIeSSDPosition& position) {
