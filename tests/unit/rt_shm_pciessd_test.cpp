@@ -47,6 +47,7 @@ TEST_F(PcieSsdStatus, StatusOfASlotAndChangeCounter) {
     EXPECT_EQ(RTSHM_readPciessdDriveStatusFromShm(&status, -37), 3u) << "before the region";
     EXPECT_EQ(status, 0xEEEE);
     EXPECT_EQ(RTSHM_readPciessdDriveStatusFromShm(&status, 0x10000 + 31), 0u) << "16 bits";
+    EXPECT_TRUE(logged(4, " Entry u8Slot:31 "));
     const int reads = platform.calls(Place::ShmRead);
     EXPECT_EQ(RTSHM_readPciessdDriveStatusFromShm(nullptr, 0), 0u);
     EXPECT_EQ(platform.calls(Place::ShmRead), reads) << "no output, nothing read";
@@ -63,7 +64,8 @@ TEST_F(PcieSsdStatus, StatusBlockIsOneWrite) {
     expected[10] = 0x11;
     EXPECT_EQ(updatePciessdiBCDDataToShm(block.data()), 0u);
     EXPECT_EQ(region, expected);
-    EXPECT_EQ(platform.writes().size(), 2u);
+    ASSERT_EQ(platform.writes().size(), 2u);
+    EXPECT_EQ(platform.writes()[1].offset, 10) << "the counter tells of what is there already";
     EXPECT_EQ(updatePciessdiBCDDataToShm(nullptr), 2u);
 }
 

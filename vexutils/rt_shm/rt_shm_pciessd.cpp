@@ -69,6 +69,7 @@ uint32_t RTSHM_GetPCIeSSDGlobalSlotNumberBase(uint8_t bayId, uint8_t* base) {
 }
 
 uint32_t RTSHM_ReadPCIeSSDPresenceSharedMem(uint8_t* changed) {
+    LOG(Level::Trace, "--> %s", __func__);
     if (changed == nullptr) {
         LOG(Level::Error, "<-- err null inputs");
         return 2;
@@ -88,11 +89,12 @@ uint32_t RTSHM_ReadPCIeSSDPresenceSharedMem(uint8_t* changed) {
 }
 
 uint32_t RTSHM_readPciessdDriveStatusFromShm(uint16_t* u16DriveStatus, int slot) {
-    LOG(Level::Trace, " Entry u8Slot:%d ", slot);
+    const auto global_slot = static_cast<std::int16_t>(slot);
+    LOG(Level::Trace, " Entry u8Slot:%d ", global_slot);
     if (u16DriveStatus == nullptr) {
         return 0;  // Kept: no output is no error, as with the bay and slot readers.
     }
-    const int offset = status_offset(static_cast<std::int16_t>(slot));
+    const int offset = status_offset(global_slot);
     std::uint16_t status = 0;
     const int result = Zent_shm_memread(ZENT_SHM_PCIESSD_STATUS, &status, offset, sizeof(status));
     if (result != 0) {
