@@ -395,14 +395,15 @@ uint32_t rtcache_GetCachedEvents(uint32_t eid, RtCacheEventRow **events, RtCache
  * Returns: 0; 2 null argument; 3 no memory, *head unchanged.
  * Owns: the caller each node, and its event data, which belongs to the node from now on, vexel_free.
  * Locks: none; the rows are the caller's own.
+ * Source: what the list holds, and in which order, is chosen here.
  */
 uint32_t rtcache_ConvertCacheToEvent(const void *eventList, const void *pdArea, RtCacheEventNode **head);
 
 /*
  * Takes the events of one object type out of an endpoint's, as a list made as rtcache_ConvertCacheToEvent makes it; with
- * type 3 the changed disks too. The others stay, in order.
+ * type 3 the changed disks too. The others stay, in order. eid: 0 to 254. objType: RT_OBJ_... *head: null or a list.
  * Returns: 0, also if there are none; 1 EID not registered; 2 head null; 3 lock not taken or no memory: nothing is taken.
- * Owns: the caller, as above. Locks: takes mutexRtCache.
+ * Owns: the caller, as above. Locks: takes mutexRtCache. Source: as above.
  */
 uint32_t rtcache_GetEventsByObjType(uint32_t eid, uint32_t objType, RtCacheEventNode **head);
 
@@ -453,24 +454,25 @@ void rtcache_FreeMem(void);
 /* ---- Look-ups by FQDD ----------------------------------------------------------------------------------------------- */
 
 /*
- * Reads the FQDD of a controller or PCIe SSD adapter. Returns: text of the cache, valid while the lock is held; null if
- * there is none. Locks: the caller holds mutexRtCache.
+ * Reads the FQDD of a controller or PCIe SSD adapter. eid: 0 to 254.
+ * Returns: text of the cache, valid while the lock is held; null if there is none. Locks: the caller holds mutexRtCache.
  */
 const wchar_t *rtcache_GetAdapterFQDD(uint32_t eid);
 
-/* Reads the FQDD of a controller's battery. Returns, Locks: as rtcache_GetAdapterFQDD. */
+/* Reads the FQDD of a controller's battery. eid, Returns, Locks: as rtcache_GetAdapterFQDD. */
 const wchar_t *rtcache_GetBatteryFQDD(uint32_t eid);
 
 /*
- * Copies the FQDD of an enclosure or backplane. enclId: its object key. out: not null; receives the copy, null if there is
- * no such enclosure, no FQDD or no memory.
- * Returns: the enclosure's position, 0 also if there is no such enclosure. Locks: the caller holds mutexRtCache.
+ * Copies the FQDD of an enclosure or backplane. eid: 0 to 254. enclId: its object key. out: receives the copy, null if there
+ * is no such enclosure, no FQDD or no memory.
+ * Returns: the enclosure's position; 0 also if there is no such enclosure or out is null. Locks: the caller holds mutexRtCache.
  * Owns: *out belongs to the caller, vexel_free.
  */
 uint8_t rtcache_GetEnclosureFQDD(uint32_t eid, uint32_t enclId, wchar_t **out);
 
 /*
  * Builds the FQDD of a PCIe SSD from the shared-memory tables; a drive without an extender card names PCIe slot 255.
+ * globalSlot: 0 to 31.
  * Returns: a text of at most 59 characters; null if its bay or slot is unknown, a region is not readable or there is no
  * memory. Owns: the caller, vexel_free. Locks: none.
  */
@@ -509,12 +511,18 @@ typedef struct RtControllerStatus {
 } RtControllerStatus;
 static_assert(sizeof(RtControllerStatus) == 6, "record shared with VEXEL");
 
-/* Without a lock: VEXEL serialises the changes of an entry. The last two are VEXEL's, the library only provides them. */
+/*
+ * Without a lock of their own: VEXEL serialises the changes of an entry. The last two are VEXEL's, the library only provides
+ * them. The functions below search entries from index 0; eid: 0 to 255, as VEXEL filled them in.
+ */
 extern RtControllerStatus g_rtpil_Controller_Status[RTPIL_CONTROLLERS];
 extern uint8_t g_rtpil_MCTPCommandStatus[RTPIL_MCTP_COMMAND_STATUS_BYTES];
 extern uint8_t g_rtpil_HBA_Communication_Status[RTPIL_HBA_COMMUNICATION_STATUS_BYTES];
 
-/* Reads the communication state of a controller. Returns: 0, also if the EID is unknown (GOOD); -1 status is null. */
+/*
+ * Reads the communication state of a controller, bits 0 to 2 of status.
+ * Returns: 0, also if the EID is unknown (RTPIL_COMMUNICATION_GOOD); -1 status is null.
+ */
 int32_t rtpil_GetControllerCommunicationStatus(int32_t eid, uint8_t *status);
 
 /*
@@ -523,6 +531,7 @@ int32_t rtpil_GetControllerCommunicationStatus(int32_t eid, uint8_t *status);
  * eid: 0 to 115; the recovery byte of a greater one is dropped. command: RTPIL_COMMAND_... or a communication state.
  * recovery: low 8 bits, kept with a failure that marks; every other command but a failure clears what was kept.
  * Returns: 0, also for an unknown command; -1 the EID is not in the table.
+ * Locks: the caller holds mutexRtCache, by which the endpoint's type is looked up.
  */
 int32_t rtmpi2_UpdateControllerCommandStatus(int32_t eid, uint32_t command, uint32_t recovery);
 

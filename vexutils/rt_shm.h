@@ -170,8 +170,9 @@ uint32_t getBayIDandSlotFromFqdd(const char *fqdd, uint8_t length, uint8_t *bayI
  */
 
 /*
- * Reads the slot in its bay of a global PCIe SSD slot from region 20. slot: its low 16 bits count, signed.
- * Returns: 0, also for a null output, which reads nothing; 3 not readable.
+ * Reads the slot in its bay of a global PCIe SSD slot from region 20. slot: 0 to 31; its low 16 bits count, signed, and
+ * numbers that name no slot read other bytes of the region. u8SlotNumInBay: may be null, which reads nothing.
+ * Returns: 0, also for a null output; 3 not readable or behind the region's ends.
  */
 uint32_t RTSHM_readSSDSlotNumFromGblSlotNum(uint8_t *u8SlotNumInBay, int slot);
 
@@ -191,7 +192,7 @@ uint32_t RTSHM_readBayIDAndSlotNoFromEID(uint8_t *bay, uint8_t *slot, int eid);
 /* Finds the last position of a drive with this VDM endpoint id, whatever the endpoint's type. eid: 0 to 254. */
 uint32_t RTSHM_readBayIDAndSlotNoFromVDMEID(uint8_t *bay, uint8_t *slot, int eid);
 
-/* Returns: the I2C endpoint id of the drive with this VDM endpoint id; 255 there is none. */
+/* Returns: the I2C endpoint id of the drive with this VDM endpoint id, 0 to 254; 255 there is none. */
 uint8_t rtshm_getI2CNVMeSSDEIDfromVDMEID(int eid);
 
 /* ---- Backplane firmware --------------------------------------------------------------------------------------------- */
@@ -214,10 +215,15 @@ uint32_t RTSHM_ReadBpFwVersion(unsigned bay, uint32_t *output);
 
 enum { RTSHM_NO_DRIVE_STATE = 0xFFFF };
 
+/*
+ * Each of the following blocks for its transactions with the backplane service. u8bayId, u8Slot: as the backplane numbers
+ * them; it refuses what it does not have. Locks, where not said otherwise: none.
+ */
+
 /* Starts to blink a drive, over a session of its own. Returns: 0; 1 no session or write refused. */
 uint32_t BlinkNVMeSSD(uint8_t u8bayId, uint8_t u8Slot);
 
-/* Stops to blink a drive by writing its state, over a session of its own. Returns: 0; 1 no session or write refused. */
+/* Stops to blink a drive by writing its state, over a session of its own. Returns: as BlinkNVMeSSD. */
 uint32_t UnBlinkNVMeSSD(uint8_t u8bayId, uint8_t u8Slot, uint16_t u6NVMeDriveState);
 
 /*
@@ -290,12 +296,13 @@ uint32_t RTSHM_UpdateSharedMem(uint32_t kronTotalCount);
  *   RTCACHE_TYPE_PCIESSD with cardKind 2: cards, records and FQDDs of 0 to 3.
  * Functions below refuse any other type or index with 2. Results: 0 done; 2 bad argument, nothing written; 3 the region was
  * not readable or not writable, what was written before stays. No locks; one thread at a time writes a device's record.
+ * Source: the layouts are shared with other daemons; what the functions write, and in which order, is chosen here.
  */
 
 /*
  * Stores a device's FRU: the image, then where the device is, its presence last, and marks the region as updated.
- * bayId, slot: of a drive; a card's record carries cardKind and index instead. fru: fruSize bytes, 1 to 512; the image is
- * filled up with zeros. The temperature stays.
+ * bayId, slot: of a drive, stored as they are; a card's record carries cardKind and index instead. fru: fruSize bytes, 1 to
+ * 512; the image is filled up with zeros. The temperature stays, and of a drive the size code.
  * Returns: 0; 2 also if fru is null or its size out of range; 3.
  */
 uint32_t RTSHM_StoreFRU(uint8_t eidType, uint8_t cardKind, uint8_t index, uint8_t bayId, uint8_t slot, const uint8_t *fru,
@@ -326,20 +333,22 @@ uint32_t RTSHM_GetPCIeSSDGlobalSlotNumberBase(uint8_t bayId, uint8_t *base);
 uint32_t RTSHM_ReadPCIeSSDPresenceSharedMem(uint8_t *changed);
 
 /*
- * Reads the drive status of a global slot. slot: its low 16 bits, signed.
- * Returns: 0, also if u16DriveStatus is null; 3 not readable or no such slot, output unchanged.
+ * Reads the drive status of a global slot. slot: 0 to 31; its low 16 bits count, signed, and numbers that name no slot read
+ * other bytes of the region. u16DriveStatus: may be null, which reads nothing.
+ * Returns: 0, also for a null output; 3 not readable or behind the region's ends, output unchanged.
  */
 uint32_t RTSHM_readPciessdDriveStatusFromShm(uint16_t *u16DriveStatus, int slot);
 
 /*
- * Writes the drive status of a global slot, 0 to 31, and raises the status-change counter.
+ * Writes the drive status of a global slot, then raises the status-change counter by one; 255 becomes 0.
+ * u16DriveStatus: as the backplane defines it. u8SSDSlotNum: 0 to 31.
  * Returns: 0; 2 slot out of range; 3 (the status may be written without the counter).
  */
 uint32_t updatePciessdDriveStatusToShm(uint16_t u16DriveStatus, uint8_t u8SSDSlotNum);
 
 /*
- * Writes the status block of all global slots and raises the status-change counter. statusBlock128: 32 entries of
- * PCIeSSDStatusEntry. Returns: 0; 2 null; 3 (as above).
+ * Writes the status block of all global slots at once, then raises the status-change counter, as above.
+ * statusBlock128: 32 PCIeSSDStatusEntry, 128 bytes. Returns: 0; 2 null; 3 (as above).
  */
 uint32_t updatePciessdiBCDDataToShm(const void *statusBlock128);
 
@@ -367,14 +376,14 @@ uint32_t get_HBA_FRU_Info(uint8_t **data, uint32_t *size, uint8_t cardType, uint
 /* As get_HBA_FRU_Info, for KRON and TAVI cards; the slot counts for cardType 4 only, of others the first card is taken. */
 uint32_t get_KRON_TAVI_FRU_Info(uint8_t **data, uint32_t *size, uint8_t cardType, uint8_t slot);
 
-/* Returns: 0 the boot-storage card is a TAVI-A2; 1 it is another, or there is none. */
+/* Returns: 0 the boot-storage card is a TAVI-A2; 1 it is another, there is none, or its data was not readable. */
 uint32_t is_TAVI_A2_Present(void);
 
-/* Tells the model by a card's FRU data: size bytes. Returns: 1 TAVI-A1; 2 TAVI-A2; 0 another. */
+/* Tells the model by a card's FRU data: size bytes, may be null. Returns: 1 TAVI-A1; 2 TAVI-A2; 0 another or no data. */
 uint32_t get_TAVI_Revison(const uint8_t *data, uint32_t size);
 
 /*
- * Reads slot and model of a TAVI card. tableEntry: its 15 byte entry of the FRU table. revision: as get_TAVI_Revison.
+ * Reads slot and model of a TAVI card. tableEntry: its ZentFruTableEntry (platform/shm.h). revision: as get_TAVI_Revison.
  * Returns: 0; 2 the FRU data was not readable; 3 no FRU information, no memory or a null argument: outputs unchanged.
  */
 uint32_t update_TAVI_FRU_Info(const void *tableEntry, uint8_t *slotNumber, uint8_t *revision);
@@ -388,15 +397,22 @@ uint32_t update_TAVI_FRU_Info(const void *tableEntry, uint8_t *slotNumber, uint8
 uint32_t getSlotandSlotIndexfromFQDD(const void *fqdd, uint32_t length, uint8_t *slot, uint8_t *slotIndex,
                                      uint32_t *slotType);
 
+/* ---- PCIe SSDs: cabling, extenders and backplanes ---------------------------------------------------------------------- */
+
+/*
+ * Source of this section: chosen; extenders and backplanes are those that the NVMe functions above build.
+ */
+
 /*
  * Says whether the drive of an endpoint is cabled to a KRON controller. behind: 0 or 1. eid: 0 to 254.
- * Returns: 0; 1 the endpoint is not registered or the drive has no cabled position (add-in cards have none); 3 no drive has
- * this endpoint id. Only with 0 is *behind written. Locks: the caller holds mutexRtCache.
+ * Returns: 0; 1 the endpoint is not registered, the drive has no cabled position (add-in cards have none) or behind is null;
+ * 3 no drive has this endpoint id. Only with 0 is *behind written. Locks: the caller holds mutexRtCache.
  */
 uint32_t rtshm_IsDriveBehindKRONfromBPAPIByEID(uint8_t *behind, uint8_t eid);
 
 /*
- * Creates the cached extender of every extender card of PCIe SSDs in region 15, at most 16; those that exist stay.
+ * Creates the cached extender of every extender card of PCIe SSDs (SHM_EXTENDER_TYPE_PCIESSD) in region 15, at most 16;
+ * those that exist stay.
  * Returns: 0; 3 the region is not readable or an extender could not be created, the cards behind it are not looked at.
  * Locks: takes mutexRtCache for each.
  */
@@ -410,7 +426,7 @@ uint32_t processPciessdExtndrcardInfo(uint8_t bayId, uint32_t extenderSlot);
 
 /*
  * Creates the cached backplane of every bay in the slot map of region 20, from its first global slot; those that exist
- * stay. Slots at no possible position are skipped with a warning; a region that is all zeros has no slots.
+ * stay. Slots at no possible position are skipped with a warning and not counted; a slot map of zeros has no slots.
  * Returns: 0; 3 the region is not readable or a backplane could not be created, the others are.
  * Locks: takes mutexRtCache for each.
  */

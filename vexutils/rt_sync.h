@@ -67,7 +67,7 @@ static_assert(sizeof(RTThreadInfo) == 16, "record shared with VEXEL");
 /* One controller of the job filter. */
 typedef struct HybridJobInfo {
     uint32_t ctrId; /* low byte: endpoint id of the controller once known, 0 before */
-    wchar_t *FQDD;  /* RTSYNC_JOB_FQDD_CHARACTERS; null if there was no memory */
+    wchar_t *FQDD;  /* RTSYNC_JOB_FQDD_CHARACTERS; null if there was no text or no memory */
 } HybridJobInfo;
 
 /* The controllers that the running job concerns. */
@@ -186,14 +186,15 @@ uint32_t rtraid_SetKRONInventoryThreadFlag(uint32_t u32Value);
  * Installs the list of controllers that the running job concerns, in place of a list that is installed.
  * count: FQDDs; below 1 nothing is installed and what is installed stays. fqdds: count texts, of which the first 63
  * characters count; a null text makes an entry that only an endpoint id finds. "%%" in a text stands for "%".
- * Without memory for the list nothing changes; without memory for an entry that entry is null.
+ * With fqdds null or without memory for the list nothing changes; without memory for an entry that entry is null.
  */
 void updateNotifFQDD(int32_t count, const wchar_t **fqdds);
 
 /*
  * Says whether the running job concerns a device.
  * fqdd: address of the controller or of a device behind it, may be null. eid: endpoint id of the controller.
- * byId: 0 finds the first entry whose FQDD occurs in fqdd and binds eid to it; else finds the first entry bound to eid.
+ * byId: 0 finds the first entry whose FQDD occurs in fqdd and binds eid to it; else finds the first entry bound to eid. An
+ * entry that is not bound yet answers to 0.
  * Returns: 1 it does, or jobs are not filtered; 0 it does not.
  */
 uint32_t isFQDDEIDPresent(const wchar_t *fqdd, uint8_t eid, uint32_t byId);
