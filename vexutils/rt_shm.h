@@ -355,9 +355,9 @@ uint32_t updatePciessdiBCDDataToShm(const void *statusBlock128);
 /*
  * Takes over simulated drives, for machines without them. "/tmp/ssdstatus.txt", of which 4096 bytes are read: lines of
  * a global slot (decimal) and its status (hexadecimal); slots that are not named keep theirs; lines of another form are
- * skipped and counted in the log. "/tmp/ssdfru.bin": up to 36 images of 512 bytes, the FRUs of drives 0, 1, ... at the bay
- * and slot of the global slot of the same number (0xFF from 32 on). Links are not followed; a file that is not there
- * changes nothing.
+ * skipped and counted in the log, what lies beyond those bytes as one more. "/tmp/ssdfru.bin": up to 36 images of 512 bytes,
+ * the FRUs of drives 0, 1, ... at the bay and slot of the global slot of the same number (0xFF from 32 on). Links are not
+ * followed; a file that is not there changes nothing.
  * Returns: 0; 3 as soon as the regions cannot be read or written.
  */
 uint32_t RTSHM_SimulatePCIeSSD(void);

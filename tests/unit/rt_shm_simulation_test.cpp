@@ -47,11 +47,14 @@ TEST_F(Simulation, StatusLinesSetTheirSlots) {
 }
 
 TEST_F(Simulation, ALongFileEndsAtItsLastWholeLine) {
-    write_file(status_file, "3 1\n" + std::string(4085, '\n') + "4 12345");  // cut behind "4 1234"
+    write_file(status_file, "3 1\n" + std::string(4086, '\n') + "4 12345");  // cut behind "4 1234"
     EXPECT_EQ(RTSHM_SimulatePCIeSSD(), 0u);
     EXPECT_EQ(region[144 + 12], 1);
     EXPECT_EQ(region[144 + 16], 0xEE);
-    EXPECT_TRUE(logged(4, skipped(1, 0)));
+    EXPECT_TRUE(logged(3, skipped(1, 1))) << "what was cut off counts as one";
+    write_file(status_file, std::string(4091, '\n') + "4 123");
+    EXPECT_EQ(RTSHM_SimulatePCIeSSD(), 0u);
+    EXPECT_TRUE(logged(4, skipped(1, 0))) << "just as long as fits";
 }
 
 TEST_F(Simulation, ImagesBecomeTheFrusOfDrives) {

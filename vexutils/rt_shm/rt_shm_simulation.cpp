@@ -142,10 +142,13 @@ Outcome simulate_status(const SimulationFile& file) {
     }
     std::array<char, kStatusFileBytes> room;
     std::string_view text{room.data(), file.read_into(room.data(), room.size())};
-    if (text.size() == room.size()) {
+    char behind;
+    const bool is_cut = text.size() == room.size() && file.read_into(&behind, 1) != 0;
+    if (is_cut) {
         text = text.substr(0, text.rfind('\n') + 1);  // the last line may be half a line
     }
     Outcome lines = parse_status(text, block);
+    lines.skipped += is_cut ? 1 : 0;
     if (lines.taken != 0) {
         lines.result = updatePciessdiBCDDataToShm(block.data());
     }
