@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <random>
 
 #include "rt_shm.h"
 #include "tests/support/platform_test.h"
@@ -93,6 +94,10 @@ TEST_F(Fru, CardsAreFoundByTypeAndSlot) {
                                             "Traversing at slot:3 5"};
     EXPECT_TRUE(std::equal(expected.begin(), expected.end(), lines.begin()));
     EXPECT_EQ(lines.back(), "HBA FRU is present at slot:5 5, Now get the actual FRU data");
+    use_log_file();
+    read(get_HBA_FRU_Info, 4, 5);
+    EXPECT_TRUE(platform.messages(4).back().starts_with("000060: 03 03 03 03  ")) << "100 bytes";
+    EXPECT_EQ(platform.messages(5).back(), "exit");
 
     std::uint32_t size = 0;
     EXPECT_EQ(get_HBA_FRU_Info(nullptr, &size, 4, 5), 3u);
@@ -199,6 +204,45 @@ TEST_F(Fru, FqddsOfPcieSsdsAreTakenApart) {
     EXPECT_TRUE(logged(1, "Invalid fqddstr passed = " + std::string(59, 'x')));
     EXPECT_EQ(getSlotandSlotIndexfromFQDD(nullptr, 0, &slot, &index, &type), 5u);
     EXPECT_TRUE(logged(2, "err1:fqdd is NULL"));
+}
+
+TEST_F(Fru, AnyTableAndAnyTextAreTaken) {
+    constexpr std::string_view kAlphabet{"PCIeSSD.Slot:Disk-0129\0\xFF", 24};
+    std::mt19937 random{71};
+    platform.record_lines(false);
+    Data& table = platform.region(49);
+    for (int run = 0; run < 6; ++run) {
+        std::ranges::generate(table, random);
+        platform.frus.clear();
+        for (std::size_t entry = 9; entry + 15 <= table.size(); entry += 15) {
+            auto& fru =
+                platform.frus[static_cast<std::uint16_t>(table[entry] + 256 * table[entry + 1])];
+            std::ranges::generate(fru.info, random);
+            fru.info[7] &= 0x3F;  // the size, around that of the name's end
+            fru.info[8] = 0;
+            fru.data.resize(0x3E, 0xFF);
+        }
+        for (unsigned type = 0; type < 3; ++type) {
+            const auto card_type = static_cast<std::uint8_t>(type);
+            EXPECT_NE(read(get_HBA_FRU_Info, card_type, table[type]).code, 1u);
+            EXPECT_NE(read(get_KRON_TAVI_FRU_Info, card_type, table[type]).code, 1u);
+        }
+        is_TAVI_A2_Present();
+    }
+    for (int run = 0; run < 1000; ++run) {
+        std::vector<char> text(1 + random() % 255);  // ends where its bytes end
+        std::ranges::generate(text, [&] { return kAlphabet[random() % kAlphabet.size()]; });
+        std::copy_n("PCIeSSD", run % 2 == 0 ? 0 : std::min<std::size_t>(text.size(), 7),
+                    text.begin());
+        std::uint8_t slot, index;
+        std::uint32_t type = 0;
+        const auto length = static_cast<std::uint8_t>(text.size());
+        EXPECT_LE(getSlotandSlotIndexfromFQDD(text.data(), length, &slot, &index, &type), 1u);
+        EXPECT_EQ(getBayIDandSlotFromFqdd(text.data(), length, &index, &slot), 0u);
+        text.back() = '\0';
+        EXPECT_LE(getSlotandSlotIndexfromFQDD(text.data(), 0, &slot, &index, &type), 1u);
+        EXPECT_EQ(getBayIDandSlotFromFqdd(text.data(), 0, &index, &slot), 0u);
+    }
 }
 
 }  // namespace

@@ -149,7 +149,7 @@ TEST_F(Topology, TextsOfThreeDigitsAreCut) {
 }
 
 TEST_F(Topology, EveryFailureLeavesAUsableCacheAndNoLock) {
-    fill_bay(2, 0, 1, 3);
+    fill_bay(2, 0, 2, 3);  // the second slot is not tried in the first one's stead
     sNVMeSSDBPInfo.risers[0] = {2, 3, 4, 0};
     platform.fail(Place::Lock, 1, true);
     EXPECT_EQ(rtshm_getNVMeExtcard(), 3u);
