@@ -1,6 +1,6 @@
 /*
  * vexel.h - diagnostics and small helpers that the library and the monitoring daemon share: the trace log, zero-filled
- * memory, bounded copies, text fields, flag files.
+ * memory, bounded copies, text fields, flag files, the identify light of PCIe SSDs.
  *
  * Every function is reentrant and may be called from any thread; rt_log_init and rt_log_Exit frame the process's life.
  * Blocks come from vexel_alloc and go back through vexel_free, which are calloc and free.
