@@ -1,6 +1,6 @@
 // Judges a run of vex_bench: one row per hot path against its floor, its peers and its goal; growth
-// curves; memory. usage: vex_bench_report RUN.json MEMORY.json PICTURE.svg exit status: 0 no ratio
-// is more than a quarter over its goal; 1 one is; 2 wrong usage or unreadable input.
+// curves; memory. usage: vex_bench_report [--ilp32] RUN.json MEMORY.json PICTURE.svg exit status: 0
+// no ratio is more than a quarter over its goal; 1 one is; 2 wrong usage or unreadable input.
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
@@ -27,31 +27,32 @@ enum class Kind {
 struct Goal {
     const char* path;
     Kind kind;
-    double goal;
-    double unit;  // what a delta is divided by: lines per call, nodes in the queue
+    double goal;     // on LP64
+    double goal_32;  // on ILP32
+    double unit;     // what a delta is divided by: lines per call, nodes in the queue
 };
 
 constexpr Goal kGoals[] = {
-    {"trace_line", Kind::Ratio, 1.30, 1},
-    {"trace_line_2_threads", Kind::Reported, 1.35, 1},
-    {"trace_line_off", Kind::DeltaNs, 3.0, 2},
-    {"bitmap_text_sparse", Kind::Ratio, 2.5, 1},
-    {"bitmap_text_dense", Kind::Ratio, 7.0, 1},
-    {"record_list_event", Kind::Ratio, 1.30, 1},
-    {"drain_endpoint", Kind::Ratio, 1.25, 1},
-    {"duplicate_disk", Kind::Ratio, 2.7, 1},
-    {"duplicate_adapter", Kind::Ratio, 1.6, 1},
-    {"inventory_16x255", Kind::Ratio, 3.0, 1},
-    {"inventory_16x255_logged", Kind::Ratio, 1.30, 1},
-    {"endpoint_queue_1", Kind::Ratio, 1.15, 1},
-    {"endpoint_queue_10000", Kind::DeltaNs, 3.5, 10000},
-    {"notification_queue", Kind::Ratio, 1.8, 1},
-    {"endpoint_lookup_first", Kind::Ratio, 4.0, 1},
-    {"endpoint_lookup_middle", Kind::Ratio, 4.0, 1},
-    {"endpoint_lookup_last", Kind::Ratio, 4.0, 1},
-    {"init_kb", Kind::Kilobytes, 200, 1},
-    {"busy_kb", Kind::Kilobytes, 650, 1},
-    {"stack_kb", Kind::Kilobytes, 64, 1},
+    {"trace_line", Kind::Ratio, 1.30, 1.40, 1},
+    {"trace_line_2_threads", Kind::Reported, 1.35, 1.35, 1},
+    {"trace_line_off", Kind::DeltaNs, 3.0, 3.0, 2},
+    {"bitmap_text_sparse", Kind::Ratio, 2.5, 2.5, 1},
+    {"bitmap_text_dense", Kind::Ratio, 7.0, 7.0, 1},
+    {"record_list_event", Kind::Ratio, 1.30, 1.40, 1},
+    {"drain_endpoint", Kind::Ratio, 1.25, 1.45, 1},
+    {"duplicate_disk", Kind::Ratio, 2.7, 4.5, 1},
+    {"duplicate_adapter", Kind::Ratio, 1.6, 5.3, 1},
+    {"inventory_16x255", Kind::Ratio, 3.0, 3.0, 1},
+    {"inventory_16x255_logged", Kind::Ratio, 1.30, 1.30, 1},
+    {"endpoint_queue_1", Kind::Ratio, 1.15, 1.15, 1},
+    {"endpoint_queue_10000", Kind::DeltaNs, 3.5, 3.5, 10000},
+    {"notification_queue", Kind::Ratio, 1.8, 2.0, 1},
+    {"endpoint_lookup_first", Kind::Ratio, 4.0, 4.0, 1},
+    {"endpoint_lookup_middle", Kind::Ratio, 4.0, 4.0, 1},
+    {"endpoint_lookup_last", Kind::Ratio, 4.0, 4.0, 1},
+    {"init_kb", Kind::Kilobytes, 200, 200, 1},
+    {"busy_kb", Kind::Kilobytes, 650, 650, 1},
+    {"stack_kb", Kind::Kilobytes, 64, 64, 1},
 };
 
 struct Path {
@@ -103,13 +104,14 @@ std::string nanoseconds(double value) {
     return value < 1e4 ? number(value, " ns") : number(value / 1000, " us");
 }
 
-Row judge(const Goal& goal, const Path& path, const Json& memory) {
+Row judge(const Goal& goal, bool ilp32, const Path& path, const Json& memory) {
+    const double limit = ilp32 ? goal.goal_32 : goal.goal;
     Row row;
     row.path = goal.path;
     if (goal.kind == Kind::Kilobytes) {
         row.value = memory.at(goal.path);
         row.ours = number(row.value, " kB");
-        row.goal = number(goal.goal, " kB");
+        row.goal = number(limit, " kB");
     } else {
         row.floor = nanoseconds(path.floor);
         row.ours = nanoseconds(path.lib);
@@ -119,10 +121,10 @@ Row judge(const Goal& goal, const Path& path, const Json& memory) {
         }
         const bool delta = goal.kind == Kind::DeltaNs;
         row.value = delta ? (path.lib - path.floor) / goal.unit : path.lib / path.floor;
-        row.goal = number(goal.goal, delta ? " ns" : "");
+        row.goal = number(limit, delta ? " ns" : "");
     }
-    row.met = row.value <= goal.goal;
-    row.failed = goal.kind != Kind::Reported && row.value > goal.goal * kTolerance;
+    row.met = row.value <= limit;
+    row.failed = goal.kind != Kind::Reported && row.value > limit * kTolerance;
     row.verdict = row.met ? "yes" : goal.kind == Kind::Reported ? "no (reported only)" : "no";
     return row;
 }
@@ -193,31 +195,46 @@ std::optional<Json> read_json(const char* path) {
     return json;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    if (argc != 4) {
-        std::fprintf(stderr, "usage: vex_bench_report RUN.json MEMORY.json PICTURE.svg\n");
-        return 2;
-    }
-    const auto run = read_json(argv[1]);
-    const auto memory = read_json(argv[2]);
-    if (!run || !memory) {
-        return 2;
-    }
-    const Paths paths = medians(*run);
+// The rows of all goals that the run has figures for.
+std::vector<Row> judge_all(bool ilp32, const Paths& paths, const Json& memory) {
     std::vector<Row> rows;
     for (const Goal& goal : kGoals) {
         const auto found = paths.find(goal.path);
         if (goal.kind == Kind::Kilobytes || (found != paths.end() && found->second.floor > 0)) {
-            rows.push_back(judge(goal, found != paths.end() ? found->second : Path{}, *memory));
+            rows.push_back(
+                judge(goal, ilp32, found != paths.end() ? found->second : Path{}, memory));
         } else {
             std::printf("%s: not measured\n", goal.path);
         }
     }
+    return rows;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const bool ilp32 = argc == 5 && std::string{argv[1]} == "--ilp32";
+    if (argc != (ilp32 ? 5 : 4)) {
+        std::fprintf(stderr,
+                     "usage: vex_bench_report [--ilp32] RUN.json MEMORY.json PICTURE.svg\n");
+        return 2;
+    }
+    const char* const* files = argv + (ilp32 ? 2 : 1);
+    const auto run = read_json(files[0]);
+    const auto memory = read_json(files[1]);
+    if (!run || !memory) {
+        return 2;
+    }
+    const Paths paths = medians(*run);
+    const std::vector<Row> rows = judge_all(ilp32, paths, *memory);
     print_table(rows);
     print_growth(paths);
-    draw(argv[3], paths);
+    std::printf(
+        "\nresident memory: %.0f kB after init, %.0f kB with 16 busy endpoints, %.0f kB after "
+        "a drain; deepest stack %.1f kB\n",
+        memory->at("init_kb").get<double>(), memory->at("busy_kb").get<double>(),
+        memory->at("drained_kb").get<double>(), memory->at("stack_kb").get<double>());
+    draw(files[2], paths);
     const auto met =
         std::count_if(rows.begin(), rows.end(), [](const Row& row) { return row.met; });
     std::printf("\n%d of %zu goals met\n", static_cast<int>(met), std::size(kGoals));
