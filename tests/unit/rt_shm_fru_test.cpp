@@ -31,8 +31,8 @@ class Fru : public PlatformTest {
     }
 
     static Data tavi(const std::string& name) {
-        Data data(19, 0x11);
-        data.insert(data.end(), name.begin(), name.end());
+        Data data(19 + name.size(), 0x11);
+        std::copy(name.begin(), name.end(), data.begin() + 19);
         return data;
     }
 
