@@ -46,6 +46,19 @@ TEST_F(Vexinspect, EverythingFitsATerminal) {
     }
 }
 
+TEST_F(Vexinspect, FruShowsControllersDrivesAndCards) {
+    ASSERT_EQ(vexsim({"--quiet", "--keep"}).status, 0);
+    const std::string shown = vexinspect({"fru"}).output;
+    for (const char* line :
+         {"Controller cards (3)", "259     0  present     48  TAVI-A2  TAVI-A2 boot storage",
+          "PCIe SSD drives, by global slot (7)", "0001    NVMe SSD  Disk.Bay.6:Enclosure.",
+          "PCIe SSD cards (1)", "NVMe SSD card  PCIeSSD.Slot.9-1", "PCIe SSD cards of kind 2 (1)",
+          "NVMe boot card  PCIeSSD.Slot.10-1"}) {
+        EXPECT_NE(shown.find(line), std::string::npos) << line << " not in\n" << shown;
+    }
+    EXPECT_EQ(shown.substr(shown.find("PCIe SSD drives")), vexinspect({"show", "frus"}).output);
+}
+
 TEST_F(Vexinspect, MapShowsWhatTheStateFolderTells) {
     const std::string state = folder() + "/state";
     ASSERT_EQ(vexsim({"--quiet", "--keep", "--state", state}).status, 0);

@@ -1,8 +1,7 @@
 #include "vexinspect/fru.h"
 
-#include <cstring>
+#include <charconv>
 #include <memory>
-#include <stdexcept>
 #include <vector>
 
 #include "platform/shm.h"
@@ -89,10 +88,71 @@ std::string show_controllers() {
     return list_text("Controller cards", view, cards, table);
 }
 
+// The bytes of a FRU image, which the region's view gives as hexadecimal digits.
+std::vector<uint8_t> image_of(const Record& record) {
+    const std::string digits = record.text("image");
+    std::vector<uint8_t> bytes(digits.size() / 2);
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        std::from_chars(&digits[2 * i], &digits[2 * i] + 2, bytes[i], 16);
+    }
+    return bytes;
+}
+
+std::string image_name(const Record& record) {
+    const std::vector<uint8_t> image = image_of(record);
+    return name_in(image.data(), image.size());
+}
+
+std::string show_drives(const RegionView& frus, const RegionView& status) {
+    const List& drives = frus.list("drives");
+    TextTable table({{"#", 2, true},
+                     {"Bay", 3, true},
+                     {"Slot", 4, true},
+                     {"Temp", 5, true},
+                     {"Status", 6},
+                     {"Name", 15},
+                     {"FQDD", 34}});
+    for (const Record& drive : drives.entries) {
+        const Record* slot = status.list("slots").at_index(drive.index());
+        table.add({std::to_string(drive.index()), number_text(drive.number("bay")),
+                   number_text(drive.number("slot")), degrees_text(drive.number("temperature")),
+                   hex_text(slot ? slot->number("status") : std::nullopt, 4), image_name(drive),
+                   drive.text("fqdd")});
+    }
+    return list_text("PCIe SSD drives, by global slot", frus, drives, table);
+}
+
+// A card's FQDD lies with the record or, of most cards, in a list of its own.
+std::string show_cards(const RegionView& frus, const char* key, const std::string& title) {
+    const List& cards = frus.list(key);
+    TextTable table({{"#", 2, true},
+                     {"Kind", 4, true},
+                     {"Temp", 5, true},
+                     {"Bytes", 5, true},
+                     {"Name", 27},
+                     {"FQDD", 29}});
+    for (const Record& card : cards.entries) {
+        const Record* place = frus.list("cardFqdds").at_index(card.index());
+        const std::string fqdd = card.text("fqdd");
+        table.add({std::to_string(card.index()), number_text(card.number("kind")),
+                   degrees_text(card.number("temperature")),
+                   card.number("sizeCode") == 0 ? "256" : "other", image_name(card),
+                   fqdd.empty() && place != nullptr ? place->text("fqdd") : fqdd});
+    }
+    return list_text(title, frus, cards, table);
+}
+
 }  // namespace
 
+std::string show_ssd_frus() {
+    const RegionView frus = read_region(ZENT_SHM_PCIESSD_FRU);
+    const RegionView status = read_region(ZENT_SHM_PCIESSD_STATUS);
+    return show_drives(frus, status) + show_cards(frus, "cards", "PCIe SSD cards") +
+           show_cards(frus, "kind2Cards", "PCIe SSD cards of kind 2");
+}
+
 std::string show_frus() {
-    return show_controllers();
+    return show_controllers() + show_ssd_frus();
 }
 
 }  // namespace vexinspect

@@ -6,8 +6,11 @@
 
 namespace vexinspect {
 
-// Throws std::runtime_error if a region cannot be read.
+// Each throws std::runtime_error if a region cannot be read.
 std::string show_frus();
+
+// Those of PCIe SSDs alone.
+std::string show_ssd_frus();
 
 }  // namespace vexinspect
 

@@ -57,7 +57,7 @@ void describe(CLI::App& app, Options& options) {
     show_command->add_option("TOPIC", options.topics, "what to show (default: everything)")
         ->check(CLI::IsMember(vexinspect::show_topics()));
     app.add_subcommand("map", "bays and slots as a picture; a star marks a drive that blinks");
-    app.add_subcommand("fru", "field-replaceable units: controller cards");
+    app.add_subcommand("fru", "field-replaceable units: controller cards and PCIe SSDs");
     app.add_subcommand("layout", "the layout of every region, byte by byte, as JSON");
     CLI::App* watch_command = app.add_subcommand("watch", "map and summary, after every change");
     watch_command->add_option("--interval", options.watch.interval_seconds, "seconds between looks")

@@ -7,6 +7,7 @@
 #include "rt_shm_layout.h"
 #include "support/codes.h"
 #include "vexinspect/device_text.h"
+#include "vexinspect/fru.h"
 #include "vexinspect/region_view.h"
 #include "vexinspect/text_table.h"
 
@@ -143,17 +144,24 @@ std::string show_nvme() {
     const RegionView status = read_region(ZENT_SHM_PCIESSD_STATUS);
     const RegionView fru = read_region(ZENT_SHM_PCIESSD_FRU);
     const List& slots = status.list("slots");
-    TextTable table({{"#", 2, true}, {"Drive", 7}, {"Temp", 5, true}, {"Place", 58}});
+    TextTable table(
+        {{"#", 2, true}, {"Drive", 7}, {"Status", 6}, {"Temp", 5, true}, {"Place", 50}});
     for (const Record& slot : slots.entries) {
         const Record* record = fru.list("drives").at_index(slot.index());
         const bool present = (slot.number("status").value_or(0) & 1) != 0;
         table.add({std::to_string(slot.index()), present ? "present" : "empty",
+                   hex_text(slot.number("status"), 4),
                    degrees_text(record ? record->number("temperature") : std::nullopt),
                    record ? record->text("fqdd")
                           : "bay " + number_text(slot.number("bay")) + " slot " +
                                 number_text(slot.number("slot"))});
     }
-    return heading("NVMe drives, by global slot", slots) + body(status, slots, table);
+    return heading("NVMe drives, by global slot", slots) + body(status, slots, table) +
+           (status.published
+                ? "  changes of presence: " +
+                      number_text(status.singles.number("presenceCounter")) + ", of status: " +
+                      number_text(status.singles.number("statusChangeCounter")) + "\n"
+                : "");
 }
 
 std::string show_extenders() {
@@ -189,6 +197,7 @@ constexpr Topic kTopics[] = {
     {"batteries", &show_batteries}, {"tape", &show_tape},
     {"drives", &show_drives},       {"nvme", &show_nvme},
     {"extenders", &show_extenders}, {"thermal", &show_thermal},
+    {"frus", &show_ssd_frus},
 };
 
 }  // namespace

@@ -48,8 +48,8 @@ BpApiInfo BackplaneWitness::read() const {
 bool BackplaneWitness::wait_for(const BpApiInfo& snapshot,
                                 std::chrono::milliseconds time_out) const {
     std::unique_lock lock(mutex);
-    return arrived.wait_for(
-        lock, time_out, [&] { return std::memcmp(&latest, &snapshot, sizeof(latest)) == 0; });
+    return arrived.wait_for(lock, time_out,
+                            [&] { return std::memcmp(&latest, &snapshot, sizeof(latest)) == 0; });
 }
 
 }  // namespace vexsim

@@ -45,6 +45,7 @@ const char* tape_text(uint8_t presence) {
 Daemon::Daemon(const Scenario& scenario, uint64_t seed, Transcript& transcript)
     : controllers_(scenario.controllers),
       nvme_(scenario.nvme),
+      cards_(scenario.cards),
       has_topology_(scenario.topology.has_value()),
       expected_kron_(scenario.expected_kron.value_or(
           static_cast<uint32_t>(std::ranges::count_if(controllers_, &is_kron)))),
@@ -95,6 +96,9 @@ void Daemon::take_first_inventory() {
         if (drive.present) {
             add_nvme(drive);
         }
+    }
+    for (const SsdCard& card : cards_) {
+        add_card(card);
     }
     change_global_status([](RTSyncGlobalStatus& s) {
         s.phase &= ~uint32_t{RTSYNC_PHASE_INVENTORY};

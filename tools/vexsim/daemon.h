@@ -42,6 +42,8 @@ class Daemon {
     void insert_drive(const std::string& fqdd, const std::optional<DriveModel>& model);
     // Forgets a controller's endpoint with all that is cached of it.
     void drop_controller(const std::string& fqdd);
+    // Looks after a change of an NVMe drive's presence.
+    void note_ssd_presence(const NvmeDrive& drive);
     void set_inventory_state(const InventoryStateStep& step);
     void change_status(const StatusStep& step);
     void set_reinventory(bool running);
@@ -70,7 +72,11 @@ class Daemon {
     static void drop_command_results(uint8_t eid);
     void report_fru(const Controller& controller);
     void read_topology();
-    void publish_ssd(const NvmeDrive& drive, int temperature) const;
+    void add_card(const SsdCard& card);
+    void publish_ssd(const NvmeDrive& drive) const;
+    void withdraw_ssd(const NvmeDrive& drive) const;
+    void publish_temperature(const NvmeDrive& drive, int temperature) const;
+    void publish_temperature(const SsdCard& card, int temperature) const;
     void refresh();
     void refresh_controller(const Controller& controller);
     void refresh_drive(const Controller& controller, const Drive& drive);
@@ -82,6 +88,7 @@ class Daemon {
 
     std::vector<Controller> controllers_;  // as they are now
     std::vector<NvmeDrive> nvme_;
+    std::vector<SsdCard> cards_;
     bool has_topology_;
     uint32_t expected_kron_;
     Random random_;

@@ -143,10 +143,15 @@ void Daemon::report_fru(const Controller& controller) {
                                      : ", TAVI-A2");
 }
 
-// The risers and bays of the backplane service's snapshot become objects of the cache.
+// The risers and bays of the backplane service's snapshot and of the PCIe SSD regions become
+// objects of the cache; the snapshot's come first, since they say more.
 void Daemon::read_topology() {
-    expect_zero("rtshm_getNVMeExtcard", rtshm_getNVMeExtcard());
+    // An extender in a slot that the cache has no place for is left out, with those behind it.
+    if ((rtshm_getNVMeExtcard() | rtshm_getPCIessdExtcard()) != 0) {
+        transcript_.line("extenders: not all have a place in the cache");
+    }
     expect_zero("rtshm_getNVMeBPs", rtshm_getNVMeBPs());
+    expect_zero("rtshm_getPCIessdBp", rtshm_getPCIessdBp());
     const CacheLock lock;
     for (size_t slot = 0; slot < std::size(cache_Extndrs); ++slot) {
         if (cache_Extndrs[slot] != nullptr) {

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cstring>
 
 #include "platform/shm.h"
 #include "rt_shm.h"
@@ -8,7 +7,6 @@
 #include "vexsim/cache_lock.h"
 #include "vexsim/daemon.h"
 #include "vexsim/object_builder.h"
-#include "vexsim/region_io.h"
 
 namespace vexsim {
 
@@ -44,12 +42,6 @@ void drop_events(uint8_t eid) {
     }
     vexel_free(events);
     vexel_free(disks);
-}
-
-// Where a drive's record of the PCIe SSD FRU region lies.
-int fru_offset(const NvmeDrive& drive) {
-    return static_cast<int>(offsetof(PCIeSSDFruRegion, drives) +
-                            drive.global_slot * sizeof(PCIeSSDFruRecord));
 }
 
 }  // namespace
@@ -108,11 +100,11 @@ void Daemon::add_nvme(const NvmeDrive& drive) {
         const CacheLock lock;
         const int temperature = drive.model.temperature.base;
         store_object(RTCACHE_KEY_CONTROLLER, drive.eid, drive.eid,
-                     build_nvme_controller(drive, temperature));
+                     build_ssd_controller(drive.model.name, drive.fqdd, temperature));
         store_object(RTCACHE_KEY_DISK, drive.eid, kNvmeDiskKey,
                      build_nvme_disk(drive, temperature));
     }
-    publish_ssd(drive, drive.model.temperature.base);
+    publish_ssd(drive);
     transcript_.line("endpoint %u: nvme %s", unsigned{drive.eid}, drive.fqdd.c_str());
 }
 
@@ -139,23 +131,7 @@ void Daemon::remove_nvme(const NvmeDrive& drive) {
     drop_endpoint(drive.eid, RTCACHE_TYPE_NVME);
     expect_zero("rtshm_UpdateNVMeSSDSlotToEID",
                 rtshm_UpdateNVMeSSDSlotToEID(drive.bay, drive.slot, RTCACHE_EID_FREE));
-    PCIeSSDFruRecord cleared;
-    std::memset(&cleared, 0xFF, sizeof(cleared));
-    write_region(ZENT_SHM_PCIESSD_FRU, cleared, fru_offset(drive));
-}
-
-void Daemon::publish_ssd(const NvmeDrive& drive, int temperature) const {
-    auto record = read_region<PCIeSSDFruRecord>(ZENT_SHM_PCIESSD_FRU, fru_offset(drive));
-    record.temperature = static_cast<uint8_t>(temperature);
-    record.bayIdOrKind = drive.bay;
-    record.slotOrIndex = drive.slot;
-    record.presence = SHM_FRU_PRESENT;
-    write_region(ZENT_SHM_PCIESSD_FRU, record, fru_offset(drive));
-    std::array<char, SHM_FRU_DRIVE_FQDD_BYTES> fqdd{};
-    std::strncpy(fqdd.data(), drive.fqdd.c_str(), fqdd.size() - 1);
-    write_region(
-        ZENT_SHM_PCIESSD_FRU, fqdd,
-        static_cast<int>(offsetof(PCIeSSDFruRegion, driveFqdds) + drive.global_slot * fqdd.size()));
+    withdraw_ssd(drive);
 }
 
 void Daemon::refresh() {
@@ -169,8 +145,11 @@ void Daemon::refresh() {
     }
     for (const NvmeDrive& drive : nvme_) {
         if (drive.present) {
-            publish_ssd(drive, read_sensor(drive.model.temperature));
+            publish_temperature(drive, read_sensor(drive.model.temperature));
         }
+    }
+    for (const SsdCard& card : cards_) {
+        publish_temperature(card, read_sensor(card.model.temperature));
     }
 }
 

@@ -10,9 +10,9 @@ using vextools::JsonReader;
 
 namespace {
 
-constexpr size_t kMaxName = 100;         // chosen: fits every table of names
-constexpr int kMaxDegrees = 254;         // the published byte keeps 255 for "none"
-constexpr double kMaxGigabytes = 1e9;    // chosen: far beyond what the published word can say
+constexpr size_t kMaxName = 100;           // chosen: fits every table of names
+constexpr int kMaxDegrees = 254;           // the published byte keeps 255 for "none"
+constexpr double kMaxGigabytes = 1e9;      // chosen: far beyond what the published word can say
 constexpr double kBytesPerGigabyte = 1e9;  // as drives are sold
 
 template <typename Number>
@@ -74,8 +74,8 @@ DriveModel DriveModels::find(const JsonReader& use) const {
 
 DriveModel DriveModels::apply(const JsonReader& changes, DriveModel model) const {
     changes.expect_object({"use", "name", "protocol", "media", "formFactor", "rpm", "sizeGB",
-                           "state", "hotSpare", "impedance", "temperature",
-                           "referenceTemperature", "criticalTemperature"});
+                           "state", "hotSpare", "impedance", "temperature", "referenceTemperature",
+                           "criticalTemperature"});
     model.name = changes["name"].text_or(model.name, kMaxName);
     model.protocol = read_code(changes["protocol"], model.protocol, vextools::kProtocols, 0xFFFF);
     model.media = read_code(changes["media"], model.media, vextools::kMedia, 0xFF);

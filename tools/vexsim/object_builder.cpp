@@ -219,10 +219,11 @@ RtCacheControllerNode* build_controller(const Controller& controller, Degrees te
     return node.release();
 }
 
-RtCacheControllerNode* build_nvme_controller(const NvmeDrive& drive, Degrees temperature) {
-    std::wstring name = widen(drive.model.name);
-    std::wstring fqdd = widen(drive.fqdd);
-    const PCIeSSDAdapterNames names{name.data(), fqdd.data()};
+RtCacheControllerNode* build_ssd_controller(const std::string& name, const std::string& fqdd,
+                                            Degrees temperature) {
+    std::wstring wide_name = widen(name);
+    std::wstring wide_fqdd = widen(fqdd);
+    const PCIeSSDAdapterNames names{wide_name.data(), wide_fqdd.data()};
     Block<StorageObjectRecord> record = allocate<StorageObjectRecord>();
     record->objType = RT_OBJ_ADAPTER;
     record->hdr.VERSION = kRecordVersion;

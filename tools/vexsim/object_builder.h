@@ -18,7 +18,8 @@ using Degrees = int;
 // Each throws std::bad_alloc without memory.
 RtCacheControllerNode* build_controller(const Controller& controller, Degrees temperature,
                                         Degrees battery_temperature);
-RtCacheControllerNode* build_nvme_controller(const NvmeDrive& drive, Degrees temperature);
+RtCacheControllerNode* build_ssd_controller(const std::string& name, const std::string& fqdd,
+                                            Degrees temperature);
 RtCacheDiskNode* build_drive(const Drive& drive, Degrees temperature);
 RtCacheDiskNode* build_nvme_disk(const NvmeDrive& drive, Degrees temperature);
 RtCacheDiskNode* build_enclosure(const Enclosure& enclosure);

@@ -153,7 +153,8 @@ void Player::act(const DriveStep& step) {
                              : found.drive->bay && server_.set_drive(*found.drive->bay,
                                                                      found.drive->slot, step.plug);
     if (found.nvme != nullptr) {
-        server_.set_ssd_status(*found.nvme, step.plug);
+        server_.count_ssd_presence();
+        daemon_.note_ssd_presence(*found.nvme);
     }
     if (noticed) {
         daemon_.answer_hot_plug();

@@ -131,6 +131,15 @@ struct NvmeDrive {
     bool present = true;
 };
 
+// An SSD on a card of its own in a PCIe slot.
+struct SsdCard {
+    std::string fqdd;
+    DriveModel model;
+    uint8_t eid = 0;
+    uint8_t kind = 0;
+    uint8_t index = 0;  // its place in the PCIe SSD FRU region, by kind
+};
+
 // A row of the table of PCIe extender cards.
 struct ExtenderCard {
     uint8_t pcie_slot = 0;
@@ -211,6 +220,7 @@ struct Scenario {
     std::optional<uint32_t> expected_kron;
     std::vector<Controller> controllers;
     std::vector<NvmeDrive> nvme;
+    std::vector<SsdCard> cards;
     std::vector<ExtenderCard> extenders;
     ThermalSettings thermal;
     std::optional<vextools::JsonValue> topology;

@@ -4,6 +4,7 @@
 #include <set>
 
 #include "rt_cache.h"
+#include "rt_shm_layout.h"
 #include "support/json_reader.h"
 #include "vexsim/server_parser.h"
 #include "vexsim/timeline_parser.h"
@@ -38,6 +39,7 @@ struct UniqueChecks {
     Unique<int> eids{"an endpoint id"};
     Unique<int> global_slots{"a global slot"};
     Unique<int> positions{"a bay and slot"};
+    Unique<int> cards{"an index"};
 };
 
 void read_controllers(const JsonReader& list, const DriveModels& models, UniqueChecks& unique,
@@ -92,7 +94,7 @@ void read_times(const JsonReader& root, Scenario& scenario) {
 
 Scenario read_scenario(const JsonReader& root) {
     root.expect_object({"vexsim", "name", "description", "seed", "duration", "pollEvery",
-                        "expectedKron", "topology", "templates", "controllers", "nvme",
+                        "expectedKron", "topology", "templates", "controllers", "nvme", "ssdCards",
                         "extenders", "thermal", "timeline"});
     root["vexsim"].integer(kFormatVersion, kFormatVersion);
     Scenario scenario;
@@ -111,6 +113,14 @@ Scenario read_scenario(const JsonReader& root) {
     UniqueChecks unique;
     read_controllers(root["controllers"], models, unique, scenario);
     read_nvme(root["nvme"], models, unique, scenario);
+    for (const JsonReader& object : root["ssdCards"].items()) {
+        const SsdCard card = read_ssd_card(object, models);
+        unique.fqdds.add(object["slot"], card.fqdd);
+        unique.eids.add(object["eid"], card.eid);
+        unique.cards.add(object["index"],
+                         (card.kind == SHM_FRU_KIND_2 ? SHM_FRU_CARDS : 0) + card.index);
+        scenario.cards.push_back(card);
+    }
     for (const JsonReader& object : root["extenders"].items()) {
         scenario.extenders.push_back(read_extender(object));
     }

@@ -6,33 +6,17 @@
 
 #include "rt_shm_layout.h"
 #include "support/backplane_state.h"
+#include "vexsim/fru_image.h"
 #include "vexsim/region_io.h"
 
 namespace vexsim {
 
 namespace {
 
-constexpr uint16_t kStatusPresent = 1;
 constexpr uint8_t kNoPosition = 0xFF;
 // Chosen: a loaded machine under emulation needs a tenth of it.
 constexpr std::chrono::milliseconds kCallbackTimeOut{20'000};
 constexpr uint16_t kFirstFruId = 0x0101;
-
-// A FRU with a board area, in which the maker's three letters put the name at byte 19.
-std::vector<uint8_t> fru_data(const std::string& name) {
-    std::vector<uint8_t> area = {1, 0, 25, 0, 0, 0, 0xC3, 'V', 'E', 'X'};
-    area.push_back(static_cast<uint8_t>(0xC0 + name.size()));
-    area.insert(area.end(), name.begin(), name.end());
-    area.push_back(0xC1);  // no more fields
-    area.resize((area.size() + 8) / 8 * 8);
-    area[1] = static_cast<uint8_t>(area.size() / 8);
-    std::vector<uint8_t> data = {1, 0, 0, 1, 0, 0, 0, 0xFE};
-    for (const uint8_t byte : area) {
-        area.back() = static_cast<uint8_t>(area.back() - byte);  // the area's sum becomes 0
-    }
-    data.insert(data.end(), area.begin(), area.end());
-    return data;
-}
 
 }  // namespace
 
@@ -108,7 +92,6 @@ void Server::publish_ssds() const {
     for (const NvmeDrive& drive : scenario_.nvme) {
         region.positions[drive.global_slot].u8BayId = drive.bay;
         region.positions[drive.global_slot].u8SlotNumInBay = drive.slot;
-        region.status[drive.global_slot].u16DriveStatus = drive.present ? kStatusPresent : 0;
     }
     write_region(ZENT_SHM_PCIESSD_STATUS, region);
 }
@@ -123,7 +106,7 @@ void Server::publish_frus() const {
     std::vector<uint8_t> table(ZENT_SHM_FRU_ENTRIES + cards.size() * sizeof(ZentFruTableEntry));
     table[ZENT_SHM_FRU_COUNT] = static_cast<uint8_t>(cards.size());
     for (size_t i = 0; i < cards.size(); ++i) {
-        const std::vector<uint8_t> data = fru_data(cards[i].name);
+        const std::vector<uint8_t> data = fru_image(cards[i].name);
         ZentFruTableEntry entry{};
         entry.fruId = static_cast<uint16_t>(kFirstFruId + i);
         entry.cardType = cards[i].type;
@@ -152,11 +135,9 @@ int64_t Server::written_state(uint8_t bay, uint8_t slot) const {
     return found == states.end() ? -1 : found->second;
 }
 
-void Server::set_ssd_status(const NvmeDrive& drive, bool present) const {
+void Server::count_ssd_presence() const {
     auto region = read_region<PCIeSSDStatusRegion>(ZENT_SHM_PCIESSD_STATUS);
-    region.status[drive.global_slot].u16DriveStatus = present ? kStatusPresent : 0;
     ++region.presenceCounter;
-    ++region.statusChangeCounter;
     write_region(ZENT_SHM_PCIESSD_STATUS, region);
 }
 

@@ -36,8 +36,8 @@ class Server {
     // The drive state that was written to the backplane last; none: -1.
     int64_t written_state(uint8_t bay, uint8_t slot) const;
 
-    // The platform's rows about an NVMe drive: its status, and that presence changed.
-    void set_ssd_status(const NvmeDrive& drive, bool present) const;
+    // The platform says that the presence of an NVMe drive changed.
+    void count_ssd_presence() const;
     void set_thermal(const ThermalSettings& settings) const;
 
   private:

@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include "rt_cache.h"
+#include "rt_shm_layout.h"
 #include "support/codes.h"
 
 namespace vexsim {
@@ -363,6 +364,19 @@ std::vector<NvmeDrive> read_nvme_group(const JsonReader& object, const DriveMode
         drives.push_back(drive);
     }
     return drives;
+}
+
+SsdCard read_ssd_card(const JsonReader& object, const DriveModels& models) {
+    object.expect_object({"use", "with", "slot", "eid", "kind", "index", "fqdd"});
+    SsdCard card;
+    card.model = models.read(object);
+    card.eid = static_cast<uint8_t>(object["eid"].integer(0, kMaxEid));
+    card.kind = read_byte(object["kind"], 0);
+    const int64_t cards = card.kind == SHM_FRU_KIND_2 ? SHM_FRU_KIND_2_CARDS : SHM_FRU_CARDS;
+    card.index = static_cast<uint8_t>(object["index"].integer_or(0, 0, cards - 1));
+    const std::string slot = std::to_string(object["slot"].integer(0, kMaxByte));
+    card.fqdd = object["fqdd"].text_or("PCIeSSD.Slot." + slot + "-1", SHM_FRU_CARD_FQDD_BYTES - 1);
+    return card;
 }
 
 ExtenderCard read_extender(const JsonReader& object) {

@@ -1,5 +1,5 @@
-// Reads the part of a scenario that describes the server: controllers with what is behind them, NVMe
-// drives, extender cards.
+// Reads the part of a scenario that describes the server: controllers with what is behind them,
+// NVMe drives, extender cards.
 #ifndef TOOLS_VEXSIM_SERVER_PARSER_H
 #define TOOLS_VEXSIM_SERVER_PARSER_H
 
@@ -18,6 +18,7 @@ inline constexpr size_t kMaxNameLength = 100;
 Controller read_controller(const vextools::JsonReader& object, const DriveModels& models);
 std::vector<NvmeDrive> read_nvme_group(const vextools::JsonReader& object,
                                        const DriveModels& models);
+SsdCard read_ssd_card(const vextools::JsonReader& object, const DriveModels& models);
 ExtenderCard read_extender(const vextools::JsonReader& object);
 ThermalSettings read_thermal(const vextools::JsonReader& object);
 

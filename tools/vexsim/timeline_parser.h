@@ -17,7 +17,8 @@ int64_t read_seconds(const vextools::JsonReader& field);
 // The topology file that a field names, beside the scenario's own file.
 vextools::JsonValue load_topology(const vextools::JsonReader& field);
 
-// Fills scenario.steps with the timeline, by time; steps of one moment keep the file's order. scenario: its server and its times are complete. Throws vextools::InputError.
+// Fills scenario.steps with the timeline, by time; steps of one moment keep the file's order.
+// scenario: its server and its times are complete. Throws vextools::InputError.
 void read_timeline(const vextools::JsonReader& timeline, const DriveModels& models,
                    Scenario& scenario);
 

@@ -1,5 +1,6 @@
 // What happened, one line each, with the virtual time. The same scenario and seed give the same
-// lines on every machine: no pointers, no real time, nothing that depends on how threads took turns.
+// lines on every machine: no pointers, no real time, nothing that depends on how threads took
+// turns.
 #ifndef TOOLS_VEXSIM_TRANSCRIPT_H
 #define TOOLS_VEXSIM_TRANSCRIPT_H
 
