@@ -1,7 +1,9 @@
 // Regions, tables and texts full of anything, against every operation that reads them: a documented
 // result each time, nothing left behind, and the sanitizers see that nothing outside is touched.
 #include <algorithm>
+#include <optional>
 #include <random>
+#include <tuple>
 
 #include "internal/vexel_state.h"
 #include "tests/support/backplane_test.h"
@@ -29,17 +31,29 @@ class Draw {
         return below(3) != 0 ? kLimits[below(std::size(kLimits))]
                              : static_cast<std::uint32_t>(engine_());
     }
-    operator std::uint8_t() { return static_cast<std::uint8_t>(number()); }
-    operator std::uint16_t() { return static_cast<std::uint16_t>(number()); }
-    operator std::uint32_t() { return number(); }
-    operator int() { return static_cast<int>(number()); }
+    // Any value of a type; of a pointer, one element of its own, or a text.
+    template <class T>
+    T any() {
+        if constexpr (std::is_same_v<T, const char*>) {
+            pool_.push_back(narrow());
+            return reinterpret_cast<const char*>(pool_.back().data());
+        } else if constexpr (std::is_pointer_v<T>) {
+            pool_.push_back(bytes(sizeof(*T{})));
+            return reinterpret_cast<T>(pool_.back().data());
+        } else {
+            return static_cast<T>(number());
+        }
+    }
+    void forget() { pool_.clear(); }
 
     void fill(void* room, std::size_t size) {
         const bool limits = below(2) != 0;
         const auto constant = static_cast<std::uint8_t>(number());
         const bool same = below(4) == 0;
         std::generate_n(static_cast<std::uint8_t*>(room), size, [&]() -> std::uint8_t {
-            return same ? constant : limits ? *this : static_cast<std::uint8_t>(engine_());
+            return same     ? constant
+                   : limits ? static_cast<std::uint8_t>(number())
+                            : static_cast<std::uint8_t>(engine_());
         });
     }
     Bytes bytes(std::size_t size) {
@@ -97,6 +111,7 @@ class Draw {
 
   private:
     std::mt19937 engine_;
+    std::vector<Bytes> pool_;  // what pointers lead to
 };
 
 struct Operation {
@@ -106,187 +121,133 @@ struct Operation {
     std::uint32_t (*call)(Draw&);
 };
 
-// One output byte each; a result other than 0 leaves it.
-template <class Get, class... Arguments>
-std::uint32_t get_byte(Get get, Arguments... arguments) {
-    const auto output = std::make_unique<std::uint8_t>(0xEE);
-    const std::uint32_t result = get(output.get(), arguments...);
-    EXPECT_TRUE(result == 0 || *output == 0xEE);
-    return result;
+// Calls a function with anything. What it gives back that is no result counts as 0.
+template <auto function>
+std::uint32_t any(Draw& draw) {
+    return []<class Result, class... Types>(Result (*call)(Types...), Draw& d) -> std::uint32_t {
+        const std::tuple<Types...> arguments{d.any<Types>()...};
+        if constexpr (std::is_same_v<Result, std::uint32_t>) {
+            return std::apply(call, arguments);
+        } else if constexpr (std::is_same_v<Result, char*>) {
+            vexel_free(std::apply(call, arguments));
+        } else {
+            std::apply(call, arguments);
+        }
+        return 0;
+    }(function, draw);
 }
 
-std::uint32_t read_fru(decltype(get_HBA_FRU_Info)* function, Draw& draw) {
+template <auto function>
+std::uint32_t read_fru(Draw& draw) {
     std::uint8_t* data = nullptr;
     std::uint32_t size = 0;
-    const std::uint32_t result = function(&data, &size, draw, draw);
+    const std::uint32_t result =
+        function(&data, &size, draw.any<std::uint8_t>(), draw.any<std::uint8_t>());
     EXPECT_EQ(data != nullptr, result == 0);
     const Bytes copy(data, data + size);
     vexel_free(data);
     return result;
 }
 
-// A text that the library gave away, or none.
-std::uint32_t freed(void* text) {
+std::uint32_t enclosure_fqdd(Draw& draw) {
+    wchar_t* text = nullptr;
+    rtcache_GetEnclosureFQDD(draw.number(), draw.number(), &text);
     vexel_free(text);
     return 0;
 }
 
+std::uint32_t tavi_revision(Draw& draw) {
+    Bytes data = draw.bytes(19);
+    const std::string name = draw.text();
+    data.insert(data.end(), name.begin(), name.end());
+    data.resize(draw.below(60));
+    return get_TAVI_Revison(data.data(), static_cast<std::uint32_t>(data.size()));
+}
+
+std::uint32_t tavi_fru(Draw& draw) {
+    return update_TAVI_FRU_Info(draw.bytes(15).data(), draw.any<std::uint8_t*>(),
+                                draw.any<std::uint8_t*>());
+}
+
+std::uint32_t store_fru(Draw& draw) {
+    const Bytes image = draw.bytes(draw.below(700));
+    return RTSHM_StoreFRU(draw.any<std::uint8_t>(), draw.any<std::uint8_t>(),
+                          draw.any<std::uint8_t>(), 1, 2, image.data(),
+                          static_cast<std::uint32_t>(image.size()));
+}
+
+// The two readers of an FQDD, which may come in 16-bit characters.
+template <auto function, std::uint32_t limit, class Length, class... Outputs>
+std::uint32_t take_fqdd_apart(Draw& draw) {
+    const bool wide = draw.below(2) != 0;
+    const Bytes text = wide ? draw.halves(limit) : draw.narrow();
+    return function(reinterpret_cast<const char*>(text.data()),
+                    static_cast<Length>(wide ? text.size() : 0), draw.any<Outputs>()...);
+}
+
 const Operation kOperations[] = {
-    {"adapter FQDD", {0}, true, [](Draw& d) { return rtcache_GetAdapterFQDD(d), 0u; }},
-    {"battery FQDD", {0}, true, [](Draw& d) { return rtcache_GetBatteryFQDD(d), 0u; }},
-    {"enclosure FQDD",
-     {0},
-     true,
-     [](Draw& d) {
-         wchar_t* text = nullptr;
-         rtcache_GetEnclosureFQDD(d, d, &text);
-         return freed(text);
-     }},
-    {"SSD FQDD", {0}, false, [](Draw& d) { return freed(vexel_GetPCIeSSDFQDD(d)); }},
-    {"dump", {0}, true, [](Draw&) { return static_cast<std::uint32_t>(rtcache_PrintCache()); }},
-    {"extenders", {0, 3}, false, [](Draw&) { return rtshm_getNVMeExtcard(); }},
-    {"extender", {0, 2, 3}, false, [](Draw& d) { return processNVMeExtndrcardInfo(d, d); }},
-    {"backplanes", {0}, false, [](Draw&) { return rtshm_getNVMeBPs(); }},
-    {"backplane",
-     {0, 3},
-     false,
-     [](Draw& d) {
-         NVMeBayEntry bay;
-         NVMeSlotEntry slot;
-         d.fill(&bay, sizeof(bay));
-         d.fill(&slot, sizeof(slot));
-         return processNVMeBackplaneInfo(&bay, &slot);
-     }},
-    {"extender of a slot",
-     {0, 2},
-     false,
-     [](Draw& d) {
-         std::uint8_t slot = 0;
-         return rtshm_getExtenderSlotFromDriveSlot(d, d, &slot);
-     }},
-    {"bay and slot of an FQDD",
+    {"rtcache_GetAdapterFQDD", {0}, true, any<rtcache_GetAdapterFQDD>},
+    {"rtcache_GetBatteryFQDD", {0}, true, any<rtcache_GetBatteryFQDD>},
+    {"rtcache_GetEnclosureFQDD", {0}, true, enclosure_fqdd},
+    {"vexel_GetPCIeSSDFQDD", {0}, false, any<vexel_GetPCIeSSDFQDD>},
+    {"rtcache_PrintCache", {0}, true, any<rtcache_PrintCache>},
+    {"rtshm_getNVMeExtcard", {0, 3}, false, any<rtshm_getNVMeExtcard>},
+    {"processNVMeExtndrcardInfo", {0, 2, 3}, false, any<processNVMeExtndrcardInfo>},
+    {"rtshm_getNVMeBPs", {0}, false, any<rtshm_getNVMeBPs>},
+    {"processNVMeBackplaneInfo", {0, 3}, false, any<processNVMeBackplaneInfo>},
+    {"rtshm_getExtenderSlotFromDriveSlot", {0, 2}, false, any<rtshm_getExtenderSlotFromDriveSlot>},
+    {"getBayIDandSlotFromFqdd",
      {0},
      false,
-     [](Draw& d) {
-         std::uint8_t bay = 0, slot = 0;
-         const bool wide = d.below(2) != 0;
-         const Bytes text = wide ? d.halves(255) : d.narrow();
-         return getBayIDandSlotFromFqdd(reinterpret_cast<const char*>(text.data()),
-                                        static_cast<std::uint8_t>(wide ? text.size() : 0), &bay,
-                                        &slot);
-     }},
-    {"slot and index of an FQDD",
+     take_fqdd_apart<getBayIDandSlotFromFqdd, 255, std::uint8_t, std::uint8_t*, std::uint8_t*>},
+    {"getSlotandSlotIndexfromFQDD",
      {0, 1},
      false,
-     [](Draw& d) {
-         std::uint8_t slot = 0, index = 0;
-         std::uint32_t type = 0;
-         const bool wide = d.below(2) != 0;
-         const Bytes text = wide ? d.halves(4096) : d.narrow();
-         return getSlotandSlotIndexfromFQDD(
-             text.data(), static_cast<std::uint32_t>(wide ? text.size() : 0), &slot, &index, &type);
-     }},
-    {"slot of a global slot",
+     take_fqdd_apart<getSlotandSlotIndexfromFQDD, 4096, std::uint32_t, std::uint8_t*, std::uint8_t*,
+                     std::uint32_t*>},
+    {"RTSHM_readSSDSlotNumFromGblSlotNum", {0, 3}, false, any<RTSHM_readSSDSlotNumFromGblSlotNum>},
+    {"RTSHM_readPCIeSSDBayIDInfoFromGblSlotNum",
      {0, 3},
      false,
-     [](Draw& d) { return get_byte(RTSHM_readSSDSlotNumFromGblSlotNum, int{d}); }},
-    {"bay of a global slot",
+     any<RTSHM_readPCIeSSDBayIDInfoFromGblSlotNum>},
+    {"RTSHM_readBayIDInfoFromGblSlotNum", {0, 3}, false, any<RTSHM_readBayIDInfoFromGblSlotNum>},
+    {"RTSHM_readBayIDAndSlotNoFromEID", {0, 1, 3}, true, any<RTSHM_readBayIDAndSlotNoFromEID>},
+    {"RTSHM_readBayIDAndSlotNoFromVDMEID", {0, 3}, false, any<RTSHM_readBayIDAndSlotNoFromVDMEID>},
+    {"rtshm_getI2CNVMeSSDEIDfromVDMEID", {0}, false, any<rtshm_getI2CNVMeSSDEIDfromVDMEID>},
+    {"get_HBA_FRU_Info", {0, 2, 3}, false, read_fru<get_HBA_FRU_Info>},
+    {"get_KRON_TAVI_FRU_Info", {0, 2, 3}, false, read_fru<get_KRON_TAVI_FRU_Info>},
+    {"is_TAVI_A2_Present", {0, 1}, false, any<is_TAVI_A2_Present>},
+    {"get_TAVI_Revison", {0, 1, 2}, false, tavi_revision},
+    {"update_TAVI_FRU_Info", {0, 2, 3}, false, tavi_fru},
+    {"BlinkPCIeSSD", {0}, false, any<BlinkPCIeSSD>},
+    {"UnBlinkPCIeSSD", {0}, false, any<UnBlinkPCIeSSD>},
+    {"RTSHM_StoreFRU", {0, 2}, false, store_fru},
+    {"RTSHM_StoreFRUTemp", {0, 2}, false, any<RTSHM_StoreFRUTemp>},
+    {"RTSHM_ClearFRU", {0, 2}, false, any<RTSHM_ClearFRU>},
+    {"RTSHM_ClearFqdd", {0, 2}, false, any<RTSHM_ClearFqdd>},
+    {"RTSHM_Add_NVMeSSD_FQDD_toSHM", {0, 2}, false, any<RTSHM_Add_NVMeSSD_FQDD_toSHM>},
+    {"RTSHM_GetPCIeSSDGlobalSlotNumberBase",
+     {0, 2, 3},
+     false,
+     any<RTSHM_GetPCIeSSDGlobalSlotNumberBase>},
+    {"RTSHM_ReadPCIeSSDPresenceSharedMem", {0}, false, any<RTSHM_ReadPCIeSSDPresenceSharedMem>},
+    {"RTSHM_readPciessdDriveStatusFromShm",
      {0, 3},
      false,
-     [](Draw& d) { return get_byte(RTSHM_readPCIeSSDBayIDInfoFromGblSlotNum, int{d}); }},
-    {"bay of a slot",
-     {0, 3},
-     false,
-     [](Draw& d) { return get_byte(RTSHM_readBayIDInfoFromGblSlotNum, unsigned{d}); }},
-    {"position of an EID",
-     {0, 1, 3},
-     true,
-     [](Draw& d) {
-         std::uint8_t bay = 0, slot = 0;
-         return RTSHM_readBayIDAndSlotNoFromEID(&bay, &slot, d);
-     }},
-    {"position of a VDM EID",
-     {0, 3},
-     false,
-     [](Draw& d) {
-         std::uint8_t bay = 0, slot = 0;
-         return RTSHM_readBayIDAndSlotNoFromVDMEID(&bay, &slot, d);
-     }},
-    {"I2C EID of a VDM EID",
+     any<RTSHM_readPciessdDriveStatusFromShm>},
+    {"updatePciessdDriveStatusToShm", {0, 2}, false, any<updatePciessdDriveStatusToShm>},
+    {"updatePciessdiBCDDataToShm",
      {0},
      false,
-     [](Draw& d) { return rtshm_getI2CNVMeSSDEIDfromVDMEID(d) * 0u; }},
-    {"HBA FRU", {0, 2, 3}, false, [](Draw& d) { return read_fru(get_HBA_FRU_Info, d); }},
-    {"KRON FRU", {0, 2, 3}, false, [](Draw& d) { return read_fru(get_KRON_TAVI_FRU_Info, d); }},
-    {"TAVI-A2", {0, 1}, false, [](Draw&) { return is_TAVI_A2_Present(); }},
-    {"TAVI revision",
-     {0, 1, 2},
-     false,
-     [](Draw& d) {
-         Bytes data = d.bytes(d.below(60));
-         const std::string name = d.text();
-         std::copy_n(name.begin(), data.size() > 19 ? std::min(name.size(), data.size() - 19) : 0,
-                     data.begin() + (data.size() > 19 ? 19 : 0));
-         return get_TAVI_Revison(data.data(), static_cast<std::uint32_t>(data.size()));
-     }},
-    {"TAVI FRU",
-     {0, 2, 3},
-     false,
-     [](Draw& d) {
-         std::uint8_t slot = 0, revision = 0;
-         return update_TAVI_FRU_Info(d.bytes(15).data(), &slot, &revision);
-     }},
-    {"blink over IPMI", {0}, false, [](Draw& d) { return BlinkPCIeSSD(d, d); }},
-    {"unblink over IPMI", {0}, false, [](Draw& d) { return UnBlinkPCIeSSD(d, d, d); }},
-    {"store FRU",
-     {0, 2},
-     false,
-     [](Draw& d) {
-         const Bytes image = d.bytes(d.below(700));
-         return RTSHM_StoreFRU(d, d, d, d, d, image.data(),
-                               static_cast<std::uint32_t>(image.size()));
-     }},
-    {"store temperature", {0, 2}, false, [](Draw& d) { return RTSHM_StoreFRUTemp(d, d, d, d); }},
-    {"clear FRU", {0, 2}, false, [](Draw& d) { return RTSHM_ClearFRU(d, d, d); }},
-    {"clear FQDD", {0, 2}, false, [](Draw& d) { return RTSHM_ClearFqdd(d, d, d); }},
-    {"store FQDD",
-     {0, 2},
-     false,
-     [](Draw& d) {
-         const Bytes text = d.narrow();
-         return RTSHM_Add_NVMeSSD_FQDD_toSHM(d, reinterpret_cast<const char*>(text.data()));
-     }},
-    {"first global slot",
-     {0, 2, 3},
-     false,
-     [](Draw& d) {
-         std::uint8_t base = 0;
-         return RTSHM_GetPCIeSSDGlobalSlotNumberBase(d, &base);
-     }},
-    {"presence", {0}, false, [](Draw&) { return get_byte(RTSHM_ReadPCIeSSDPresenceSharedMem); }},
-    {"read status",
-     {0, 3},
-     false,
-     [](Draw& d) {
-         std::uint16_t status = 0;
-         return RTSHM_readPciessdDriveStatusFromShm(&status, d);
-     }},
-    {"write status", {0, 2}, false, [](Draw& d) { return updatePciessdDriveStatusToShm(d, d); }},
-    {"write all status",
-     {0},
-     false,
-     [](Draw& d) { return updatePciessdiBCDDataToShm(d.bytes(128).data()); }},
-    {"behind a KRON",
+     [](Draw& draw) { return updatePciessdiBCDDataToShm(draw.bytes(128).data()); }},
+    {"rtshm_IsDriveBehindKRONfromBPAPIByEID",
      {0, 1, 3},
      true,
-     [](Draw& d) { return get_byte(rtshm_IsDriveBehindKRONfromBPAPIByEID, std::uint8_t{d}); }},
-    {"card extenders", {0, 3}, false, [](Draw&) { return rtshm_getPCIessdExtcard(); }},
-    {"card extender", {0, 2, 3}, false, [](Draw& d) { return processPciessdExtndrcardInfo(d, d); }},
-    {"card backplanes", {0, 3}, false, [](Draw&) { return rtshm_getPCIessdBp(); }},
-    {"card backplane",
-     {0, 2, 3},
-     false,
-     [](Draw& d) { return processPciessdBackplaneInfo(d, d, d, d); }},
+     any<rtshm_IsDriveBehindKRONfromBPAPIByEID>},
+    {"rtshm_getPCIessdExtcard", {0, 3}, false, any<rtshm_getPCIessdExtcard>},
+    {"processPciessdExtndrcardInfo", {0, 2, 3}, false, any<processPciessdExtndrcardInfo>},
+    {"rtshm_getPCIessdBp", {0, 3}, false, any<rtshm_getPCIessdBp>},
+    {"processPciessdBackplaneInfo", {0, 2, 3}, false, any<processPciessdBackplaneInfo>},
 };
 
 class HostileTables : public BackplaneTest {
@@ -307,13 +268,10 @@ class HostileTables : public BackplaneTest {
     // Everything that the operations read, drawn anew.
     void draw_world(Draw& draw) {
         EXPECT_EQ(rtcache_Init(), 0u);
-        for (const std::uint8_t eid : {std::uint8_t{20}, std::uint8_t{21}, std::uint8_t{254}}) {
+        for (const std::uint8_t eid : std::initializer_list<std::uint8_t>{20, 21, 254}) {
             rtcache_UpdateCachedObject(RTCACHE_REGISTER, eid, draw.below(20), 0);
-        }
-        const CacheLock lock;
-        for (int i = 0; i < 8; ++i) {
-            store(draw, RTCACHE_KEY_CONTROLLER, static_cast<std::uint8_t>(draw.below(255)));
-            store(draw, RTCACHE_KEY_DISK, 20);
+            const CacheLock lock;
+            store_nodes(draw, eid);
         }
         for (const int region : {15, 20, 26, 49}) {
             draw.fill(platform.region(region).data(), platform.region(region).size());
@@ -323,56 +281,54 @@ class HostileTables : public BackplaneTest {
             fake::Platform::Fru fru;
             draw.fill(fru.info.data(), fru.info.size());
             fru.data = draw.bytes(draw.below(2) != 0 ? draw.below(100) : 0x10000);
-            platform.frus[draw] = fru;
+            platform.frus[draw.any<std::uint16_t>()] = fru;
         }
         draw.fill(&sNVMeSSDBPInfo, sizeof(sNVMeSSDBPInfo));
         draw.fill(&sNVMeSSDBPVDMInfo, sizeof(sNVMeSSDBPVDMInfo));
     }
 
   private:
-    static wchar_t* wide(Draw& draw) {
-        const std::string text = draw.text();
-        auto* copy = static_cast<wchar_t*>(vexel_alloc((text.size() + 1) * sizeof(wchar_t)));
-        std::copy(text.begin(), text.end(), copy);
-        return copy;
+    template <class T>
+    static T* made() {
+        return static_cast<T*>(vexel_alloc(sizeof(T)));
     }
+    // None, or one with or without an FQDD.
     static StorageObjectRecord* record(Draw& draw, std::uint32_t type) {
-        auto* made = static_cast<StorageObjectRecord*>(vexel_alloc(sizeof(StorageObjectRecord)));
-        made->objType = type;
-        made->hdr.VERSION = 1;
-        made->hdr.FQDD = draw.below(4) != 0 ? wide(draw) : nullptr;
-        return made;
+        if (draw.below(4) == 0) {
+            return nullptr;
+        }
+        auto* record = made<StorageObjectRecord>();
+        record->objType = type;
+        record->hdr.VERSION = 1;
+        if (draw.below(4) != 0) {
+            const std::string text = draw.text();
+            auto* copy = static_cast<wchar_t*>(vexel_alloc((text.size() + 1) * sizeof(wchar_t)));
+            std::copy(text.begin(), text.end(), copy);
+            record->hdr.FQDD = copy;
+        }
+        return record;
     }
-    // A node with or without what it may point to, where no other is.
-    static void store(Draw& draw, std::uint32_t key_type, std::uint8_t eid) {
-        const auto key =
-            static_cast<std::uint16_t>(key_type == RTCACHE_KEY_DISK ? draw.below(2048) : eid);
-        void* held = nullptr;
-        if (rtcache_GetCachedObject(key_type, eid, key, &held) != 0 || held != nullptr) {
-            return;
-        }
-        const bool whole = draw.below(4) != 0;
-        if (key_type == RTCACHE_KEY_CONTROLLER) {
-            auto* node =
-                static_cast<RtCacheControllerNode*>(vexel_alloc(sizeof(RtCacheControllerNode)));
-            node->objType = draw.below(2) != 0 ? RT_OBJ_ADAPTER : RT_NODE_PCIESSD_ADAPTER;
-            node->adapter = whole ? record(draw, RT_OBJ_ADAPTER) : nullptr;
-            node->battery = draw.below(2) != 0 ? record(draw, RT_OBJ_BATTERY) : nullptr;
-            held = node;
-        } else {
-            auto* node = static_cast<RtCacheDiskNode*>(vexel_alloc(sizeof(RtCacheDiskNode)));
-            static constexpr std::uint32_t kTypes[] = {RT_OBJ_PHYSICAL_DISK, RT_OBJ_ENCLOSURE,
-                                                       RT_OBJ_BACKPLANE};
-            node->objType = kTypes[draw.below(3)];
-            if (whole) {
-                node->enclObj =
-                    static_cast<RtCacheEnclosureLink*>(vexel_alloc(sizeof(RtCacheEnclosureLink)));
-                node->enclObj->enclType.extEncl.Obj =
-                    draw.below(4) != 0 ? record(draw, node->objType) : nullptr;
+    static void store(std::uint32_t key_type, std::uint8_t eid, std::uint16_t key, void* node) {
+        EXPECT_EQ(rtcache_SetCachedObject(key_type, eid, key, node), 0u);
+    }
+    static void store_nodes(Draw& draw, std::uint8_t eid) {
+        auto* controller = made<RtCacheControllerNode>();
+        controller->objType = draw.below(2) != 0 ? RT_OBJ_ADAPTER : RT_NODE_PCIESSD_ADAPTER;
+        controller->adapter = record(draw, RT_OBJ_ADAPTER);
+        controller->battery = record(draw, RT_OBJ_BATTERY);
+        store(RTCACHE_KEY_CONTROLLER, eid, eid, controller);
+        static constexpr std::uint32_t kTypes[] = {RT_OBJ_PHYSICAL_DISK, RT_OBJ_ENCLOSURE,
+                                                   RT_OBJ_BACKPLANE};
+        for (const std::uint16_t key :
+             std::initializer_list<std::uint16_t>{0, 1, 3, 6, 255, 2047}) {
+            auto* disk = made<RtCacheDiskNode>();
+            disk->objType = kTypes[draw.below(3)];
+            if (draw.below(4) != 0) {
+                disk->enclObj = made<RtCacheEnclosureLink>();
+                disk->enclObj->enclType.extEncl.Obj = record(draw, disk->objType);
             }
-            held = node;
+            store(RTCACHE_KEY_DISK, eid, key, disk);
         }
-        EXPECT_EQ(rtcache_SetCachedObject(key_type, eid, key, held), 0u);
     }
 
     std::string dump_;
@@ -387,13 +343,13 @@ TEST_F(HostileTables, EveryLookUpEndsWithADocumentedResult) {
         draw_world(draw);
         for (unsigned i = 0; i < kCalls * std::size(kOperations); ++i) {
             const Operation& operation = kOperations[i % std::size(kOperations)];
-            std::uint32_t result = 0;
+            std::optional<CacheLock> lock;
             if (operation.holds_cache) {
-                const CacheLock lock;
-                result = operation.call(draw);
-            } else {
-                result = operation.call(draw);
+                lock.emplace();
             }
+            const std::uint32_t result = operation.call(draw);
+            lock.reset();
+            draw.forget();
             ASSERT_NE(std::ranges::find(operation.results, result), operation.results.end())
                 << operation.what << " gave " << result << ", seed " << seed;
             ASSERT_EQ(platform.locks_held(), 0) << operation.what << ", seed " << seed;
