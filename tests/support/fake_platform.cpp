@@ -19,6 +19,8 @@ namespace fake {
 
 namespace {
 
+thread_local int allocation_scopes = 0;
+
 struct RegionSize {
     int id;
     int size;
@@ -61,8 +63,7 @@ void Platform::reset() {
     const std::lock_guard lock{mutex};
     faults_ = {};
     lines_.clear();
-    record_ = true;
-    regions.clear();
+    treatment_ = Lines::Recorded;
     for (const RegionSize& region : kRegions) {
         regions[region.id].assign(static_cast<std::size_t>(region.size), 0);
     }
@@ -106,21 +107,23 @@ bool Platform::fault_fired(Place place) const {
     return faults_[static_cast<std::size_t>(place)].fired;
 }
 
+bool Platform::Fault::strikes() {
+    ++calls;
+    const bool strikes = at != 0 && (calls == at || (lasting && calls > at));
+    fired = fired || strikes;
+    return strikes;
+}
+
 bool Platform::hit(Place place) {
     const std::lock_guard lock{mutex};
-    Fault& fault = faults_[static_cast<std::size_t>(place)];
-    ++fault.calls;
-    const bool fails =
-        fault.at != 0 && (fault.calls == fault.at || (fault.lasting && fault.calls > fault.at));
-    fault.fired = fault.fired || fails;
-    return fails;
+    const bool any = place != Place::Allocation && allocation_scopes > 0 &&
+                     faults_[static_cast<std::size_t>(Place::AnyCall)].strikes();
+    return faults_[static_cast<std::size_t>(place)].strikes() || any;
 }
 
 void Platform::add_line(LogLine line) {
     const std::lock_guard lock{mutex};
-    if (record_) {
-        lines_.push_back(std::move(line));
-    }
+    lines_.push_back(std::move(line));
 }
 
 std::vector<LogLine> Platform::lines() const {
@@ -155,9 +158,14 @@ void Platform::clear_lines() {
     lines_.clear();
 }
 
-void Platform::record_lines(bool on) {
+Platform::Lines Platform::treatment_of_lines() const {
     const std::lock_guard lock{mutex};
-    record_ = on;
+    return treatment_;
+}
+
+void Platform::treat_lines(Lines treatment) {
+    const std::lock_guard lock{mutex};
+    treatment_ = treatment;
 }
 
 int Platform::locks_held() const {
@@ -227,7 +235,12 @@ using fake::platform;
 // ---- debug log --------------------------------------------------------------------------------
 
 int zentprintf(int level, int module, const char* format, ...) {
-    char text[8192] = "";
+    const fake::Platform::Lines treatment = platform().treatment_of_lines();
+    if (treatment == fake::Platform::Lines::Dropped) {
+        return 0;
+    }
+    char text[8192];
+    text[0] = '\0';
     va_list arguments;
     va_start(arguments, format);
     const int length = std::vsnprintf(text, sizeof(text), format, arguments);
@@ -235,7 +248,9 @@ int zentprintf(int level, int module, const char* format, ...) {
     if (length < 0) {
         ADD_FAILURE() << "a log line that no sink can convert: " << format;
     }
-    platform().add_line(fake::parse(level, module, text));
+    if (treatment == fake::Platform::Lines::Recorded) {
+        platform().add_line(fake::parse(level, module, text));
+    }
     return 0;
 }
 
@@ -249,6 +264,7 @@ SMMutexHandle SMMutexCreate(const char*) {
     if (platform().hit(Place::MutexCreate)) {
         return nullptr;
     }
+    const fake::AllocationPause pause;  // what this calls is not the library's
     auto* object = new SMMutexObject;
     pthread_mutexattr_t attributes;
     pthread_mutexattr_init(&attributes);
@@ -631,7 +647,6 @@ int IPMI_DoIPMICmd(uint8_t netFn, uint8_t cmd, const uint8_t* request, uint32_t 
 namespace fake {
 namespace {
 std::atomic<long> blocks{0};
-thread_local int allocation_scopes = 0;
 }  // namespace
 
 long live_blocks() {
@@ -643,18 +658,20 @@ AllocationScope::AllocationScope() {
 AllocationScope::~AllocationScope() {
     --allocation_scopes;
 }
+AllocationPause::AllocationPause() : scopes_(allocation_scopes) {
+    allocation_scopes = 0;
+}
+AllocationPause::~AllocationPause() {
+    allocation_scopes = scopes_;
+}
+bool system_call_fails() {
+    return allocation_scopes > 0 && platform().hit(Place::System);
+}
 
 namespace {
 
 bool allocation_fails() {
-    if (allocation_scopes == 0) {
-        return false;
-    }
-    const int scopes = allocation_scopes;
-    allocation_scopes = 0;  // the bookkeeping may allocate
-    const bool fails = platform().hit(Place::Allocation);
-    allocation_scopes = scopes;
-    return fails;
+    return allocation_scopes > 0 && platform().hit(Place::Allocation);
 }
 
 void* counted(void* block) {

@@ -41,7 +41,9 @@ enum class Place {
     EvSubmitSingle,
     FriendlyName,
     Ipmi,
+    System,      // calls of the C library, where the binary wraps them
     Allocation,  // calloc and malloc of code linked into the test binary
+    AnyCall,     // any of the above but Allocation, in an AllocationScope
     Count,
 };
 
@@ -107,7 +109,10 @@ class Platform {
     bool logged(int level, const std::string& message) const;
     int count_logged(int level, const std::string& message) const;
     void clear_lines();
-    void record_lines(bool on);  // off for long loops
+    enum class Lines { Recorded, Formatted, Dropped };
+    void treat_lines(Lines treatment);
+    void record_lines(bool on) { treat_lines(on ? Lines::Recorded : Lines::Formatted); }
+    Lines treatment_of_lines() const;
 
     // Mutexes.
     int locks_held() const;
@@ -168,10 +173,12 @@ class Platform {
         int at = 0;  // 0: none
         bool lasting = false;
         bool fired = false;
+
+        bool strikes();  // counts a call
     };
     std::array<Fault, static_cast<std::size_t>(Place::Count)> faults_;
     std::vector<LogLine> lines_;
-    bool record_ = true;
+    Lines treatment_ = Lines::Recorded;
 };
 
 // The one platform of the process.
@@ -179,8 +186,8 @@ Platform& platform();
 
 // Blocks of calloc and malloc, made by code linked into the test binary, that are not freed yet.
 long live_blocks();
-// Whether Allocation faults and counts apply on this thread now; on only around the code under
-// test.
+// Whether Allocation, System and AnyCall faults and counts apply on this thread now; on only around
+// the code under test.
 class AllocationScope {
   public:
     AllocationScope();
@@ -188,6 +195,19 @@ class AllocationScope {
     AllocationScope(const AllocationScope&) = delete;
     AllocationScope& operator=(const AllocationScope&) = delete;
 };
+// Switches them off inside an AllocationScope.
+class AllocationPause {
+  public:
+    AllocationPause();
+    ~AllocationPause();
+    AllocationPause(const AllocationPause&) = delete;
+    AllocationPause& operator=(const AllocationPause&) = delete;
+
+  private:
+    int scopes_;
+};
+// Counts a call of the C library; true: it is to fail.
+bool system_call_fails();
 
 }  // namespace fake
 

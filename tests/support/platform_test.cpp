@@ -6,8 +6,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "vexel.h"
 #include "internal/vexel_state.h"
+#include "vexel.h"
 
 PlatformTest::PlatformTest() {
     platform.reset();

@@ -1,0 +1,122 @@
+#include "rt_shm.h"
+#include "tests/faults/scenario.h"
+#include "tests/faults/world.h"
+
+namespace faults {
+namespace {
+
+// 0 if all results are.
+template <class... Results>
+std::int64_t sum(Results... results) {
+    return (std::int64_t{0} + ... + results);
+}
+
+}  // namespace
+
+Scenarios backplane_scenarios() {
+    return {
+        {"main session",
+         {0, {1}},
+         [] {
+             rtshm_BpApiExit();
+             const std::uint32_t result = rtshm_BpApiInit();
+             return (bpAPIHandler != nullptr) == (result == 0) ? result : 100;
+         }},
+        {"KRON session",
+         {0, {1}},
+         [] {
+             rtshm_BpApiKronExit();
+             const std::uint32_t result = rtshm_BpApiKronInit();
+             return (bpAPIKronHandler != nullptr) == (result == 0) ? result : 100;
+         }},
+        {"snapshot", {0, {5}}, [] { return rtshm_BpDataUpdate(); }},
+        {"hot plug",
+         {4},
+         [] {
+             static BpApiInfo copy;
+             g_bpInfo = &copy;
+             NVMeHotPlugCallback(&fake::platform().snapshot);
+             BpApiKronCallback(g_bpInfo);
+             ZentBpPrintApiInfo(g_bpInfo);
+             g_bpInfo = nullptr;
+             return copy.driveCnt;
+         }},
+        {"raw snapshot",
+         {0, {1}},
+         [] {
+             static std::uint8_t buffer[BPAPI_INFO_SIZE];
+             return ReadNVMeBPInfo(buffer);
+         }},
+        {"drive positions",
+         {0, {}, true},
+         [] {
+             std::uint16_t state = 0;
+             std::uint8_t eid = 0, bay = 9, slot = 9;
+             return sum(read(rtshm_getDriveTechFromBpInfo, 1, 2),
+                        read(rtshm_getBusNumFromBpInfo, 1, 2),
+                        rtshm_getNVMeDriveState(&state, 1, 2), rtshm_SetNVMeDriveState(1, 2, 1),
+                        rtshm_UpdateNVMeSSDSlotToEID(1, 2, kNvme),
+                        rtshm_UpdateNVMeSSDSlotToVDMEID(1, 2, kVdmEid),
+                        rtshm_getI2CNVMeSSDEIDfromSlotAndBayId(1, 2, &eid),
+                        rtshm_GetNVMeSSDvdmEIDfromSlotandBayID(1, 2, &eid),
+                        read(rtshm_IsDriveBehindKRONfromBPAPI, 1, 2),
+                        read(rtshm_IsDriveConnectedRearBP, 1, 2),
+                        rtshm_getExtenderSlotFromDriveSlot(1, 2, &slot),
+                        read(RTSHM_readBayIDInfoFromGblSlotNum, 2),
+                        RTSHM_readBayIDAndSlotNoFromEID(&bay, &slot, kNvme),
+                        RTSHM_readBayIDAndSlotNoFromVDMEID(&bay, &slot, kVdmEid),
+                        read(rtshm_IsDriveBehindKRONfromBPAPIByEID, kNvme),
+                        rtshm_getI2CNVMeSSDEIDfromVDMEID(kVdmEid) - kNvme,
+                        sNVMeSSDBPInfo.slots[52].i2cEid - kNvme,
+                        sNVMeSSDBPVDMInfo.slots[52].vdmEid - kVdmEid);
+         }},
+        {"texts and versions",
+         {0},
+         [] {
+             std::uint8_t major, minor, bay, slot;
+             std::uint32_t type, text;
+             return sum(
+                 RTSHM_setBpFwVersion(1, 2, 3), RTSHM_getBpFwVersion(1, &major, &minor),
+                 RTSHM_ReadBpFwVersion(1, &text),
+                 getBayIDandSlotFromFqdd("Disk.Bay.7:Enclosure.Internal.0-2", 0, &bay, &slot),
+                 getSlotandSlotIndexfromFQDD("PCIeSSD.Slot.3-1", 0, &bay, &slot, &type));
+         }},
+        {"extenders", {0, {3}}, [] { return rtshm_getNVMeExtcard(); }},
+        {"extender", {0, {3}}, [] { return processNVMeExtndrcardInfo(1, 5); }},
+        {"backplanes", {0}, [] { return rtshm_getNVMeBPs(); }},
+        {"backplane",
+         {0, {3}},
+         [] {
+             return processNVMeBackplaneInfo(&sNVMeSSDBPInfo.bays[1], &sNVMeSSDBPInfo.slots[51]);
+         }},
+        {"SSD extenders", {0, {3}}, [] { return rtshm_getPCIessdExtcard(); }},
+        {"SSD extender", {0, {3}}, [] { return processPciessdExtndrcardInfo(1, 6); }},
+        {"SSD backplanes", {0, {3}}, [] { return rtshm_getPCIessdBp(); }},
+        {"SSD backplane", {0, {3}}, [] { return processPciessdBackplaneInfo(1, 2, 3, 4); }},
+        {"blink", {0, {1}}, [] { return BlinkNVMeSSD(1, 2); }},
+        {"stop to blink", {0, {1}}, [] { return UnBlinkNVMeSSD(1, 2, 3); }},
+        {"stop all", {0, {1}}, [] { return UnBlinkAllNVMeSSDS(kNvme, 1, 2, 3); }},
+        {"status to the backplane",
+         {0, {1}, true},
+         [] {
+             const fake::Platform& platform = fake::platform();
+             const int sessions = platform.open_sessions();
+             const std::uint32_t result = updateNVMeSSDDriveStatusToBP(3, 2, kNvme);
+             const bool left = platform.open_sessions() != sessions;
+             if (left) {  // a refused write leaves its session open: the last one
+                 const fake::AllocationPause pause;
+                 ZentBpApiCloseExec(platform.sessions.rbegin()->first, nullptr, nullptr, 0);
+             }
+             return left == (result == 1) ? result : 100;
+         }},
+        {"lists that only clients use",
+         {0},
+         [] {
+             return sum(g_nvme_new_vdm_eids[0], g_nvme_vdm_eid_count, g_nvme_vdm_eids[0],
+                        g_nvmecard_new_vdm_eids[0], g_nvmecard_vdm_eid_count,
+                        g_nvmecard_vdm_eids[0]);
+         }},
+    };
+}
+
+}  // namespace faults

@@ -1,0 +1,153 @@
+#include <algorithm>
+
+#include "rt_cache.h"
+#include "tests/faults/scenario.h"
+#include "tests/faults/world.h"
+#include "vexel.h"
+
+namespace faults {
+namespace {
+
+// Whether every table of the cache is there, or none is.
+bool is_whole() {
+    const bool tables[] = {cache_Events != nullptr,
+                           cache_Events_PD_ChObj != nullptr,
+                           cache_Events_delayed != nullptr,
+                           cache_Events_PD_ChObj_delayed != nullptr,
+                           cache_PDs != nullptr,
+                           cache_VDs != nullptr,
+                           cache_StorageEIDInfo.storageEID != nullptr,
+                           cache_StorageEIDInfo.eidInfo != nullptr};
+    return std::ranges::count(tables, mutexRtCache != nullptr) == std::ssize(tables);
+}
+
+bool is_empty() {
+    return cache_AllEIDs[kKron] == nullptr && cache_Bkplanes[1] == nullptr &&
+           cache_Extndrs[3] == nullptr && cache_CMDsCount[kKron] == nullptr &&
+           sIDToValueMap[3] == 0;
+}
+
+std::int64_t read(std::uint32_t (*get)(std::uint32_t, std::uint8_t*), std::uint32_t eid) {
+    std::uint8_t byte = 0;
+    return get(eid, &byte);
+}
+
+}  // namespace
+
+Scenarios cache_scenarios() {
+    return {
+        {"start and stop",
+         {0, {1}},
+         [] {
+             stop();
+             return start() ? 0 : 1;
+         }},
+        {"cache",
+         {0, {1, 3}},
+         [] {
+             const std::uint32_t result = rtcache_Init();
+             return is_empty() && (result != 0 || is_whole()) ? result : 100;
+         }},
+        {"end of the cache", {0}, [] { return rtcache_Destroy(); }},
+        {"freed memory",
+         {0, {1, 3}},
+         [] {
+             rtcache_FreeMem();
+             rtcache_Destroy();
+             return rtcache_Init();
+         }},
+        {"lock",
+         {0, {3}},
+         [] {
+             const std::uint32_t result = rtcache_GetLock();
+             if (result == 0) {
+                 SMMutexUnLock(mutexRtCache);
+             }
+             return result;
+         }},
+        {"ids", {0}, [] { return rtcache_SetID(3, 5) + read(rtcache_GetID, 3u); }},
+        {"endpoint count", {4, {3}}, [] { return rtcache_GetStorageEIDCount(); }},
+        {"endpoints",
+         {0, {3}},
+         [] {
+             StorageEIDTable table;
+             return rtcache_GetStorageEIDs(&table);
+         }},
+        {"status",
+         {0, {3}},
+         [] {
+             StorageEIDAttr attributes;
+             return rtcache_GetStorageEIDStatus(kHba, &attributes);
+         }},
+        {"set status", {0, {3}}, [] { return rtcache_SetStorageEIDStatus(kHba, 3); }},
+        {"type", {0, {3}}, [] { return read(rtcache_GetStorageEIDType, kHba); }},
+        {"set type", {0, {3}}, [] { return rtcache_SetStorageEIDType(kHba, RTCACHE_TYPE_HBA); }},
+        {"set modular id", {0, {3}}, [] { return rtcache_SetModularId(kHba, 2); }},
+        {"attributes",
+         {0, {}, true},
+         [] {
+             StorageEIDAttr attributes;
+             return rtcache_GetStorageEIDStatusNoLock(kHba, &attributes) +
+                    rtcache_SetStorageEIDStatusNoLock(kHba, 4) +
+                    read(rtcache_GetStorageEIDTypeNoLock, kHba) +
+                    read(rtcache_GetModularIdNoLock, kHba) + GetIndexFromEID(kKron);
+         }},
+        {"registration",
+         {0, {3, 30, 33}},
+         [] {
+             const std::uint32_t added =
+                 rtcache_UpdateCachedObject(RTCACHE_REGISTER, 30, RTCACHE_TYPE_KRON, 0);
+             const std::uint32_t removed = rtcache_UpdateCachedObject(0, 30, RTCACHE_TYPE_KRON, 0);
+             return added * 10 + removed;
+         }},
+        {"object",
+         {0, {}, true},
+         [] {
+             void* object = nullptr;
+             const std::uint32_t found =
+                 rtcache_GetCachedObject(RTCACHE_KEY_DISK, kKron, kDiskKey, &object);
+             return found + rtcache_SetCachedObject(RTCACHE_KEY_DISK, kKron, kDiskKey, object);
+         }},
+        {"freed level", {0, {3}}, [] { return rtcache_FreeObjectLevel(kKron, RTCACHE_KEY_DISK); }},
+        {"freed records", {0}, [] { return (rtcache_FreeRMObjects(room_for_record(), 1), 0); }},
+        {"names",
+         {7, {6}, true},
+         [] {
+             wchar_t* enclosure = nullptr;
+             rtcache_GetEnclosureFQDD(kKron, kEnclosureKey, &enclosure);
+             const bool copied = enclosure != nullptr;
+             vexel_free(enclosure);
+             return copied + 2 * (rtcache_GetAdapterFQDD(kKron) != nullptr) +
+                    4 * (rtcache_GetBatteryFQDD(kKron) != nullptr);
+         }},
+        {"name of an SSD",
+         {1, {0}},
+         [] {
+             char* fqdd = vexel_GetPCIeSSDFQDD(2);
+             vexel_free(fqdd);
+             return fqdd != nullptr;
+         }},
+        {"printed cache", {0, {-1}, true}, [] { return rtcache_PrintCache(); }},
+        {"command status",
+         {0, {}, true},
+         [] {
+             g_rtpil_Controller_Status[0].eid = kNvme;
+             std::uint8_t status;
+             return rtmpi2_UpdateControllerCommandStatus(kNvme, RTPIL_COMMAND_FAILED, 1) +
+                    rtpil_GetControllerCommunicationStatus(kNvme, &status) +
+                    std::int64_t{rtpil_SetctrlEnableLoggingStatus(kNvme, 0)} +
+                    rtpil_GetctrlEnableLoggingStatus(kNvme) + rtpil_IfNVMeSSD_isNotPresent(kNvme);
+         }},
+        {"tables that only clients use",
+         {10 + 60 + 20 + 5 + 16 + 104 - 6 - 8 - 32},
+         [] {
+             return backplane_drive_thermalpoll_interval + insight_drive_thermalpoll_interval +
+                    max_enclosures_attached_to_kron + max_pciessd_backplanes + max_pciessd_extndrs +
+                    max_pciessds + g_rtpil_HBA_Communication_Status[0] +
+                    g_rtpil_MCTPCommandStatus[0] - max_adapters - max_logicaldevices -
+                    max_physicaldevices;
+         }},
+    };
+}
+
+}  // namespace faults

@@ -1,0 +1,113 @@
+#include <array>
+
+#include "rt_cache.h"
+#include "rt_cache/rt_cache_nodes.h"
+#include "tests/faults/scenario.h"
+#include "tests/faults/world.h"
+#include "vexel.h"
+
+namespace faults {
+namespace {
+
+// Gives an endpoint events, the last with data, and eight changed disks.
+void fill(std::uint8_t eid, std::uint32_t count) {
+    RtCacheEventRow& list = cache_Events[GetIndexFromEID(eid)];
+    for (; list.eventCount < count; ++list.eventCount) {
+        list.events[list.eventCount] = {RT_OBJ_VIRTUAL_DISK, 1, 2, nullptr};
+    }
+    if (list.events[count - 1].eventData == nullptr) {
+        list.events[count - 1].eventData = event_data("VDR1");
+    }
+    cache_Events_PD_ChObj[GetIndexFromEID(eid)].bitmap[1] = 0xFF;
+}
+
+template <class Record>
+std::int64_t recorded(Record record) {
+    EventData* data = event_data("PDR5");
+    const std::uint32_t result = record(data);
+    if (result != 0) {
+        vexutils::free_event_data(data);
+    }
+    return result;
+}
+
+}  // namespace
+
+Scenarios event_scenarios() {
+    return {
+        {"event",
+         {0, {}, true},
+         [] { return rtcache_SetCachedEvent(kHba, RT_OBJ_PHYSICAL_DISK, 3, 4); }},
+        {"event with data",
+         {0, {}, true},
+         [] {
+             return recorded([](EventData* data) {
+                 return rtcache_CopyCachedEvent(kNvme, RT_OBJ_PHYSICAL_DISK, 3, 4, data);
+             });
+         }},
+        {"rolled up event",
+         {0, {}, true},
+         [] {
+             return recorded([](EventData* data) {
+                 return rtcache_SetCachedEvent_roll_up(kKron, RT_OBJ_VIRTUAL_DISK, 1, 2, data);
+             });
+         }},
+        {"delayed events",
+         {0, {}, true},
+         [] {
+             return rtcache_SetDelayedCachedEvent(kKron, RT_OBJ_VIRTUAL_DISK, 1, 2) +
+                    rtcache_SetDelayedCachedEvent(kKron, RT_OBJ_PHYSICAL_DISK, 3, 4) +
+                    rtcache_PurgeDelayedCachedEvents(kKron, 7);
+         }},
+        {"drain",
+         {0, {3}},
+         [] {
+             fill(kKron, 3);
+             RtCacheEventRow* events = nullptr;
+             RtCacheDiskChangeRow* disks = nullptr;
+             const std::uint32_t result = rtcache_GetCachedEvents(kKron, &events, &disks);
+             const bool whole =
+                 (events != nullptr) == (result == 0) && (result != 0 || events->eventCount == 3);
+             if (result == 0) {
+                 vexutils::free_held_data(*events);
+                 vexutils::free_held_data(*disks);
+             }
+             vexel_free(events);
+             vexel_free(disks);
+             return whole ? result : 100;
+         }},
+        {"list of drained events",
+         {0, {3}},
+         [] {
+             auto* events = static_cast<RtCacheEventRow*>(room(sizeof(RtCacheEventRow)));
+             auto* disks = static_cast<RtCacheDiskChangeRow*>(room(sizeof(RtCacheDiskChangeRow)));
+             events->eventCount = RTCACHE_EVENTCACHE_DEPTH;
+             disks->bitmap[3] = 0xFF;
+             RtCacheEventNode* head = nullptr;
+             const std::uint32_t before = gRTCache_EventCount;
+             const std::uint32_t result = rtcache_ConvertCacheToEvent(events, disks, &head);
+             const bool whole = gRTCache_EventCount - before == (result == 0 ? 392 : 0) &&
+                                (head != nullptr) == (result == 0);
+             free_list(head);
+             vexel_free(events);
+             vexel_free(disks);
+             return whole ? result : 100;
+         }},
+        {"events by object type",
+         {0, {3, 30, 33}},
+         [] {
+             fill(kKron, 300);
+             RtCacheEventNode* disks = nullptr;
+             RtCacheEventNode* virtual_disks = nullptr;
+             const std::uint32_t first =
+                 rtcache_GetEventsByObjType(kKron, RT_OBJ_PHYSICAL_DISK, &disks);
+             const std::uint32_t second =
+                 rtcache_GetEventsByObjType(kKron, RT_OBJ_VIRTUAL_DISK, &virtual_disks);
+             free_list(disks);
+             free_list(virtual_disks);
+             return 10 * first + second;
+         }},
+    };
+}
+
+}  // namespace faults

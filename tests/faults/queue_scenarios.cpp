@@ -1,0 +1,74 @@
+#include "rt_evtq.h"
+#include "tests/faults/scenario.h"
+#include "tests/faults/world.h"
+#include "vexel.h"
+
+namespace faults {
+namespace {
+
+std::int64_t put(std::uint32_t type) {
+    auto* event = static_cast<EndpointEvent*>(room(sizeof(EndpointEvent)));
+    *event = {type, 1, {7}};
+    const std::int32_t result = rtraid_EventQueue_Put(event);
+    if (type != RTRAID_CALLBACK_ENDPOINT_TABLE || result != 0) {
+        vexel_free(event);
+    }
+    return result;
+}
+
+}  // namespace
+
+Scenarios queue_scenarios() {
+    return {
+        {"queue",
+         {0, {-1}},
+         [] {
+             NotifQueue* made = nullptr;
+             const std::int32_t result = InitEvtQ(&made);
+             if (made != nullptr) {
+                 SMMutexDestroy(made->mutex);
+             }
+             vexel_free(made);
+             return result;
+         }},
+        {"message",
+         {0, {1, 10, 11}},
+         [] {
+             void* message = nullptr;
+             const std::int32_t added = AddEvt(queue, queue);
+             const std::int32_t removed = removeMsg(queue, &message);
+             return added * 10 + removed;
+         }},
+        {"nodes",
+         {0, {-1}},
+         [] {
+             const std::int32_t result = InsertMsgAtQueueTail(queue, queue);
+             vexel_free(RemoveMsgFromQueueHead(queue));
+             return result;
+         }},
+        {"event queue",
+         {0, {-1}},
+         [] {
+             rtraid_EventQueue_Destroy();
+             return rtraid_EventQueue_Init();
+         }},
+        {"event", {0, {-1}}, [] { return put(RTRAID_CALLBACK_POWERON); }},
+        {"table event", {0, {-1}}, [] { return put(RTRAID_CALLBACK_ENDPOINT_TABLE); }},
+        {"taken event",
+         {1, {0}},
+         [] {
+             rtraid_EventQueue_SetStatus(RTRAID_EVTQ_READY);
+             if (gpRtraid_EventQueue->head == nullptr) {
+                 put(RTRAID_CALLBACK_POWERON);
+             }
+             EndpointEvent* event = nullptr;
+             if (gpRtraid_EventQueue->head != nullptr && rtraid_EventQueue_GetStatus() == 1) {
+                 event = rtraid_EventQueue_Get();
+             }
+             vexel_free(event);
+             return event != nullptr;
+         }},
+    };
+}
+
+}  // namespace faults

@@ -1,0 +1,96 @@
+#include "rt_shm.h"
+#include "tests/faults/scenario.h"
+#include "tests/faults/world.h"
+#include "vexel.h"
+
+namespace faults {
+namespace {
+
+std::int64_t card(std::uint32_t (*get)(std::uint8_t**, std::uint32_t*, std::uint8_t, std::uint8_t),
+                  std::uint8_t type, std::uint8_t slot) {
+    std::uint8_t* data = nullptr;
+    std::uint32_t size = 77;
+    const std::uint32_t result = get(&data, &size, type, slot);
+    const bool whole = (data != nullptr) == (result == 0) && size == (result == 0 ? 60 : 0);
+    vexel_free(data);
+    return whole ? result : 100;
+}
+
+}  // namespace
+
+Scenarios region_scenarios() {
+    return {
+        {"inventory to unknown",
+         {TAPE_UNKNOWN},
+         [] {
+             RTSHM_InitSharedMem();
+             RTSHM_InitPartialSharedMem();
+             RTSHM_InitPCIeSSDSharedMem();
+             return g_IsTapeDrivePresent;
+         }},
+        {"tape section", {0, {5}}, [] { return RTSHM_InitTBUSharedMem(TAPE_PRESENT); }},
+        {"polling flags", {0, {3}}, [] { return read(RTSHM_ReadSharedThermalPolling); }},
+        {"split mode", {0, {3}}, [] { return read(RTSHM_readBackplaneSharedMem); }},
+        {"dump", {0}, [] { return (RTSHM_DumpSharedMem(), 0); }},
+        {"inventory", {0, {}, true}, [] { return RTSHM_UpdateSharedMem(1); }},
+        {"slot of a global slot",
+         {0, {3}},
+         [] { return read(RTSHM_readSSDSlotNumFromGblSlotNum, 2); }},
+        {"bay of a global slot",
+         {0, {3}},
+         [] { return read(RTSHM_readPCIeSSDBayIDInfoFromGblSlotNum, 2); }},
+        {"FRU",
+         {0, {3}},
+         [] {
+             const std::uint8_t fru[4] = {1, 2, 3, 4};
+             return RTSHM_StoreFRU(RTCACHE_TYPE_PCIESSD, 1, 2, 0, 0, fru, 4);
+         }},
+        {"FRU temperature", {2}, [] { return RTSHM_StoreFRUTemp(kNvme, 0, 2, 30); }},
+        {"drive temperature",
+         {0, {3}},
+         [] { return RTSHM_StoreFRUTemp(RTCACHE_TYPE_NVME, 0, 2, 30); }},
+        {"cleared FRU", {0, {3}}, [] { return RTSHM_ClearFRU(RTCACHE_TYPE_NVME, 0, 2); }},
+        {"cleared FQDD", {0, {3}}, [] { return RTSHM_ClearFqdd(RTCACHE_TYPE_NVME, 0, 2); }},
+        {"FQDD of a drive", {0, {3}}, [] { return RTSHM_Add_NVMeSSD_FQDD_toSHM(2, "Disk.Bay.2"); }},
+        {"base of a bay",
+         {0, {3}},
+         [] {
+             std::uint8_t base;
+             return RTSHM_GetPCIeSSDGlobalSlotNumberBase(1, &base);
+         }},
+        {"presence", {0, {3}}, [] { return read(RTSHM_ReadPCIeSSDPresenceSharedMem); }},
+        {"drive status",
+         {0, {3}},
+         [] {
+             std::uint16_t status;
+             return RTSHM_readPciessdDriveStatusFromShm(&status, 2);
+         }},
+        {"written status", {0, {3}}, [] { return updatePciessdDriveStatusToShm(3, 2); }},
+        {"status block",
+         {0, {3}},
+         [] {
+             static const std::uint8_t block[128] = {};
+             return updatePciessdiBCDDataToShm(block);
+         }},
+        {"simulated drives", {0, {3}}, [] { return RTSHM_SimulatePCIeSSD(); }},
+        {"HBA card", {0, {2, 3}}, [] { return card(get_HBA_FRU_Info, 9, 3); }},
+        {"boot card", {0, {2, 3}}, [] { return card(get_KRON_TAVI_FRU_Info, 17, 255); }},
+        {"model of the boot card", {0, {1}}, [] { return is_TAVI_A2_Present(); }},
+        {"slot of the boot card",
+         {0, {2, 3}},
+         [] {
+             const std::uint8_t entry[15] = {2, 1, 0, 0, 17};
+             std::uint8_t slot = 0, revision = 0;
+             const std::uint32_t result = update_TAVI_FRU_Info(entry, &slot, &revision);
+             return slot == (result == 0 ? 5 : 0) ? result : 100;
+         }},
+        {"model by data",
+         {0},
+         [] {
+             const std::uint8_t data[60] = {};
+             return get_TAVI_Revison(data, sizeof(data));
+         }},
+    };
+}
+
+}  // namespace faults

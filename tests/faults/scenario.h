@@ -1,0 +1,53 @@
+// One call, with what it may return. All exported names occur in the scenarios' sources.
+#ifndef TESTS_FAULTS_SCENARIO_H
+#define TESTS_FAULTS_SCENARIO_H
+
+#include <cstdint>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace faults {
+
+// What a call may return, and under which lock it is made.
+struct Promise {
+    std::int64_t done;                      // result without a failure
+    std::vector<std::int64_t> failed = {};  // others that the function promises for one
+    bool holds_cache = false;               // called with mutexRtCache held
+};
+
+struct Scenario {
+    // call: repeatable; leaves nothing behind that the World does not free.
+    template <class Call>
+    Scenario(const char* name, Promise promised, Call)
+        : what(name),
+          promise(std::move(promised)),
+          run([] { return static_cast<std::int64_t>(Call{}()); }) {}
+
+    const char* what;
+    Promise promise;
+    std::int64_t (*run)();
+};
+
+// The result of a function that fills a few bytes.
+template <class... Parameters>
+std::int64_t read(std::uint32_t (*get)(std::uint8_t*, Parameters...),
+                  std::type_identity_t<Parameters>... arguments) {
+    std::uint8_t bytes[40] = {};
+    return get(bytes, arguments...);
+}
+
+using Scenarios = std::vector<Scenario>;
+Scenarios vexel_scenarios();
+Scenarios sync_scenarios();
+Scenarios dup_scenarios();
+Scenarios queue_scenarios();
+Scenarios cache_scenarios();
+Scenarios event_scenarios();
+Scenarios submit_scenarios();
+Scenarios backplane_scenarios();
+Scenarios region_scenarios();
+
+}  // namespace faults
+
+#endif  // TESTS_FAULTS_SCENARIO_H

@@ -1,0 +1,190 @@
+// Every scenario with its n-th allocation failing, for every n, once and from there on; the same
+// with its n-th call to the platform or the C library; and random pairs of both. Each time: a
+// promised result, nothing held or leaked, a valid state, and the same call succeeds afterwards.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <regex>
+#include <set>
+
+#include "tests/faults/scenario.h"
+#include "tests/faults/world.h"
+
+// Half a million blocks a second: no long stacks for them.
+extern "C" const char* __asan_default_options();
+extern "C" const char* __asan_default_options() {
+    return "malloc_context_size=4:quarantine_size_mb=8";
+}
+
+namespace faults {
+namespace {
+
+using fake::Place;
+
+Scenarios all_scenarios() {
+    Scenarios all;
+    for (Scenarios (*some)() :
+         {vexel_scenarios, sync_scenarios, dup_scenarios, queue_scenarios, cache_scenarios,
+          event_scenarios, submit_scenarios, backplane_scenarios, region_scenarios}) {
+        std::ranges::move(some(), std::back_inserter(all));
+    }
+    return all;
+}
+
+struct Fault {
+    int n = 0;  // 0: none
+    bool lasting = false;
+};
+
+struct Trial {
+    bool allocation_failed, call_failed;
+    int allocations, calls;
+};
+
+std::int64_t run(const Scenario& scenario) {
+    const bool locked =
+        scenario.promise.holds_cache && SMMutexLock(mutexRtCache, SM_WAIT_FOREVER) == 0;
+    fake::platform().treat_lines(fake::Platform::Lines::Formatted);  // reads what they tell of
+    std::int64_t result;
+    {
+        const fake::AllocationScope scope;
+        result = scenario.run();
+    }
+    fake::platform().treat_lines(fake::Platform::Lines::Dropped);
+    if (locked) {
+        SMMutexUnLock(mutexRtCache);
+    }
+    return result;
+}
+
+Trial attempt(const Scenario& scenario, Fault allocation, Fault call) {
+    SCOPED_TRACE(testing::Message() << scenario.what << ": allocation " << allocation.n << ", call "
+                                    << call.n << (allocation.lasting ? " for good" : ""));
+    fake::Platform& platform = fake::platform();
+    const Holdings before = holdings();
+    Trial trial{};
+    {
+        const World world;
+        const Holdings standing = holdings();
+        platform.fail(Place::Allocation, allocation.n, allocation.lasting);
+        platform.fail(Place::AnyCall, call.n, call.lasting);
+        const std::int64_t result = run(scenario);
+        platform.no_faults();
+        trial = {platform.fault_fired(Place::Allocation), platform.fault_fired(Place::AnyCall),
+                 platform.calls(Place::Allocation), platform.calls(Place::AnyCall)};
+        const bool failed = trial.allocation_failed || trial.call_failed;
+        EXPECT_TRUE(result == scenario.promise.done ||
+                    (failed && std::ranges::count(scenario.promise.failed, result) != 0))
+            << "result " << result;
+        EXPECT_EQ(holdings().locks, standing.locks);
+        EXPECT_EQ(holdings().lowest_free_descriptor, standing.lowest_free_descriptor);
+        if (failed) {
+            check_state();
+            EXPECT_EQ(run(scenario), scenario.promise.done)
+                << "the same call again, without a failure";
+        }
+    }
+    EXPECT_EQ(holdings(), before) << "what is left";
+    return trial;
+}
+
+bool has_failed() {
+    return testing::Test::HasFailure();  // the first finding is enough
+}
+
+struct Figures {
+    int allocations = 0, calls = 0, pairs = 0;
+};
+
+// Fails the n-th for every n, until a run has none.
+int sweep(const Scenario& scenario, bool of_allocations, bool lasting) {
+    int injected = 0;
+    for (int n = 1; !has_failed(); ++n, ++injected) {
+        const Fault fault{n, lasting};
+        const Trial trial =
+            of_allocations ? attempt(scenario, fault, {}) : attempt(scenario, {}, fault);
+        if (!(of_allocations ? trial.allocation_failed : trial.call_failed)) {
+            break;
+        }
+    }
+    return injected;
+}
+
+// Random pairs in the scenarios that have both.
+Figures sweep_pairs(const Scenarios& scenarios, int count, unsigned seed) {
+    std::vector<Trial> sizes;
+    std::vector<double> weights;
+    for (const Scenario& scenario : scenarios) {
+        sizes.push_back(attempt(scenario, {}, {}));
+        weights.push_back(std::min(1.0 * sizes.back().allocations * sizes.back().calls, 20.0));
+    }
+    std::mt19937 random{seed};
+    const auto pick = [&random](int limit) {
+        return Fault{1 + static_cast<int>(random() % static_cast<unsigned>(limit)),
+                     random() % 2 == 0};
+    };
+    std::discrete_distribution<std::size_t> choice{weights.begin(), weights.end()};
+    Figures figures;
+    for (; figures.pairs < count && !has_failed(); ++figures.pairs) {
+        const std::size_t i = choice(random);
+        const Fault allocation = pick(sizes[i].allocations);
+        const Trial trial = attempt(scenarios[i], allocation, pick(sizes[i].calls));
+        figures.allocations += trial.allocation_failed;
+        figures.calls += trial.call_failed;
+    }
+    return figures;
+}
+
+TEST(Faults, EveryNthFailureIsSurvived) {
+    const Scenarios scenarios = all_scenarios();
+    const char* seed = std::getenv("VEX_SEED");
+    Figures figures = sweep_pairs(scenarios, EMULATED ? 200 : 27'000,
+                                  seed != nullptr ? static_cast<unsigned>(std::atoi(seed)) : 1);
+    for (const Scenario& scenario : scenarios) {
+        for (const bool lasting : {false, true}) {
+            figures.allocations += sweep(scenario, true, lasting);
+            figures.calls += sweep(scenario, false, lasting);
+        }
+    }
+    std::printf("figures: R1 scenarios=%zu allocation_failures=%d\n", scenarios.size(),
+                figures.allocations);
+    std::printf("figures: R2 platform_failures=%d pairs=%d\n", figures.calls, figures.pairs);
+}
+
+std::string content_of(const std::string& path) {
+    std::ifstream file{path};
+    return {std::istreambuf_iterator<char>{file}, {}};
+}
+
+std::set<std::string> words_of(const std::string& text, const char* pattern) {
+    const std::regex word{pattern};
+    std::set<std::string> words;
+    for (std::sregex_iterator i{text.begin(), text.end(), word}; i != std::sregex_iterator{}; ++i) {
+        words.insert((*i)[1]);
+    }
+    return words;
+}
+
+TEST(Faults, EveryExportedNameHasAScenario) {
+    const std::string folder = SOURCE_FOLDER "/tests/faults/";
+    std::string sources;
+    for (const char* area :
+         {"vexel", "sync", "dup", "queue", "cache", "event", "submit", "backplane", "region"}) {
+        sources += content_of(folder + area + "_scenarios.cpp");
+    }
+    const std::set<std::string> used = words_of(sources, "\\b([A-Za-z_]\\w*)\\b");
+    const std::set<std::string> exported =
+        words_of(content_of(SOURCE_FOLDER "/vexutils/libvexutils.map"), "\n    (\\w+);");
+    EXPECT_GT(exported.size(), 200u);
+    for (const std::string& name : exported) {
+        EXPECT_TRUE(used.contains(name)) << name;
+    }
+}
+
+}  // namespace
+}  // namespace faults

@@ -1,0 +1,65 @@
+// A daemon in full operation over the fake platform, small enough to be built anew for each
+// injected failure: endpoints with objects and events, backplanes, regions, cards, queues, files.
+#ifndef TESTS_FAULTS_WORLD_H
+#define TESTS_FAULTS_WORLD_H
+
+#include <string>
+
+#include "notifQue.h"
+#include "rt_cache.h"
+#include "tests/support/fake_platform.h"
+
+namespace faults {
+
+enum : std::uint8_t { kKron = 1, kHba = 10, kNvme = 20, kCard = 21, kVdmEid = 40 };
+enum : std::uint16_t { kDiskKey = 3, kEnclosureKey = 5, kBackplaneKey = 6, kVirtualDiskKey = 2 };
+
+// Objects to copy, in static memory.
+struct Sources {
+    Sources();
+    StorageObjectRecord adapter, battery, driver, disk, virtual_disk, enclosure, backplane, emm,
+        fan, psu, probe, smart_pages, smart_block, smart_flat, foreign;
+    AdapterKeyRecord key;
+    PCIeSSDAdapterNames card;
+};
+extern const Sources sources;
+
+// Starts the daemon's part; goes on when something fails. Returns whether nothing did.
+bool start();
+// Ends it, whatever start() got done.
+void stop();
+
+class World {
+  public:
+    World();
+    ~World();
+    World(const World&) = delete;
+    World& operator=(const World&) = delete;
+};
+
+extern NotifQueue* queue;
+
+// What is held at a moment.
+struct Holdings {
+    long blocks;
+    int mutexes, events, lists, sessions, locks, lowest_free_descriptor;
+    bool operator==(const Holdings&) const = default;
+};
+Holdings holdings();
+std::ostream& operator<<(std::ostream& out, const Holdings& holdings);
+
+// Fails the test where a count, list or text of the library's state is not what it has to be.
+void check_state();
+
+// A file of this process, written afresh.
+std::string file(const std::string& name, const std::string& content);
+
+// Memory that no failure reaches.
+void* room(std::size_t size);
+StorageObjectRecord* room_for_record();
+EventData* event_data(const char* id);
+void free_list(RtCacheEventNode* list);
+
+}  // namespace faults
+
+#endif  // TESTS_FAULTS_WORLD_H
