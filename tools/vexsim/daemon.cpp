@@ -6,6 +6,7 @@
 #include "rt_shm.h"
 #include "vexel.h"
 #include "vexsim/cache_lock.h"
+#include "vexsim/global_status.h"
 #include "vexsim/region_io.h"
 
 namespace vexsim {
@@ -14,19 +15,6 @@ namespace {
 
 bool is_kron(const Controller& controller) {
     return controller.type == RTCACHE_TYPE_KRON || controller.type == RTCACHE_TYPE_KRON_18;
-}
-
-// Reads, changes and writes the global status under its lock.
-template <typename Change>
-RTSyncGlobalStatus change_global_status(const Change& change) {
-    expect_zero("RTSync_LockGlobalStatus", RTSync_LockGlobalStatus());
-    RTSyncGlobalStatus status{};
-    const uint32_t got = RTSync_GetGlobalStatus(&status);
-    change(status);
-    const uint32_t set = got == 0 ? RTSync_SetGlobalStatus(status) : got;
-    expect_zero("RTSync_UnLockGlobalStatus", RTSync_UnLockGlobalStatus());
-    expect_zero("RTSync_SetGlobalStatus", set);
-    return status;
 }
 
 const char* tape_text(uint8_t presence) {
@@ -50,7 +38,8 @@ Daemon::Daemon(const Scenario& scenario, uint64_t seed, Transcript& transcript)
       expected_kron_(scenario.expected_kron.value_or(
           static_cast<uint32_t>(std::ranges::count_if(controllers_, &is_kron)))),
       random_(seed),
-      transcript_(transcript) {}
+      transcript_(transcript),
+      alerts_(transcript) {}
 
 void Daemon::start_up() {
     expect_zero("rt_log_init", rt_log_init());
@@ -62,8 +51,9 @@ void Daemon::start_up() {
     expect_zero("rtraid_KRONInventoryThreadHandlerMutexInit",
                 rtraid_KRONInventoryThreadHandlerMutexInit());
     stage_ = Stage::Reinventory;
+    alerts_.start();
     open_backplane();
-    transcript_.line("start-up: trace log, cache, global status, re-inventory flag, backplane %s",
+    transcript_.line("start-up: trace log, cache, global status, re-inventory flag, event queue, backplane %s",
                      has_topology_ ? "sessions" : "(none)");
     RTSHM_InitSharedMem();
     RTSHM_InitPCIeSSDSharedMem();
@@ -111,6 +101,7 @@ void Daemon::shut_down() {
     if (stage_ == Stage::Off) {
         return;
     }
+    alerts_.report_total();
     transcript_.line("shutdown");
     freeHybridData(&g_hybridJobData);
     if (stage_ >= Stage::Backplane) {
@@ -119,6 +110,7 @@ void Daemon::shut_down() {
     if (stage_ >= Stage::BackplaneKron) {
         rtshm_BpApiKronExit();
     }
+    alerts_.stop();
     if (stage_ >= Stage::Status) {
         RTSync_Destroy();
     }

@@ -8,6 +8,7 @@
 
 #include "rt_cache.h"
 #include "rt_sync.h"
+#include "vexsim/alert_flow.h"
 #include "vexsim/random.h"
 #include "vexsim/scenario.h"
 #include "vexsim/transcript.h"
@@ -56,6 +57,9 @@ class Daemon {
     // Writes which endpoints there are, and where, for vexinspect. Throws RuntimeFailure.
     void write_endpoints(const std::string& path) const;
 
+    // Events and alerts, between start-up and shutdown.
+    AlertFlow& alerts() { return alerts_; }
+
     // A drive by its FQDD, which the scenario's parser has checked.
     DriveRef find_drive(const std::string& fqdd);
 
@@ -93,6 +97,7 @@ class Daemon {
     uint32_t expected_kron_;
     Random random_;
     Transcript& transcript_;
+    AlertFlow alerts_;
     Stage stage_ = Stage::Off;
     uint32_t polls_ = 0;
 };

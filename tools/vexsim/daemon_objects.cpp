@@ -21,29 +21,6 @@ std::string type_text(uint8_t type) {
     return name != nullptr ? name : "type " + std::to_string(type);
 }
 
-void free_event_data(EventData* data) {
-    if (data != nullptr) {
-        vexel_free(data->messageId);
-        vexel_free(data->messageArgs);
-    }
-    vexel_free(data);
-}
-
-// Nobody is left to work an endpoint's events off.
-void drop_events(uint8_t eid) {
-    RtCacheEventRow* events = nullptr;
-    RtCacheDiskChangeRow* disks = nullptr;
-    expect_zero("rtcache_GetCachedEvents", rtcache_GetCachedEvents(eid, &events, &disks));
-    for (uint32_t i = 0; i < events->eventCount; ++i) {
-        free_event_data(events->events[i].eventData);
-    }
-    for (EventData* data : disks->eventData) {
-        free_event_data(data);
-    }
-    vexel_free(events);
-    vexel_free(disks);
-}
-
 }  // namespace
 
 int Daemon::read_sensor(const Temperature& temperature) {
@@ -110,7 +87,7 @@ void Daemon::add_nvme(const NvmeDrive& drive) {
 
 // What the row holds goes before the endpoint, since another one may get it.
 void Daemon::drop_endpoint(uint8_t eid, uint8_t type) {
-    drop_events(eid);
+    alerts_.settle(eid);
     for (const uint32_t level :
          {RTCACHE_KEY_DISK, RTCACHE_KEY_VIRTUAL_DISK, RTCACHE_KEY_CONTROLLER}) {
         expect_zero("rtcache_FreeObjectLevel", rtcache_FreeObjectLevel(eid, level));

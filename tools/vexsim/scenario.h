@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "support/json_file.h"
+#include "vexsim/alert_steps.h"
 #include "vexsim/drive_steps.h"
 
 namespace vexsim {
@@ -204,7 +205,7 @@ struct ThermalStep {
 
 using Action = std::variant<PollStep, NoteStep, SetStep, DriveStep, TopologyStep,
                             InventoryStateStep, StatusStep, ReinventoryStep, ThermalStep, DropStep,
-                            IdentifyStep, CommandStep, JobStep>;
+                            IdentifyStep, CommandStep, JobStep, AlertAction>;
 
 struct Step {
     int64_t at = 0;  // milliseconds of virtual time

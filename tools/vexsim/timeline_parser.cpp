@@ -10,6 +10,7 @@
 #include "rt_sync.h"
 #include "support/codes.h"
 #include "support/input_error.h"
+#include "vexsim/alert_parser.h"
 #include "vexsim/server_parser.h"
 
 namespace vexsim {
@@ -54,7 +55,7 @@ const StatusBit& read_status_bit(const JsonReader& field) {
 class TimelineReader {
   public:
     TimelineReader(const DriveModels& models, const Scenario& scenario)
-        : models_(models), scenario_(scenario) {
+        : models_(models), scenario_(scenario), alerts_(scenario) {
         for (const Controller& controller : scenario.controllers) {
             controllers_[controller.fqdd] = true;
             for (const Drive& drive : controller.drives) {
@@ -151,10 +152,18 @@ class TimelineReader {
             {"unblink", &TimelineReader::read_unblink},
             {"command", &TimelineReader::read_command},
             {"job", &TimelineReader::read_job},
+            {"callback", &TimelineReader::read_callback},
+            {"event", &TimelineReader::read_event},
+            {"alert", &TimelineReader::read_alert},
+            {"purge", &TimelineReader::read_purge},
+            {"drain", &TimelineReader::read_drain},
+            {"phase", &TimelineReader::read_phase},
+            {"reset", &TimelineReader::read_reset},
         };
         element.expect_object({"at", "every", "times", "poll", "note", "set", "pull", "plug",
                                "topology", "inventory", "status", "reinventory", "thermal", "drop",
-                               "blink", "unblink", "command", "job"});
+                               "blink", "unblink", "command", "job", "callback", "event", "alert",
+                               "purge", "drain", "phase", "reset"});
         const std::pair<const char*, Read>* found = nullptr;
         for (const auto& action : kActions) {
             if (element[action.first].exists()) {
@@ -312,8 +321,17 @@ class TimelineReader {
         return ThermalStep{read_thermal(field)};
     }
 
+    Action read_callback(const JsonReader& field) const { return alerts_.read_callback(field); }
+    Action read_event(const JsonReader& field) const { return alerts_.read_event(field); }
+    Action read_alert(const JsonReader& field) const { return alerts_.read_alert(field); }
+    Action read_purge(const JsonReader& field) const { return alerts_.read_purge(field); }
+    Action read_drain(const JsonReader& field) const { return alerts_.read_drain(field); }
+    Action read_phase(const JsonReader& field) const { return alerts_.read_phase(field); }
+    Action read_reset(const JsonReader& field) const { return alerts_.read_reset(field); }
+
     const DriveModels& models_;
     const Scenario& scenario_;
+    const AlertParser alerts_;
     std::map<std::string, bool> controllers_;  // false: dropped
     std::map<std::string, bool> present_;      // drives
     std::map<std::string, std::string> controller_of_;
