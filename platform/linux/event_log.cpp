@@ -22,7 +22,6 @@ namespace vexplatform {
 namespace {
 
 constexpr char kDefaultFolder[] = "/var/log/vex";
-constexpr char kDefaultPath[] = "/var/log/vex/events.log";
 constexpr std::string_view kSequenceMember = "{\"seq\":";
 constexpr size_t kLineHead = 64;  // enough of a line for its sequence number and time
 constexpr size_t kBlock = 64 * 1024;
@@ -293,13 +292,13 @@ class Appender {
 EventLogSettings event_log_settings() {
     constexpr uint64_t kMillion = 1000000;
     EventLogSettings settings{};
-    settings.path = env_text("VEX_EVENT_LOG", kDefaultPath);
+    settings.path = env_text("VEX_EVENT_LOG", kDefaultEventLog);
     settings.max_records = env_number("VEX_EVENT_LOG_MAX_RECORDS", 1, kMillion, 10000);
     settings.max_bytes = env_number("VEX_EVENT_LOG_MAX_BYTES", 4096, 1024 * kMillion, kMillion);
     settings.files = env_number("VEX_EVENT_LOG_FILES", 2, 100, 4);
     settings.sync = env_flag("VEX_EVENT_LOG_FSYNC");
     settings.mirror = env_flag("VEX_EVENT_LOG_SYSLOG");
-    if (settings.path == kDefaultPath) {
+    if (settings.path == kDefaultEventLog) {
         mkdir(kDefaultFolder, 0750);  // when that fails, opening the file does too and says why
     }
     return settings;

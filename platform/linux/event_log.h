@@ -10,6 +10,9 @@
 
 namespace vexplatform {
 
+/* The current file where VEX_EVENT_LOG names no other; its folder is made. */
+inline constexpr char kDefaultEventLog[] = "/var/log/vex/events.log";
+
 /* Where the log is and how large it may become; from the environment. */
 struct EventLogSettings {
     std::string path;

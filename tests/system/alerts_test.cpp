@@ -1,6 +1,11 @@
 // Events and alerts: what becomes of them on their way to the system event log.
 #include <gtest/gtest.h>
 
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <map>
 #include <regex>
 #include <sstream>
 
@@ -111,7 +116,8 @@ TEST_F(Alerts, TravelFromTheCallbackToTheLog) {
         {"an endpoint that goes has its events worked off",
          event("NVMe1", "PDR8") +
              R"({"at": 2, "pull": "NVMe1"}, {"at": 3, "event": {"device": "NVMe1"}})",
-         "event: changed NVMe1, recorded with PDR8\npull NVMe1\ndrain: endpoint 33, 1 events\n"
+         "event: changed NVMe1, recorded with PDR8\npull NVMe1\n"
+         "PCIe SSD presence changed: bay 2, from global slot 0\ndrain: endpoint 33, 1 events\n"
          "alert PDR8 of NVMe1: logged, " +
              live +
              "event: changed NVMe1, lost: endpoint 33 is not registered\n"
@@ -174,6 +180,105 @@ TEST_F(Alerts, ABadStepIsNamedWithItsPlace) {
         EXPECT_NE(result.errors.find(std::string("small.json:10: timeline[0].") + row.complaint),
                   std::string::npos)
             << result.errors;
+    }
+}
+
+class EventLog : public ToolTest {
+  protected:
+    EventLog() { setenv("VEX_EVENT_LOG", path().c_str(), 1); }
+    ~EventLog() override { unsetenv("VEX_EVENT_LOG"); }
+    std::string path() const { return folder() + "/events.log"; }
+
+    static std::string record(int number) {
+        return R"({"seq":)" + std::to_string(number) + R"(,"time":"T","kind":"single","value":7})";
+    }
+};
+
+TEST_F(EventLog, OfTheShippedScenarioIsAsExpectedAndFitsATerminal) {
+    ASSERT_EQ(vexsim({"--quiet"}).status, 0);
+    const std::string text = vexinspect({"log"}).output;
+    EXPECT_EQ(text, file_content(source_path("tests/system/default.events")));
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        EXPECT_LE(line.size(), 80u) << line;
+    }
+    std::string raw = file_content(path());
+    const std::string json = vexinspect({"log", "--json"}).output;
+    EXPECT_EQ(json,
+              R"({"format":"vexinspect.log","version":1, "records": [)"
+              "\n " +
+                  std::regex_replace(raw.substr(0, raw.size() - 1), std::regex("\n"), ",\n ") +
+                  "\n]}\n");
+}
+
+// Every alert of the shipped scenario: what the rules say is what became of it.
+TEST_F(EventLog, ExplainAgreesWithWhatBecameOfEveryAlert) {
+    const std::string transcript = vexsim({}).output;
+    const std::regex alert(
+        R"(alert (\S+) of (\S+): (\w+), (.*) \(arguments (\d), flags (\w+), phase (\w+)\))");
+    const std::string log = file_content(path());
+    std::map<std::string, int> seen;
+    for (std::sregex_iterator at(transcript.begin(), transcript.end(), alert), end; at != end;
+         ++at) {
+        const std::smatch& words = *at;
+        SCOPED_TRACE(words.str());
+        const std::string text =
+            vexinspect({"explain", words.str(1), "--fqdd", words.str(2), "--args", words[5],
+                        "--flags", words[6], "--phase", words[7]})
+                .output;
+        EXPECT_NE(text.find("\nverdict    " + words.str(3)), std::string::npos) << text;
+        EXPECT_NE(text.find("\nrule       " + words.str(4) + "\n"), std::string::npos) << text;
+        ++seen[words[3]];
+    }
+    const auto lines = std::count(log.begin(), log.end(), '\n');
+    EXPECT_EQ(seen["logged"] + 1, lines) << "and the notification of the cleared region";
+    EXPECT_GE(seen["suppressed"], 4);
+    EXPECT_GE(seen["refused"], 4);
+}
+
+TEST_F(EventLog, IsReadOverRotationsAndFollowed) {
+    write_file("events.log.2", record(1) + "\n");
+    write_file("events.log.1", record(2) + "\n");
+    write_file("events.log", record(3) + "\n" + record(4).substr(0, 20));
+    const std::string header = R"({"format":"vexinspect.log","version":1})"
+                               "\n";
+    const std::string three = record(1) + "\n" + record(2) + "\n" + record(3) + "\n";
+    RunningTool follower("vexinspect", {"log", "-f", "--json", "--records", "5"}, folder());
+    EXPECT_EQ(vexinspect({"log", "--follow", "--json", "--records", "3"}).output, header + three);
+    write_file("events.log", record(3) + "\n" + record(4) + "\n");
+    for (const auto& [from, to] : {std::pair(".2", ".3"), {".1", ".2"}, {"", ".1"}}) {
+        rename((path() + from).c_str(), (path() + to).c_str());
+    }
+    write_file("events.log", record(5) + "\n");
+    EXPECT_EQ(follower.wait().output, header + three + record(4) + "\n" + record(5) + "\n");
+}
+
+TEST_F(EventLog, WhatCannotBeShownIsSaid) {
+    EXPECT_EQ(vexinspect({"log"}).status, 0);
+    EXPECT_NE(vexinspect({"log"}).output.find("no records\n"), std::string::npos);
+    EXPECT_EQ(vexinspect({"log", "--json"}).output,
+              R"({"format":"vexinspect.log","version":1, "records": []})"
+              "\n");
+    write_file("events.log", record(1) + "\n{\"seq\":2}\n");
+    const struct {
+        std::vector<std::string> arguments;
+        int status;
+        std::string complaint;
+    } rows[] = {
+        {{"log"}, 1, "events.log:2: this line is no record of an event log"},
+        {{"log", "--file", folder() + "/none"}, 1, "/none: there is no such event log"},
+        {{"log", "--file", folder()}, 1, "vexinspect: "},
+        {{"explain", "CTL1"}, 2, "--fqdd is required"},
+        {{"explain", "CTL1", "--fqdd", "X", "--args", "6"}, 2, "--args"},
+        {{"explain", "CTL1", "--fqdd", "X", "--phase", "dead"},
+         2,
+         "--phase: expected live, inventory, reinventory, past-events, or a number such as 0x20"},
+        {{"explain", "CTL1", "--fqdd", "X", "--flags", "0x10000"}, 2, "--flags: expected a number"},
+    };
+    for (const auto& row : rows) {
+        const ToolResult result = vexinspect(row.arguments);
+        EXPECT_EQ(result.status, row.status);
+        EXPECT_NE(result.errors.find(row.complaint), std::string::npos) << result.errors;
     }
 }
 
