@@ -80,9 +80,9 @@ TEST_F(Vexsim, RefusesABadScenarioBeforeAnythingIsPublished) {
          "timeline[8].at: expected a time within the scenario's duration"},
         {"a drive that is pulled already", "\"plug\": \"Disk.Bay.6:", "\"pull\": \"Disk.Bay.6:",
          "timeline[8]: this drive is already pulled at that time"},
-        {"a step about a controller that was dropped", "\"at\": 280, \"drop\"",
-         "\"at\": 180, \"drop\": \"RAID.Slot.3-1\" }, { \"at\": 280, \"pull\": \"Disk.Bay.1:"
-         "Enclosure.Internal.0-1:RAID.Slot.3-1\" }, { \"at\": 280, \"drop\"",
+        {"a step about a controller that was dropped", "\"at\": 300, \"drop\"",
+         "\"at\": 180, \"drop\": \"RAID.Slot.3-1\" }, { \"at\": 300, \"pull\": \"Disk.Bay.1:"
+         "Enclosure.Internal.0-1:RAID.Slot.3-1\" }, { \"at\": 300, \"drop\"",
          "]: this controller is already dropped at that time"},
         {"a light of a drive without one", "\"blink\": \"Disk.Bay.3:", "\"blink\": \"Disk.Bay.13:",
          ".blink: expected the FQDD of an NVMe drive of this scenario"},

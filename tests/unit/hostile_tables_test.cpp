@@ -39,7 +39,7 @@ class Draw {
             return reinterpret_cast<const char*>(pool_.back().data());
         } else if constexpr (std::is_pointer_v<T>) {
             pool_.push_back(bytes(sizeof(*T{})));
-            return reinterpret_cast<T>(pool_.back().data());
+            return static_cast<T>(static_cast<void*>(pool_.back().data()));
         } else {
             return static_cast<T>(number());
         }
