@@ -43,6 +43,7 @@ function(vex_add_test name)
     cmake_parse_arguments(T "" "TIMEOUT" "SOURCES;LINK" ${ARGN})
     add_executable(${name} ${T_SOURCES})
     target_link_libraries(${name} PRIVATE ${T_LINK} vex_gtest vex_flags)
+    target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
     # Tests are built often and run briefly: optimising them triples the time to build and saves nothing.
     target_compile_options(${name} PRIVATE $<$<CONFIG:Debug>:-O0>)
     vex_add_command_test(${name} COMMAND $<TARGET_FILE:${name}> --gtest_brief=1 TIMEOUT ${T_TIMEOUT})

@@ -1,32 +1,22 @@
 // The export list three times: what the public headers declare, what the map names, what the binary
 // exports.
-#include <gtest/gtest.h>
-
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <regex>
 #include <set>
 #include <sstream>
 #include <string>
 
+#include "tests/support/files.h"
+
 namespace {
 
 using Names = std::set<std::string>;
-
-std::string read_file(const std::filesystem::path& path) {
-    std::ifstream file{path};
-    std::ostringstream content;
-    content << file.rdbuf();
-    EXPECT_FALSE(content.str().empty()) << path;
-    return content.str();
-}
 
 std::string output_of(const std::string& command) {
     FILE* pipe = popen(command.c_str(), "r");
     std::string output;
     char part[4096];
-    std::size_t length = 0;
+    size_t length = 0;
     while (pipe != nullptr && (length = fread(part, 1, sizeof(part), pipe)) > 0) {
         output.append(part, length);
     }
@@ -36,7 +26,7 @@ std::string output_of(const std::string& command) {
 
 std::string without_comments(const std::string& text) {
     std::string result;
-    for (std::size_t at = 0; at < text.size();) {
+    for (size_t at = 0; at < text.size();) {
         if (text.compare(at, 2, "/*") == 0) {
             at = text.find("*/", at) + 2;
         } else if (text[at] == '#' && (at == 0 || text[at - 1] == '\n')) {
@@ -67,7 +57,7 @@ std::string declared_name(std::string statement) {
 }
 
 Names declared_in(const std::filesystem::path& header) {
-    std::string text = without_comments(read_file(header));
+    std::string text = without_comments(file_content(header));
     text = std::regex_replace(text, std::regex{R"(extern "C" \{)"}, "");
     Names names;
     std::string statement;
@@ -98,7 +88,7 @@ Names declared() {
 }
 
 Names mapped() {
-    const std::string map = read_file(SOURCE_FOLDER "/vexutils/libvexutils.map");
+    const std::string map = file_content(SOURCE_FOLDER "/vexutils/libvexutils.map");
     static const std::regex kName{R"(\n +(\w+);)"};
     Names names;
     for (std::sregex_iterator match{map.begin(), map.end(), kName}, end; match != end; ++match) {
@@ -140,7 +130,7 @@ TEST(Exports, HeadersMapAndBinaryAgree) {
 TEST(Exports, NoCodeOfOursRunsBeforeMain) {
     std::istringstream lines{output_of(NM " " LIBRARY)};
     for (std::string line; std::getline(lines, line);) {
-        if (const std::size_t at = line.find("_GLOBAL__sub_I"); at != std::string::npos) {
+        if (const size_t at = line.find("_GLOBAL__sub_I"); at != std::string::npos) {
             // The sanitizers' own constructors carry a priority.
             EXPECT_EQ(line.compare(at, 22, "_GLOBAL__sub_I_00099_0"), 0)
                 << line << " initialises globals";

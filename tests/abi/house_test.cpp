@@ -48,12 +48,10 @@ std::vector<Source> sources_below(const std::string& folder) {
 const std::map<std::string, int> kHeight = {
     {"vexel.h", 0},       {"rt_sync.h", 1},       {"rt_dup.h", 1},
     {"notifQue.h", 1},    {"rt_evtq.h", 1},       {"rt_cache.h", 2},
-    {"rt_lclogwrp.h", 3}, {"rt_shm_layout.h", 4}, {"rt_shm.h", 4},
-};
-const std::map<std::string, int> kRoomHeight = {
-    {"internal", 2}, {"vexel", 0},    {"rt_sync", 1},     {"rt_dup", 1},
-    {"queues", 1},   {"rt_cache", 2}, {"rt_lclogwrp", 3}, {"rt_shm", 4},
-};
+    {"rt_lclogwrp.h", 3}, {"rt_shm_layout.h", 4}, {"rt_shm.h", 4}};
+const std::map<std::string, int> kRoomHeight = {{"internal", 2},    {"vexel", 0},  {"rt_sync", 1},
+                                                {"rt_dup", 1},      {"queues", 1}, {"rt_cache", 2},
+                                                {"rt_lclogwrp", 3}, {"rt_shm", 4}};
 // A drive's bay and slot are asked of rt_shm by these two, and by no other source below it.
 const std::set<std::string> kUpwards = {"vexutils/rt_cache/rt_cache_lookup.cpp",
                                         "vexutils/rt_cache/rt_cache_cmdstatus.cpp"};
@@ -68,7 +66,7 @@ TEST(House, TheLibraryIncludesDownwardsOnly) {
     for (const Source& source : sources_below("vexutils")) {
         SCOPED_TRACE(source.path);
         const std::string inside = source.path.substr(std::string{"vexutils/"}.size());
-        const std::size_t slash = inside.find('/');
+        const size_t slash = inside.find('/');
         const bool is_public = slash == std::string::npos;
         const std::string room = is_public ? "" : inside.substr(0, slash);
         const int height = is_public ? kHeight.at(inside) : kRoomHeight.at(room);

@@ -1,19 +1,12 @@
 #include "platform/shm.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <climits>
-#include <cstring>
-#include <random>
-#include <thread>
-#include <vector>
 
 #include "tests/contract/contract.h"
+#include "tests/support/linux_test.h"
 
 namespace {
-
-using Bytes = std::vector<uint8_t>;
 
 const struct Region {
     int id;
@@ -43,29 +36,20 @@ TEST_F(Shm, ARegionNobodyWroteReadsAsZeros) {
 }
 
 TEST_F(Shm, RefusesWhatIsNoRangeOfARegion) {
-    const struct {
-        const char* what;
-        int region;
-        int offset;
-        int count;
-        bool accepted;
-    } rows[] = {
-        {"last byte", 20, 324, 1, true},
-        {"nothing, at the end", 20, 325, 0, true},
-        {"behind the end", 20, 325, 1, false},
-        {"across the end", 20, 300, 26, false},
-        {"negative offset", 20, -1, 1, false},
-        {"negative count", 20, 0, -1, false},
-        {"far behind the end", 20, INT_MAX, 1, false},
-        {"a sum that wraps", 20, INT_MAX, INT_MAX, false},
-        {"no such region", 4, 0, 1, false},
-        {"no such region", -1, 0, 1, false},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+    for (const auto& [what, region, offset, count, accepted] :
+         Rows<const char*, int, int, int, bool>{{"last byte", 20, 324, 1, true},
+                                                {"nothing, at the end", 20, 325, 0, true},
+                                                {"behind the end", 20, 325, 1, false},
+                                                {"across the end", 20, 300, 26, false},
+                                                {"negative offset", 20, -1, 1, false},
+                                                {"negative count", 20, 0, -1, false},
+                                                {"far behind the end", 20, INT_MAX, 1, false},
+                                                {"a sum that wraps", 20, INT_MAX, INT_MAX, false},
+                                                {"no such region", 4, 0, 1, false},
+                                                {"no such region", -1, 0, 1, false}}) {
         uint8_t byte = 0xEE;
-        EXPECT_EQ(Zent_shm_memread(row.region, &byte, row.offset, row.count) == 0, row.accepted);
-        EXPECT_EQ(byte, row.accepted && row.count > 0 ? 0 : 0xEE);
+        EXPECT_EQ(Zent_shm_memread(region, &byte, offset, count) == 0, accepted);
+        EXPECT_EQ(byte, accepted && count > 0 ? 0 : 0xEE);
     }
     EXPECT_NE(Zent_shm_memread(20, nullptr, 0, 1), 0);
     EXPECT_EQ(Zent_shm_get_shm(4), nullptr);
@@ -94,33 +78,6 @@ TEST_F(Shm, WritesExactlyTheRange) {
             EXPECT_TRUE(std::equal(bytes.begin(), bytes.end() - 1, part.begin()));
             EXPECT_EQ(part.back(), 0xEE);
         }
-    }
-}
-
-// Threads of one process; the kill test does the same with processes.
-TEST_F(Shm, NoReaderSeesHalfAWrite) {
-    static constexpr int kSize = 724;
-    static constexpr int kRounds = 1000;
-    const auto write_rounds = [](uint8_t first) {
-        for (int round = 0; round < kRounds; ++round) {
-            const Bytes section(kSize, static_cast<uint8_t>(first + round % 100));
-            EXPECT_EQ(Zent_shm_memwrite(3, section.data(), 1, kSize), 0);
-        }
-    };
-    const auto read_rounds = [] {
-        Bytes section(kSize);
-        for (int round = 0; round < kRounds; ++round) {
-            ASSERT_EQ(Zent_shm_memread(3, section.data(), 1, kSize), 0);
-            ASSERT_EQ(std::ranges::count(section, section[0]), kSize);
-        }
-    };
-    std::vector<std::thread> threads;
-    threads.emplace_back(write_rounds, uint8_t{1});
-    threads.emplace_back(write_rounds, uint8_t{101});
-    threads.emplace_back(read_rounds);
-    threads.emplace_back(read_rounds);
-    for (std::thread& thread : threads) {
-        thread.join();
     }
 }
 

@@ -1,16 +1,7 @@
 #include "platform/sm.h"
-
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <chrono>
-#include <thread>
-#include <vector>
+#include "tests/support/linux_test.h"
 
 namespace {
-
-using std::chrono::milliseconds;
-using Clock = std::chrono::steady_clock;
 
 constexpr int kShortMs = 30;
 constexpr int kLongMs = 20'000;  // never waited out, unless a promise is broken
@@ -26,7 +17,7 @@ TEST(SmMutex, ExcludesThreadsFromEachOther) {
     constexpr int kRounds = 2000;
     const SMMutexHandle mutex = SMMutexCreate("contract");
     int counter = 0;  // plain: the lock is all that keeps it whole
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int thread = 0; thread < kThreads; ++thread) {
         threads.emplace_back([&] {
             for (int round = 0; round < kRounds; ++round) {
@@ -36,28 +27,21 @@ TEST(SmMutex, ExcludesThreadsFromEachOther) {
             }
         });
     }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    threads.clear();
     EXPECT_EQ(counter, kThreads * kRounds);
     EXPECT_EQ(SMMutexDestroy(mutex), 0);
 }
 
 TEST(SmEvent, StaysSetOrResetsItselfAsCreated) {
-    const struct {
-        const char* what;
-        int manual_reset;
-        bool set_again;
-    } rows[] = {{"manual reset: every wait passes", 1, true},
-                {"automatic reset: one wait passes", 0, false}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        const Event event{row.manual_reset};
+    for (const auto& [what, manual_reset, set_again] :
+         Rows<const char*, int, bool>{{"manual reset: every wait passes", 1, true},
+                                      {"automatic reset: one wait passes", 0, false}}) {
+        const Event event{manual_reset};
         EXPECT_NE(SMEventWait(event.handle, 0), 0) << "created unset";
         EXPECT_EQ(SMEventSet(event.handle), 0);
         EXPECT_EQ(SMEventSet(event.handle), 0) << "set twice is set once";
         EXPECT_EQ(SMEventWait(event.handle, SM_WAIT_FOREVER), 0);
-        EXPECT_EQ(SMEventWait(event.handle, 0) == 0, row.set_again);
+        EXPECT_EQ(SMEventWait(event.handle, 0) == 0, set_again);
         EXPECT_EQ(SMEventSet(event.handle), 0);
         EXPECT_EQ(SMEventReset(event.handle), 0);
         EXPECT_NE(SMEventWait(event.handle, 0), 0) << "reset";
@@ -77,7 +61,7 @@ TEST(SmEvent, WakesAllWaitersOrOneAsCreated) {
         SCOPED_TRACE(manual_reset);
         const Event event{manual_reset};
         std::atomic<int> woken{0};
-        std::vector<std::thread> waiters;
+        std::vector<std::jthread> waiters;
         for (int waiter = 0; waiter < kWaiters; ++waiter) {
             waiters.emplace_back([&, limit = waiter == 0 ? SM_WAIT_FOREVER : kLongMs] {
                 EXPECT_EQ(SMEventWait(event.handle, limit), 0);
@@ -93,9 +77,6 @@ TEST(SmEvent, WakesAllWaitersOrOneAsCreated) {
             }
             std::this_thread::sleep_for(milliseconds{kShortMs});
             EXPECT_EQ(woken, expected);
-        }
-        for (std::thread& waiter : waiters) {
-            waiter.join();
         }
     }
 }

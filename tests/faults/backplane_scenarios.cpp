@@ -7,8 +7,8 @@ namespace {
 
 // 0 if all results are.
 template <class... Results>
-std::int64_t sum(Results... results) {
-    return (std::int64_t{0} + ... + results);
+int64_t sum(Results... results) {
+    return (int64_t{0} + ... + results);
 }
 
 }  // namespace
@@ -19,14 +19,14 @@ Scenarios backplane_scenarios() {
          {0, {1}},
          [] {
              rtshm_BpApiExit();
-             const std::uint32_t result = rtshm_BpApiInit();
+             const uint32_t result = rtshm_BpApiInit();
              return (bpAPIHandler != nullptr) == (result == 0) ? result : 100;
          }},
         {"KRON session",
          {0, {1}},
          [] {
              rtshm_BpApiKronExit();
-             const std::uint32_t result = rtshm_BpApiKronInit();
+             const uint32_t result = rtshm_BpApiKronInit();
              return (bpAPIKronHandler != nullptr) == (result == 0) ? result : 100;
          }},
         {"snapshot", {0, {5}}, [] { return rtshm_BpDataUpdate(); }},
@@ -44,14 +44,14 @@ Scenarios backplane_scenarios() {
         {"raw snapshot",
          {0, {1}},
          [] {
-             static std::uint8_t buffer[BPAPI_INFO_SIZE];
+             static uint8_t buffer[BPAPI_INFO_SIZE];
              return ReadNVMeBPInfo(buffer);
          }},
         {"drive positions",
          {0, {}, true},
          [] {
-             std::uint16_t state = 0;
-             std::uint8_t eid = 0, bay = 9, slot = 9;
+             uint16_t state = 0;
+             uint8_t eid = 0, bay = 9, slot = 9;
              return sum(read(rtshm_getDriveTechFromBpInfo, 1, 2),
                         read(rtshm_getBusNumFromBpInfo, 1, 2),
                         rtshm_getNVMeDriveState(&state, 1, 2), rtshm_SetNVMeDriveState(1, 2, 1),
@@ -73,8 +73,8 @@ Scenarios backplane_scenarios() {
         {"texts and versions",
          {0},
          [] {
-             std::uint8_t major, minor, bay, slot;
-             std::uint32_t type, text;
+             uint8_t major, minor, bay, slot;
+             uint32_t type, text;
              return sum(
                  RTSHM_setBpFwVersion(1, 2, 3), RTSHM_getBpFwVersion(1, &major, &minor),
                  RTSHM_ReadBpFwVersion(1, &text),
@@ -101,7 +101,7 @@ Scenarios backplane_scenarios() {
          [] {
              const fake::Platform& platform = fake::platform();
              const int sessions = platform.open_sessions();
-             const std::uint32_t result = updateNVMeSSDDriveStatusToBP(3, 2, kNvme);
+             const uint32_t result = updateNVMeSSDDriveStatusToBP(3, 2, kNvme);
              const bool left = platform.open_sessions() != sessions;
              if (left) {  // a refused write leaves its session open: the last one
                  const fake::AllocationPause pause;

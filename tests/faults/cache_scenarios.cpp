@@ -27,8 +27,8 @@ bool is_empty() {
            sIDToValueMap[3] == 0;
 }
 
-std::int64_t read(std::uint32_t (*get)(std::uint32_t, std::uint8_t*), std::uint32_t eid) {
-    std::uint8_t byte = 0;
+int64_t read(uint32_t (*get)(uint32_t, uint8_t*), uint32_t eid) {
+    uint8_t byte = 0;
     return get(eid, &byte);
 }
 
@@ -45,7 +45,7 @@ Scenarios cache_scenarios() {
         {"cache",
          {0, {1, 3}},
          [] {
-             const std::uint32_t result = rtcache_Init();
+             const uint32_t result = rtcache_Init();
              return is_empty() && (result != 0 || is_whole()) ? result : 100;
          }},
         {"end of the cache", {0}, [] { return rtcache_Destroy(); }},
@@ -59,7 +59,7 @@ Scenarios cache_scenarios() {
         {"lock",
          {0, {3}},
          [] {
-             const std::uint32_t result = rtcache_GetLock();
+             const uint32_t result = rtcache_GetLock();
              if (result == 0) {
                  SMMutexUnLock(mutexRtCache);
              }
@@ -95,16 +95,16 @@ Scenarios cache_scenarios() {
         {"registration",
          {0, {3, 30, 33}},
          [] {
-             const std::uint32_t added =
+             const uint32_t added =
                  rtcache_UpdateCachedObject(RTCACHE_REGISTER, 30, RTCACHE_TYPE_KRON, 0);
-             const std::uint32_t removed = rtcache_UpdateCachedObject(0, 30, RTCACHE_TYPE_KRON, 0);
+             const uint32_t removed = rtcache_UpdateCachedObject(0, 30, RTCACHE_TYPE_KRON, 0);
              return added * 10 + removed;
          }},
         {"object",
          {0, {}, true},
          [] {
              void* object = nullptr;
-             const std::uint32_t found =
+             const uint32_t found =
                  rtcache_GetCachedObject(RTCACHE_KEY_DISK, kKron, kDiskKey, &object);
              return found + rtcache_SetCachedObject(RTCACHE_KEY_DISK, kKron, kDiskKey, object);
          }},
@@ -132,10 +132,10 @@ Scenarios cache_scenarios() {
          {0, {}, true},
          [] {
              g_rtpil_Controller_Status[0].eid = kNvme;
-             std::uint8_t status;
+             uint8_t status;
              return rtmpi2_UpdateControllerCommandStatus(kNvme, RTPIL_COMMAND_FAILED, 1) +
                     rtpil_GetControllerCommunicationStatus(kNvme, &status) +
-                    std::int64_t{rtpil_SetctrlEnableLoggingStatus(kNvme, 0)} +
+                    int64_t{rtpil_SetctrlEnableLoggingStatus(kNvme, 0)} +
                     rtpil_GetctrlEnableLoggingStatus(kNvme) + rtpil_IfNVMeSSD_isNotPresent(kNvme);
          }},
         {"tables that only clients use",

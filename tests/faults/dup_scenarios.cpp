@@ -8,16 +8,16 @@ namespace {
 
 // Copies into a record; 100 more where the copy has a text of the source's.
 template <class Result>
-std::int64_t copied(Result (*copy)(const StorageObjectRecord*, StorageObjectRecord*),
-                    const StorageObjectRecord& source) {
+int64_t copied(Result (*copy)(const StorageObjectRecord*, StorageObjectRecord*),
+               const StorageObjectRecord& source) {
     StorageObjectRecord* record = room_for_record();
-    const std::int64_t result = copy(&source, record);
+    const int64_t result = copy(&source, record);
     const bool shared = record->NAME == source.NAME || record->hdr.FQDD == source.hdr.FQDD;
     rtcache_FreeRMObjects(record, 1);
     return result + (shared ? 100 : 0);
 }
 
-std::int64_t freed(StorageObjectRecord* record) {
+int64_t freed(StorageObjectRecord* record) {
     rtcache_FreeRMObjects(record, 1);
     return record != nullptr;
 }
@@ -41,7 +41,7 @@ Scenarios dup_scenarios() {
          {0},
          [] {
              StorageObjectRecord* record = room_for_record();
-             const std::int32_t result = DupPCIeSSDAdapter(&sources.card, record);
+             const int32_t result = DupPCIeSSDAdapter(&sources.card, record);
              rtcache_FreeRMObjects(record, 1);
              return result;
          }},

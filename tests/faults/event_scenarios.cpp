@@ -10,7 +10,7 @@ namespace faults {
 namespace {
 
 // Gives an endpoint events, the last with data, and eight changed disks.
-void fill(std::uint8_t eid, std::uint32_t count) {
+void fill(uint8_t eid, uint32_t count) {
     RtCacheEventRow& list = cache_Events[GetIndexFromEID(eid)];
     for (; list.eventCount < count; ++list.eventCount) {
         list.events[list.eventCount] = {RT_OBJ_VIRTUAL_DISK, 1, 2, nullptr};
@@ -22,9 +22,9 @@ void fill(std::uint8_t eid, std::uint32_t count) {
 }
 
 template <class Record>
-std::int64_t recorded(Record record) {
+int64_t recorded(Record record) {
     EventData* data = event_data("PDR5");
-    const std::uint32_t result = record(data);
+    const uint32_t result = record(data);
     if (result != 0) {
         vexutils::free_event_data(data);
     }
@@ -65,7 +65,7 @@ Scenarios event_scenarios() {
              fill(kKron, 3);
              RtCacheEventRow* events = nullptr;
              RtCacheDiskChangeRow* disks = nullptr;
-             const std::uint32_t result = rtcache_GetCachedEvents(kKron, &events, &disks);
+             const uint32_t result = rtcache_GetCachedEvents(kKron, &events, &disks);
              const bool whole =
                  (events != nullptr) == (result == 0) && (result != 0 || events->eventCount == 3);
              if (result == 0) {
@@ -84,8 +84,8 @@ Scenarios event_scenarios() {
              events->eventCount = RTCACHE_EVENTCACHE_DEPTH;
              disks->bitmap[3] = 0xFF;
              RtCacheEventNode* head = nullptr;
-             const std::uint32_t before = gRTCache_EventCount;
-             const std::uint32_t result = rtcache_ConvertCacheToEvent(events, disks, &head);
+             const uint32_t before = gRTCache_EventCount;
+             const uint32_t result = rtcache_ConvertCacheToEvent(events, disks, &head);
              const bool whole = gRTCache_EventCount - before == (result == 0 ? 392 : 0) &&
                                 (head != nullptr) == (result == 0);
              free_list(head);
@@ -99,9 +99,8 @@ Scenarios event_scenarios() {
              fill(kKron, 300);
              RtCacheEventNode* disks = nullptr;
              RtCacheEventNode* virtual_disks = nullptr;
-             const std::uint32_t first =
-                 rtcache_GetEventsByObjType(kKron, RT_OBJ_PHYSICAL_DISK, &disks);
-             const std::uint32_t second =
+             const uint32_t first = rtcache_GetEventsByObjType(kKron, RT_OBJ_PHYSICAL_DISK, &disks);
+             const uint32_t second =
                  rtcache_GetEventsByObjType(kKron, RT_OBJ_VIRTUAL_DISK, &virtual_disks);
              free_list(disks);
              free_list(virtual_disks);

@@ -6,10 +6,10 @@
 namespace faults {
 namespace {
 
-std::int64_t put(std::uint32_t type) {
+int64_t put(uint32_t type) {
     auto* event = static_cast<EndpointEvent*>(room(sizeof(EndpointEvent)));
     *event = {type, 1, {7}};
-    const std::int32_t result = rtraid_EventQueue_Put(event);
+    const int32_t result = rtraid_EventQueue_Put(event);
     if (type != RTRAID_CALLBACK_ENDPOINT_TABLE || result != 0) {
         vexel_free(event);
     }
@@ -24,7 +24,7 @@ Scenarios queue_scenarios() {
          {0, {-1}},
          [] {
              NotifQueue* made = nullptr;
-             const std::int32_t result = InitEvtQ(&made);
+             const int32_t result = InitEvtQ(&made);
              if (made != nullptr) {
                  SMMutexDestroy(made->mutex);
              }
@@ -35,14 +35,14 @@ Scenarios queue_scenarios() {
          {0, {1, 10, 11}},
          [] {
              void* message = nullptr;
-             const std::int32_t added = AddEvt(queue, queue);
-             const std::int32_t removed = removeMsg(queue, &message);
+             const int32_t added = AddEvt(queue, queue);
+             const int32_t removed = removeMsg(queue, &message);
              return added * 10 + removed;
          }},
         {"nodes",
          {0, {-1}},
          [] {
-             const std::int32_t result = InsertMsgAtQueueTail(queue, queue);
+             const int32_t result = InsertMsgAtQueueTail(queue, queue);
              vexel_free(RemoveMsgFromQueueHead(queue));
              return result;
          }},

@@ -6,11 +6,10 @@
 namespace faults {
 namespace {
 
-std::int64_t card(std::uint32_t (*get)(std::uint8_t**, std::uint32_t*, std::uint8_t, std::uint8_t),
-                  std::uint8_t type, std::uint8_t slot) {
-    std::uint8_t* data = nullptr;
-    std::uint32_t size = 77;
-    const std::uint32_t result = get(&data, &size, type, slot);
+int64_t card(uint32_t (*get)(uint8_t**, uint32_t*, uint8_t, uint8_t), uint8_t type, uint8_t slot) {
+    uint8_t* data = nullptr;
+    uint32_t size = 77;
+    const uint32_t result = get(&data, &size, type, slot);
     const bool whole = (data != nullptr) == (result == 0) && size == (result == 0 ? 60 : 0);
     vexel_free(data);
     return whole ? result : 100;
@@ -42,7 +41,7 @@ Scenarios region_scenarios() {
         {"FRU",
          {0, {3}},
          [] {
-             const std::uint8_t fru[4] = {1, 2, 3, 4};
+             const uint8_t fru[4] = {1, 2, 3, 4};
              return RTSHM_StoreFRU(RTCACHE_TYPE_PCIESSD, 1, 2, 0, 0, fru, 4);
          }},
         {"FRU temperature", {2}, [] { return RTSHM_StoreFRUTemp(kNvme, 0, 2, 30); }},
@@ -55,21 +54,21 @@ Scenarios region_scenarios() {
         {"base of a bay",
          {0, {3}},
          [] {
-             std::uint8_t base;
+             uint8_t base;
              return RTSHM_GetPCIeSSDGlobalSlotNumberBase(1, &base);
          }},
         {"presence", {0, {3}}, [] { return read(RTSHM_ReadPCIeSSDPresenceSharedMem); }},
         {"drive status",
          {0, {3}},
          [] {
-             std::uint16_t status;
+             uint16_t status;
              return RTSHM_readPciessdDriveStatusFromShm(&status, 2);
          }},
         {"written status", {0, {3}}, [] { return updatePciessdDriveStatusToShm(3, 2); }},
         {"status block",
          {0, {3}},
          [] {
-             static const std::uint8_t block[128] = {};
+             static const uint8_t block[128] = {};
              return updatePciessdiBCDDataToShm(block);
          }},
         {"simulated drives", {0, {3}}, [] { return RTSHM_SimulatePCIeSSD(); }},
@@ -79,15 +78,15 @@ Scenarios region_scenarios() {
         {"slot of the boot card",
          {0, {2, 3}},
          [] {
-             const std::uint8_t entry[15] = {2, 1, 0, 0, 17};
-             std::uint8_t slot = 0, revision = 0;
-             const std::uint32_t result = update_TAVI_FRU_Info(entry, &slot, &revision);
+             const uint8_t entry[15] = {2, 1, 0, 0, 17};
+             uint8_t slot = 0, revision = 0;
+             const uint32_t result = update_TAVI_FRU_Info(entry, &slot, &revision);
              return slot == (result == 0 ? 5 : 0) ? result : 100;
          }},
         {"model by data",
          {0},
          [] {
-             const std::uint8_t data[60] = {};
+             const uint8_t data[60] = {};
              return get_TAVI_Revison(data, sizeof(data));
          }},
     };

@@ -11,9 +11,9 @@ namespace faults {
 
 // What a call may return, and under which lock it is made.
 struct Promise {
-    std::int64_t done;                      // result without a failure
-    std::vector<std::int64_t> failed = {};  // others that the function promises for one
-    bool holds_cache = false;               // called with mutexRtCache held
+    int64_t done;                      // result without a failure
+    std::vector<int64_t> failed = {};  // others that the function promises for one
+    bool holds_cache = false;          // called with mutexRtCache held
 };
 
 struct Scenario {
@@ -22,18 +22,18 @@ struct Scenario {
     Scenario(const char* name, Promise promised, Call)
         : what(name),
           promise(std::move(promised)),
-          run([] { return static_cast<std::int64_t>(Call{}()); }) {}
+          run([] { return static_cast<int64_t>(Call{}()); }) {}
 
     const char* what;
     Promise promise;
-    std::int64_t (*run)();
+    int64_t (*run)();
 };
 
 // The result of a function that fills a few bytes.
 template <class... Parameters>
-std::int64_t read(std::uint32_t (*get)(std::uint8_t*, Parameters...),
-                  std::type_identity_t<Parameters>... arguments) {
-    std::uint8_t bytes[40] = {};
+int64_t read(uint32_t (*get)(uint8_t*, Parameters...),
+             std::type_identity_t<Parameters>... arguments) {
+    uint8_t bytes[40] = {};
     return get(bytes, arguments...);
 }
 

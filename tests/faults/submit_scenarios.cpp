@@ -26,7 +26,7 @@ Scenarios submit_scenarios() {
          {0, {-1}},
          [] {
              char text[40] = "before";
-             const std::int32_t result = rt_Buildmsgstring(0, L"RAID.Slot.1-1", text, sizeof(text));
+             const int32_t result = rt_Buildmsgstring(0, L"RAID.Slot.1-1", text, sizeof(text));
              return (text[0] == 'F') == (result == 0) ? result : 100;
          }},
         {"explanation",

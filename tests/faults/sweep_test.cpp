@@ -46,11 +46,11 @@ struct Trial {
     int allocations, calls;
 };
 
-std::int64_t run(const Scenario& scenario) {
+int64_t run(const Scenario& scenario) {
     const bool locked =
         scenario.promise.holds_cache && SMMutexLock(mutexRtCache, SM_WAIT_FOREVER) == 0;
     fake::platform().treat_lines(fake::Platform::Lines::Formatted);  // reads what they tell of
-    std::int64_t result;
+    int64_t result;
     {
         const fake::AllocationScope scope;
         result = scenario.run();
@@ -73,7 +73,7 @@ Trial attempt(const Scenario& scenario, Fault allocation, Fault call) {
         const Holdings standing = holdings();
         platform.fail(Place::Allocation, allocation.n, allocation.lasting);
         platform.fail(Place::AnyCall, call.n, call.lasting);
-        const std::int64_t result = run(scenario);
+        const int64_t result = run(scenario);
         platform.no_faults();
         trial = {platform.fault_fired(Place::Allocation), platform.fault_fired(Place::AnyCall),
                  platform.calls(Place::Allocation), platform.calls(Place::AnyCall)};
@@ -128,10 +128,10 @@ Figures sweep_pairs(const Scenarios& scenarios, int count, unsigned seed) {
         return Fault{1 + static_cast<int>(random() % static_cast<unsigned>(limit)),
                      random() % 2 == 0};
     };
-    std::discrete_distribution<std::size_t> choice{weights.begin(), weights.end()};
+    std::discrete_distribution<size_t> choice{weights.begin(), weights.end()};
     Figures figures;
     for (; figures.pairs < count && !has_failed(); ++figures.pairs) {
-        const std::size_t i = choice(random);
+        const size_t i = choice(random);
         const Fault allocation = pick(sizes[i].allocations);
         const Trial trial = attempt(scenarios[i], allocation, pick(sizes[i].calls));
         figures.allocations += trial.allocation_failed;

@@ -17,7 +17,7 @@ Scenarios sync_scenarios() {
          {0, {1}},
          [] {
              RTSync_Destroy();
-             const std::uint32_t result = RTSync_Init();
+             const uint32_t result = RTSync_Init();
              return (rtsync_mutex != nullptr) == (result == 0) ? result : 100;
          }},
         {"new status mutex", {0, {1}}, [] { return RTSync_Reset(); }},
@@ -25,7 +25,7 @@ Scenarios sync_scenarios() {
          {0, {3}},
          [] {
              RTSyncGlobalStatus status;
-             if (const std::uint32_t error = RTSync_LockGlobalStatus(); error != 0) {
+             if (const uint32_t error = RTSync_LockGlobalStatus(); error != 0) {
                  return error;
              }
              RTSync_GetGlobalStatus(&status);
@@ -39,7 +39,7 @@ Scenarios sync_scenarios() {
          [] {
              sem_init(&thread_ran, 0, 0);
              const auto body = [](void*) -> void* { return (sem_post(&thread_ran), nullptr); };
-             const std::uint32_t started = RTSync_FFThreadStart(body, &gRTThreadInfo);
+             const uint32_t started = RTSync_FFThreadStart(body, &gRTThreadInfo);
              while (started == 1 && sem_wait(&thread_ran) != 0) {
              }
              return started;
@@ -48,31 +48,30 @@ Scenarios sync_scenarios() {
          {0, {1}},
          [] {
              RTSync_KronStateDestroy();
-             const std::uint32_t result = RTSync_KronStateInit();
-             return std::int64_t{result} + (result != 0) * (rtraid_kron_state_mutex != nullptr);
+             const uint32_t result = RTSync_KronStateInit();
+             return int64_t{result} + (result != 0) * (rtraid_kron_state_mutex != nullptr);
          }},
         {"set reset state", {0, {1}}, [] { return RTSync_SetKronStatus(7, 3); }},
         {"reset state",
          {0, {1}},
          [] {
              gKRONState[0] = {9, 4, {}};
-             std::uint8_t status = 77;
-             const std::uint32_t result = RTSync_GetKronStatus(9, &status);
+             uint8_t status = 77;
+             const uint32_t result = RTSync_GetKronStatus(9, &status);
              return status == (result == 0 ? 4 : 77) ? result : 100;
          }},
         {"re-inventory mutex",
          {0, {1}},
          [] {
              rtraid_KRONInventoryThreadHandlerMutexDestroy();
-             const std::uint32_t result = rtraid_KRONInventoryThreadHandlerMutexInit();
-             return std::int64_t{result} +
-                    (result != 0) * (gKronReinventoryThread_mutex != nullptr);
+             const uint32_t result = rtraid_KRONInventoryThreadHandlerMutexInit();
+             return int64_t{result} + (result != 0) * (gKronReinventoryThread_mutex != nullptr);
          }},
         {"re-inventory flag",
          {0, {1}},
          [] {
-             std::uint8_t flag = 9;
-             const std::uint32_t result = rtraid_GetKRONInventoryThreadFlag(&flag);
+             uint8_t flag = 9;
+             const uint32_t result = rtraid_GetKRONInventoryThreadFlag(&flag);
              return flag == (result == 0 ? gKRONReInventoryThreadRunning : 9) ? result : 100;
          }},
         {"set re-inventory flag", {0, {1}}, [] { return rtraid_SetKRONInventoryThreadFlag(1); }},
@@ -81,7 +80,7 @@ Scenarios sync_scenarios() {
          [] {
              static std::vector<const wchar_t*> fqdds(200, L"RAID.Slot.3-%%1");
              const void* before = g_hybridJobData;
-             updateNotifFQDD(static_cast<std::int32_t>(fqdds.size()), fqdds.data());
+             updateNotifFQDD(static_cast<int32_t>(fqdds.size()), fqdds.data());
              const bool replaced = g_hybridJobData != before;
              return isFQDDEIDPresent(L"RAID.Slot.3-%1", 4, 0) == 1 ? 2 : replaced;
          }},
@@ -89,7 +88,7 @@ Scenarios sync_scenarios() {
          {1},
          [] {
              isFQDDEIDPresent(L"RAID.Slot.9", 4, 1);
-             const std::uint32_t result = isTAVIFQDDEIDPresent(4);
+             const uint32_t result = isTAVIFQDDEIDPresent(4);
              freeHybridData(&g_hybridJobData);
              return result;
          }},

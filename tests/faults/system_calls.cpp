@@ -47,13 +47,13 @@ std::FILE* __wrap_fopen64(const char* path, const char* mode) {
     return call(__real_fopen64, nullptr, EMFILE, path, mode);
 }
 
-ssize_t __real_read(int file, void* room, std::size_t size);
-ssize_t __wrap_read(int file, void* room, std::size_t size) {
+ssize_t __real_read(int file, void* room, size_t size);
+ssize_t __wrap_read(int file, void* room, size_t size) {
     return call(__real_read, -1, EIO, file, room, size);
 }
 
-ssize_t __real_write(int file, const void* bytes, std::size_t size);
-ssize_t __wrap_write(int file, const void* bytes, std::size_t size) {
+ssize_t __real_write(int file, const void* bytes, size_t size);
+ssize_t __wrap_write(int file, const void* bytes, size_t size) {
     return call(__real_write, -1, ENOSPC, file, bytes, size);
 }
 

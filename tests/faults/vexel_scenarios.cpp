@@ -18,7 +18,7 @@ void use_log_file() {
 }
 
 template <class T>
-std::int64_t freed(T* block, void (*free_block)(void*) = vexel_free) {
+int64_t freed(T* block, void (*free_block)(void*) = vexel_free) {
     const bool made = block != nullptr;
     free_block(block);
     return made;

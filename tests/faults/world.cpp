@@ -29,12 +29,12 @@ wchar_t name_text[] = L"A name";
 wchar_t fqdd_text[] = L"RAID.Slot.1-1";
 wchar_t enclosure_text[] = L"Enclosure.Internal.0-1:RAID.Slot.1-1";
 char key_text[256] = "key";
-std::uint32_t words[4] = {1, 2, 3, 4};
-std::uint8_t page[RT_NVME_BLOCK_SIZE] = {1};
+uint32_t words[4] = {1, 2, 3, 4};
+uint8_t page[RT_NVME_BLOCK_SIZE] = {1};
 AdapterCapabilityEntry capabilities[2];
 StorageObjectRecord members[100];
 
-StorageObjectRecord record(std::uint32_t type) {
+StorageObjectRecord record(uint32_t type) {
     StorageObjectRecord result{};
     result.objType = type;
     result.NAME = name_text;
@@ -104,8 +104,7 @@ T* block() {
 
 // Hands an object to the cache, or frees it.
 template <class Node>
-bool cached(std::uint32_t key_type, std::uint32_t eid, std::uint16_t key, Node* node,
-            void (*free_node)(Node*&)) {
+bool cached(uint32_t key_type, uint32_t eid, uint16_t key, Node* node, void (*free_node)(Node*&)) {
     if (node == nullptr) {
         return false;
     }
@@ -130,7 +129,7 @@ StorageObjectRecord* copy_of(const StorageObjectRecord& source,
     return result;
 }
 
-bool add_controller(std::uint8_t eid, std::uint8_t type) {
+bool add_controller(uint8_t eid, uint8_t type) {
     bool done = rtcache_UpdateCachedObject(RTCACHE_REGISTER, eid, type, 1) == 0;
     done &= rtcache_SetStorageEIDStatus(eid, 2) == 0;
     auto* node = block<RtCacheControllerNode>();
@@ -149,7 +148,7 @@ bool add_controller(std::uint8_t eid, std::uint8_t type) {
            done;
 }
 
-bool add_disk(std::uint8_t eid, std::uint16_t key, std::uint32_t type, StorageObjectRecord* made) {
+bool add_disk(uint8_t eid, uint16_t key, uint32_t type, StorageObjectRecord* made) {
     auto* node = block<RtCacheDiskNode>();
     auto* link = block<RtCacheEnclosureLink>();
     if (node == nullptr || link == nullptr || made == nullptr) {
@@ -163,7 +162,7 @@ bool add_disk(std::uint8_t eid, std::uint16_t key, std::uint32_t type, StorageOb
     return cached(RTCACHE_KEY_DISK, eid, key, node, vexutils::free_disk);
 }
 
-bool add_objects(std::uint8_t eid) {
+bool add_objects(uint8_t eid) {
     bool done = add_disk(eid, kDiskKey, RT_OBJ_PHYSICAL_DISK, copy_of(sources.disk, rtraid_dupPD));
     done &= add_disk(eid, kEnclosureKey, RT_OBJ_ENCLOSURE,
                      copy_of(sources.enclosure, rtraid_dupEnclosure));
@@ -275,17 +274,17 @@ void fill_snapshot(BpApiInfo& info) {
     info.bayCnt = 2;
     info.driveCnt = info.printDriveCnt = 4;
     info.riserCnt = 1;
-    for (std::uint8_t bay = 0; bay < 2; ++bay) {
+    for (uint8_t bay = 0; bay < 2; ++bay) {
         info.bays[bay].bayId = bay;
         info.bays[bay].technology = BPAPI_TECHNOLOGY_NVME_A;
         info.bays[bay].raidManagement = 1;
         info.bays[bay].physicalSlotCount = 4;
     }
-    for (std::uint8_t i = 0; i < 4; ++i) {
+    for (uint8_t i = 0; i < 4; ++i) {
         BpApiDrive drive{};
         drive.driveId = i;
         drive.bayId = i % 2;
-        drive.slot = static_cast<std::uint8_t>(i / 2 + 1);
+        drive.slot = static_cast<uint8_t>(i / 2 + 1);
         drive.technology = BPAPI_TECHNOLOGY_NVME_A;
         drive.state = 1;
         fake::platform().add_drive(i, drive);
@@ -294,19 +293,19 @@ void fill_snapshot(BpApiInfo& info) {
 }
 
 void fill_regions(fake::Platform& platform) {
-    const std::vector<std::uint8_t> extenders{0, 0, 1, 0, 4, 3, 0, 0, 200, 0};
+    const std::vector<uint8_t> extenders{0, 0, 1, 0, 4, 3, 0, 0, 200, 0};
     std::ranges::copy(extenders, platform.region(ZENT_SHM_EXTENDER_CARDS).begin());
     platform.region(ZENT_SHM_EXTENDER_CARDS)[200] = 1;
-    for (std::uint8_t slot = 0; slot < 8; ++slot) {
-        std::uint8_t* position = &platform.region(ZENT_SHM_PCIESSD_STATUS)[14 + 4u * slot];
+    for (uint8_t slot = 0; slot < 8; ++slot) {
+        uint8_t* position = &platform.region(ZENT_SHM_PCIESSD_STATUS)[14 + 4u * slot];
         position[0] = slot / 4;
         position[1] = slot % 4;
     }
     // An HBA of type 9 in slot 3 and a boot-storage card of type 17 in slot 5.
-    const std::vector<std::uint8_t> cards{0, 0, 0, 0, 0, 0, 2, 0, 0, 1, 1, 0, 0, 9, 0,
-                                          0, 0, 0, 0, 0, 0, 0, 0, 0, 2, 1, 0, 0, 17};
+    const std::vector<uint8_t> cards{0, 0, 0, 0, 0, 0, 2, 0, 0, 1, 1, 0, 0, 9, 0,
+                                     0, 0, 0, 0, 0, 0, 0, 0, 0, 2, 1, 0, 0, 17};
     std::ranges::copy(cards, platform.region(ZENT_SHM_FRU_TABLE).begin());
-    std::vector<std::uint8_t> fru(60, ' ');
+    std::vector<uint8_t> fru(60, ' ');
     std::memcpy(&fru[19], "TAVI-A2", 7);
     platform.frus[0x101] = {{1, 0, 0, 3, 3, 5, 0, 60}, fru};
     platform.frus[0x102] = {{1, 0, 0, 3, 5, 5, 0, 60}, fru};
@@ -353,12 +352,8 @@ Holdings holdings() {
     const fake::Platform& platform = fake::platform();
     const int descriptor = dup(STDERR_FILENO);  // the lowest that is free
     close(descriptor);
-    return {fake::live_blocks(),
-            platform.live_mutexes(),
-            platform.live_events(),
-            platform.live_lists(),
-            platform.open_sessions(),
-            platform.locks_held(),
+    return {fake::live_blocks(), platform.live_mutexes,    platform.live_events,
+            platform.live_lists, platform.open_sessions(), platform.locks_held,
             descriptor};
 }
 
@@ -382,25 +377,25 @@ void check_record(const StorageObjectRecord* record) {
 
 void check_state() {
     EXPECT_LE(cache_StorageEIDInfo.eidCount, max_adapters);
-    for (std::uint32_t row = 0; cache_Events != nullptr && row < max_adapters; ++row) {
-        EXPECT_LE(cache_Events[row].eventCount, std::uint32_t{RTCACHE_EVENTCACHE_DEPTH});
+    for (uint32_t row = 0; cache_Events != nullptr && row < max_adapters; ++row) {
+        EXPECT_LE(cache_Events[row].eventCount, uint32_t{RTCACHE_EVENTCACHE_DEPTH});
     }
-    for (std::uint32_t eid = 0; eid < RTCACHE_EID_SLOTS; ++eid) {
+    for (uint32_t eid = 0; eid < RTCACHE_EID_SLOTS; ++eid) {
         if (const RtCacheControllerNode* node = cache_AllEIDs[eid]; node != nullptr) {
             check_record(node->adapter);
             check_record(node->battery);
             check_record(node->foreignConfig);
         }
     }
-    for (std::uint32_t row = 0; cache_PDs != nullptr && row < max_adapters; ++row) {
-        for (std::uint32_t key = 0; key < max_physicaldevices; ++key) {
+    for (uint32_t row = 0; cache_PDs != nullptr && row < max_adapters; ++row) {
+        for (uint32_t key = 0; key < max_physicaldevices; ++key) {
             if (const RtCacheDiskNode* node = cache_PDs[row][key]; node != nullptr) {
                 check_record(node->enclObj->enclType.physicalDisk.Obj);
             }
         }
     }
     if (queue != nullptr) {
-        std::uint32_t count = 0;
+        uint32_t count = 0;
         for (const NotifNode* node = queue->head; node != nullptr; node = node->next) {
             ++count;
             EXPECT_TRUE(node->next != nullptr || node == queue->tail);
@@ -411,7 +406,7 @@ void check_state() {
 
 // ---- Memory that no failure reaches -------------------------------------------------------------
 
-void* room(std::size_t size) {
+void* room(size_t size) {
     const fake::AllocationPause pause;
     return vexel_alloc(size);
 }

@@ -11,8 +11,8 @@
 
 namespace faults {
 
-enum : std::uint8_t { kKron = 1, kHba = 10, kNvme = 20, kCard = 21, kVdmEid = 40 };
-enum : std::uint16_t { kDiskKey = 3, kEnclosureKey = 5, kBackplaneKey = 6, kVirtualDiskKey = 2 };
+enum : uint8_t { kKron = 1, kHba = 10, kNvme = 20, kCard = 21, kVdmEid = 40 };
+enum : uint16_t { kDiskKey = 3, kEnclosureKey = 5, kBackplaneKey = 6, kVirtualDiskKey = 2 };
 
 // Objects to copy, in static memory.
 struct Sources {
@@ -55,7 +55,7 @@ void check_state();
 std::string file(const std::string& name, const std::string& content);
 
 // Memory that no failure reaches.
-void* room(std::size_t size);
+void* room(size_t size);
 StorageObjectRecord* room_for_record();
 EventData* event_data(const char* id);
 void free_list(RtCacheEventNode* list);

@@ -3,8 +3,6 @@
 #ifndef TESTS_SUPPORT_BACKPLANE_TEST_H
 #define TESTS_SUPPORT_BACKPLANE_TEST_H
 
-#include <cstring>
-
 #include "rt_cache.h"
 #include "rt_shm.h"
 #include "rt_shm/nvme_table.h"
@@ -13,8 +11,6 @@
 
 class BackplaneTest : public PlatformTest {
   protected:
-    using Bytes = std::vector<std::uint8_t>;
-
     void SetUp() override {
         EXPECT_EQ(RTSync_Init(), 0u);
         std::memset(&sNVMeSSDBPInfo, 0, sizeof(sNVMeSSDBPInfo));
@@ -34,15 +30,15 @@ class BackplaneTest : public PlatformTest {
         g_bpInfo = nullptr;
     }
 
-    void put(std::size_t offset, const Bytes& bytes) {
+    void put(size_t offset, const Bytes& bytes) {
         std::memcpy(reinterpret_cast<char*>(&platform.snapshot) + offset, bytes.data(),
                     bytes.size());
     }
-    static Bytes table_bytes(std::size_t offset, std::size_t count) {
-        const auto* table = reinterpret_cast<const std::uint8_t*>(&sNVMeSSDBPInfo);
+    static Bytes table_bytes(size_t offset, size_t count) {
+        const auto* table = reinterpret_cast<const uint8_t*>(&sNVMeSSDBPInfo);
         return {table + offset, table + offset + count};
     }
-    static std::size_t slot_at(unsigned bay, unsigned slot) { return 84 + 16 * (50 * bay + slot); }
+    static size_t slot_at(unsigned bay, unsigned slot) { return 84 + 16 * (50 * bay + slot); }
 
     // The messages of a level since the last call, one a line.
     std::string told(int level) {

@@ -2,10 +2,6 @@
 #ifndef TESTS_SUPPORT_CACHE_TEST_H
 #define TESTS_SUPPORT_CACHE_TEST_H
 
-#include <cstring>
-#include <string>
-#include <vector>
-
 #include "rt_cache.h"
 #include "rt_cache/rt_cache_nodes.h"
 #include "tests/support/platform_test.h"
@@ -46,8 +42,6 @@ struct Drained {
 
 class CacheTest : public PlatformTest {
   protected:
-    using Lines = std::vector<std::string>;
-
     void SetUp() override {
         ASSERT_EQ(rtcache_Init(), 0u);
         platform.clear_lines();

@@ -8,12 +8,14 @@
 #include <platform/shm.h>
 #include <pthread.h>
 
-#include <atomic>
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <sstream>
+#include <utility>
 
 namespace fake {
 
@@ -21,11 +23,7 @@ namespace {
 
 thread_local int allocation_scopes = 0;
 
-struct RegionSize {
-    int id;
-    int size;
-};
-constexpr RegionSize kRegions[] = {
+constexpr std::pair<int, size_t> kRegions[] = {
     {ZENT_SHM_STORAGE_INVENTORY, ZENT_SHM_STORAGE_INVENTORY_SIZE},
     {ZENT_SHM_EXTENDER_CARDS, ZENT_SHM_EXTENDER_CARDS_SIZE},
     {ZENT_SHM_PCIESSD_STATUS, ZENT_SHM_PCIESSD_STATUS_SIZE},
@@ -34,21 +32,17 @@ constexpr RegionSize kRegions[] = {
     {ZENT_SHM_THERMAL_SETTINGS, ZENT_SHM_THERMAL_SETTINGS_SIZE},
 };
 
-// "file:function:line:message\n" taken apart; a line without that prefix is all message.
+// "file.cpp:function:line:message\n" taken apart; a line without that prefix is all message.
 LogLine parse(int level, int module, const std::string& text) {
-    LogLine line{level, module, text, "", text};
-    if (!text.empty() && text.back() == '\n') {
-        line.message.pop_back();
+    LogLine line{level, module, text, "", text.substr(0, text.size() - text.ends_with('\n'))};
+    const size_t file = text.find(".cpp:");
+    const size_t function = file + 5;
+    const size_t number = text.find(':', function);
+    const size_t message = text.find(':', number + 1);
+    if (file != std::string::npos && text.find(':') == function - 1 && message < text.size()) {
+        line.function = text.substr(function, number - function);
+        line.message = line.message.substr(message + 1);
     }
-    const std::size_t first = text.find(':');
-    const std::size_t second = text.find(':', first == std::string::npos ? first : first + 1);
-    const std::size_t third = text.find(':', second == std::string::npos ? second : second + 1);
-    if (third == std::string::npos || text.compare(0, first, "") == 0 ||
-        text.find(".cpp") != first - 4) {
-        return line;
-    }
-    line.function = text.substr(first + 1, second - first - 1);
-    line.message = line.message.substr(third + 1);
     return line;
 }
 
@@ -61,37 +55,20 @@ Platform& platform() {
 
 void Platform::reset() {
     const std::lock_guard lock{mutex};
-    faults_ = {};
-    lines_.clear();
-    treatment_ = Lines::Recorded;
-    for (const RegionSize& region : kRegions) {
-        regions[region.id].assign(static_cast<std::size_t>(region.size), 0);
+    static_cast<State&>(*this) = State{};
+    for (const auto& [id, size] : kRegions) {
+        regions[id].assign(size, 0);
     }
-    shm_writes.clear();
-    frus.clear();
-    std::memset(&snapshot, 0, sizeof(snapshot));
-    system_id = 0;
-    bp_writes.clear();
-    bp_read_result = 0x100;
-    bp_failure = 0x107;
-    bp_error_text = "fake error";
-    sessions.clear();
-    submissions.clear();
-    singles.clear();
-    event_failure = -7;
-    friendly_name = nullptr;
-    ipmi_requests.clear();
-    ipmi_result = 0;
 }
 
 void Platform::fail(Place place, int n, bool lasting) {
     const std::lock_guard lock{mutex};
-    faults_[static_cast<std::size_t>(place)] = Fault{0, n, lasting, false};
+    faults[static_cast<size_t>(place)] = Fault{0, n, lasting, false};
 }
 
 void Platform::no_faults() {
     const std::lock_guard lock{mutex};
-    for (Fault& fault : faults_) {
+    for (Fault& fault : faults) {
         fault.at = 0;
         fault.lasting = false;
     }
@@ -99,15 +76,15 @@ void Platform::no_faults() {
 
 int Platform::calls(Place place) const {
     const std::lock_guard lock{mutex};
-    return faults_[static_cast<std::size_t>(place)].calls;
+    return faults[static_cast<size_t>(place)].calls;
 }
 
 bool Platform::fault_fired(Place place) const {
     const std::lock_guard lock{mutex};
-    return faults_[static_cast<std::size_t>(place)].fired;
+    return faults[static_cast<size_t>(place)].fired;
 }
 
-bool Platform::Fault::strikes() {
+bool State::Fault::strikes() {
     ++calls;
     const bool strikes = at != 0 && (calls == at || (lasting && calls > at));
     fired = fired || strikes;
@@ -117,18 +94,18 @@ bool Platform::Fault::strikes() {
 bool Platform::hit(Place place) {
     const std::lock_guard lock{mutex};
     const bool any = place != Place::Allocation && allocation_scopes > 0 &&
-                     faults_[static_cast<std::size_t>(Place::AnyCall)].strikes();
-    return faults_[static_cast<std::size_t>(place)].strikes() || any;
+                     faults[static_cast<size_t>(Place::AnyCall)].strikes();
+    return faults[static_cast<size_t>(place)].strikes() || any;
 }
 
 void Platform::add_line(LogLine line) {
     const std::lock_guard lock{mutex};
-    lines_.push_back(std::move(line));
+    log.push_back(std::move(line));
 }
 
 std::vector<LogLine> Platform::lines() const {
     const std::lock_guard lock{mutex};
-    return lines_;
+    return log;
 }
 
 std::vector<std::string> Platform::messages(int level) const {
@@ -142,11 +119,7 @@ std::vector<std::string> Platform::messages(int level) const {
 }
 
 int Platform::count_logged(int level, const std::string& message) const {
-    int count = 0;
-    for (const LogLine& line : lines()) {
-        count += line.level == level && line.message == message ? 1 : 0;
-    }
-    return count;
+    return static_cast<int>(std::ranges::count(messages(level), message));
 }
 
 bool Platform::logged(int level, const std::string& message) const {
@@ -155,42 +128,17 @@ bool Platform::logged(int level, const std::string& message) const {
 
 void Platform::clear_lines() {
     const std::lock_guard lock{mutex};
-    lines_.clear();
+    log.clear();
 }
 
-Platform::Lines Platform::treatment_of_lines() const {
+State::Lines Platform::treatment_of_lines() const {
     const std::lock_guard lock{mutex};
-    return treatment_;
+    return treatment;
 }
 
-void Platform::treat_lines(Lines treatment) {
+void Platform::treat_lines(Lines how) {
     const std::lock_guard lock{mutex};
-    treatment_ = treatment;
-}
-
-int Platform::locks_held() const {
-    const std::lock_guard lock{mutex};
-    return held;
-}
-
-int Platform::live_mutexes() const {
-    const std::lock_guard lock{mutex};
-    return mutexes;
-}
-
-int Platform::live_events() const {
-    const std::lock_guard lock{mutex};
-    return events;
-}
-
-int Platform::live_lists() const {
-    const std::lock_guard lock{mutex};
-    return lists;
-}
-
-std::vector<std::uint8_t>& Platform::region(int id) {
-    const std::lock_guard lock{mutex};
-    return regions.at(id);
+    treatment = how;
 }
 
 std::vector<ShmWrite> Platform::writes() const {
@@ -209,21 +157,17 @@ int Platform::open_sessions() const {
 }
 
 void Platform::backplane_changed(const BpApiInfo* info) {
-    std::vector<ZentBpApiCallback> callbacks;
-    {
-        const std::lock_guard lock{mutex};
-        for (const auto& [handle, session] : sessions) {
-            if (session.callback != nullptr) {
-                callbacks.push_back(session.callback);
-            }
+    std::unique_lock lock{mutex};
+    const auto open = sessions;
+    lock.unlock();
+    for (const auto& [handle, callback] : open) {
+        if (callback != nullptr) {
+            callback(info);
         }
-    }
-    for (const ZentBpApiCallback callback : callbacks) {
-        callback(info);
     }
 }
 
-void Platform::add_drive(std::uint8_t index, const BpApiDrive& drive) {
+void Platform::add_drive(uint8_t index, const BpApiDrive& drive) {
     std::memcpy(&snapshot.drives[BPAPI_DRIVE_STRIDE * index], &drive, sizeof(drive));
 }
 
@@ -235,8 +179,8 @@ using fake::platform;
 // ---- debug log --------------------------------------------------------------------------------
 
 int zentprintf(int level, int module, const char* format, ...) {
-    const fake::Platform::Lines treatment = platform().treatment_of_lines();
-    if (treatment == fake::Platform::Lines::Dropped) {
+    const auto treatment = platform().treatment_of_lines();
+    if (treatment == fake::State::Lines::Dropped) {
         return 0;
     }
     char text[8192];
@@ -248,7 +192,7 @@ int zentprintf(int level, int module, const char* format, ...) {
     if (length < 0) {
         ADD_FAILURE() << "a log line that no sink can convert: " << format;
     }
-    if (treatment == fake::Platform::Lines::Recorded) {
+    if (treatment == fake::State::Lines::Recorded) {
         platform().add_line(fake::parse(level, module, text));
     }
     return 0;
@@ -271,8 +215,7 @@ SMMutexHandle SMMutexCreate(const char*) {
     pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK);
     pthread_mutex_init(&object->mutex, &attributes);
     pthread_mutexattr_destroy(&attributes);
-    const std::lock_guard lock{platform().mutex};
-    ++platform().mutexes;
+    ++platform().live_mutexes;
     return object;
 }
 
@@ -282,13 +225,9 @@ int SMMutexLock(SMMutexHandle mutex, int timeoutMs) {
     }
     EXPECT_EQ(timeoutMs, SM_WAIT_FOREVER) << "the library waits for its locks without limit";
     const int error = pthread_mutex_lock(&mutex->mutex);
-    if (error != 0) {
-        ADD_FAILURE() << "lock of a mutex that this thread holds";
-        return error;
-    }
-    const std::lock_guard lock{platform().mutex};
-    ++platform().held;
-    return 0;
+    EXPECT_EQ(error, 0) << "lock of a mutex that this thread holds";
+    platform().locks_held += error == 0 ? 1 : 0;
+    return error;
 }
 
 int SMMutexUnLock(SMMutexHandle mutex) {
@@ -296,12 +235,8 @@ int SMMutexUnLock(SMMutexHandle mutex) {
         return 1;
     }
     const int error = pthread_mutex_unlock(&mutex->mutex);
-    const std::lock_guard lock{platform().mutex};
-    if (error != 0) {
-        return error;
-    }
-    --platform().held;
-    return 0;
+    platform().locks_held -= error == 0 ? 1 : 0;
+    return error;
 }
 
 int SMMutexDestroy(SMMutexHandle mutex) {
@@ -309,13 +244,12 @@ int SMMutexDestroy(SMMutexHandle mutex) {
         return 1;
     }
     const int error = pthread_mutex_destroy(&mutex->mutex);
+    EXPECT_EQ(error, 0) << "destruction of a held mutex";
     if (error != 0) {
-        ADD_FAILURE() << "destruction of a held mutex";
         return error;
     }
     delete mutex;
-    const std::lock_guard lock{platform().mutex};
-    --platform().mutexes;
+    --platform().live_mutexes;
     return 0;
 }
 
@@ -332,28 +266,26 @@ SMEventHandle SMEventCreate(const char*, int manualReset) {
     }
     auto* event = new SMEventObject;
     event->manual = manualReset != 0;
-    const std::lock_guard lock{platform().mutex};
-    ++platform().events;
+    ++platform().live_events;
     return event;
 }
 
-int SMEventSet(SMEventHandle event) {
+static int set_event(SMEventHandle event, bool set) {
     if (event == nullptr) {
         return 1;
     }
     const std::lock_guard lock{event->mutex};
-    event->set = true;
+    event->set = set;
     event->changed.notify_all();
     return 0;
 }
 
+int SMEventSet(SMEventHandle event) {
+    return set_event(event, true);
+}
+
 int SMEventReset(SMEventHandle event) {
-    if (event == nullptr) {
-        return 1;
-    }
-    const std::lock_guard lock{event->mutex};
-    event->set = false;
-    return 0;
+    return set_event(event, false);
 }
 
 int SMEventWait(SMEventHandle event, int timeoutMs) {
@@ -376,37 +308,32 @@ int SMEventDestroy(SMEventHandle event) {
         return 1;
     }
     delete event;
-    const std::lock_guard lock{platform().mutex};
-    --platform().events;
+    --platform().live_events;
     return 0;
 }
 
 // ---- shared memory ----------------------------------------------------------------------------
 
-namespace {
-
-// The bytes of a range; null, failing the test if asked to, when there is no such range.
-std::uint8_t* range_of(int region, int offset, int count) {
+// The bytes of a range; null when there is no such range.
+static uint8_t* range_of(int region, int offset, int count) {
     const auto found = platform().regions.find(region);
     if (found == platform().regions.end() || offset < 0 || count < 0) {
         return nullptr;
     }
-    const std::size_t end = static_cast<std::size_t>(offset) + static_cast<std::size_t>(count);
+    const size_t end = static_cast<size_t>(offset) + static_cast<size_t>(count);
     return end <= found->second.size() ? found->second.data() + offset : nullptr;
 }
-
-}  // namespace
 
 int Zent_shm_memread(int region, void* dst, int offset, int count) {
     if (dst == nullptr || platform().hit(Place::ShmRead)) {
         return 5;
     }
     const std::lock_guard lock{platform().mutex};
-    const std::uint8_t* bytes = range_of(region, offset, count);
+    const uint8_t* bytes = range_of(region, offset, count);
     if (bytes == nullptr) {
         return 6;
     }
-    std::memcpy(dst, bytes, static_cast<std::size_t>(count));
+    std::memcpy(dst, bytes, static_cast<size_t>(count));
     return 0;
 }
 
@@ -415,13 +342,13 @@ int Zent_shm_memwrite(int region, const void* src, int offset, int count) {
         return 5;
     }
     const std::lock_guard lock{platform().mutex};
-    std::uint8_t* bytes = range_of(region, offset, count);
+    uint8_t* bytes = range_of(region, offset, count);
     if (bytes == nullptr) {
         ADD_FAILURE() << "write outside region " << region << ": " << offset << " + " << count;
         return 6;
     }
-    std::memcpy(bytes, src, static_cast<std::size_t>(count));
-    const auto* source = static_cast<const std::uint8_t*>(src);
+    std::memcpy(bytes, src, static_cast<size_t>(count));
+    const auto* source = static_cast<const uint8_t*>(src);
     platform().shm_writes.push_back({region, offset, {source, source + count}});
     return 0;
 }
@@ -458,18 +385,12 @@ int Zent_shm_get_frudata(uint16_t fruId, void* buffer, uint32_t size) {
 
 // ---- backplane service ------------------------------------------------------------------------
 
-namespace {
-
-bool is_open(ZentBpApiHandle handle) {
+static bool is_open(ZentBpApiHandle handle) {
     const std::lock_guard lock{platform().mutex};
     const bool open = platform().sessions.contains(handle);
-    if (!open) {
-        ADD_FAILURE() << "use of a session that is not open";
-    }
+    EXPECT_TRUE(open) << "use of a session that is not open";
     return open;
 }
-
-}  // namespace
 
 ZentBpApiHandle ZentBpApiOpenExec(ZentBpApiCallback callback, uint32_t zero, const char*,
                                   const char*, uint32_t, uint32_t zero2) {
@@ -480,7 +401,7 @@ ZentBpApiHandle ZentBpApiOpenExec(ZentBpApiCallback callback, uint32_t zero, con
     }
     const std::lock_guard lock{platform().mutex};
     const auto handle = reinterpret_cast<ZentBpApiHandle>(platform().next_session++ << 4);
-    platform().sessions[handle] = {callback};
+    platform().sessions[handle] = callback;
     return handle;
 }
 
@@ -524,15 +445,11 @@ uint32_t Zent_get_system_id(void) {
 
 // ---- event IPC --------------------------------------------------------------------------------
 
-namespace {
-
 struct TlvList {
     std::vector<std::string> arguments;
 };
 
-}  // namespace
-
-// Packs as count, then per text its length in one byte and its characters.
+// Packs each text with a separator behind it.
 int32_t EVIPCLBuildMsgArgsBuffer(const char* const* strings, uint8_t count, char* buffer,
                                  uint32_t* size) {
     if (platform().hit(Place::EvBuildArgs)) {
@@ -540,11 +457,8 @@ int32_t EVIPCLBuildMsgArgsBuffer(const char* const* strings, uint8_t count, char
     }
     std::string packed;
     for (unsigned i = 0; i < count; ++i) {
-        if (strings[i] == nullptr) {
-            ADD_FAILURE() << "a null message argument";
-            return platform().event_failure;
-        }
-        packed += strings[i];
+        EXPECT_NE(strings[i], nullptr) << "a null message argument";
+        packed += strings[i] != nullptr ? strings[i] : "";
         packed += '\x1f';
     }
     if (packed.size() > *size) {
@@ -561,8 +475,7 @@ int32_t EVIPCLCreateTLVList(void** list) {
         return platform().event_failure;
     }
     *list = new TlvList;
-    const std::lock_guard lock{platform().mutex};
-    ++platform().lists;
+    ++platform().live_lists;
     return 0;
 }
 
@@ -571,15 +484,9 @@ int32_t EVIPCLAddTLVToList(uint32_t type, uint16_t size, const void* value, void
         return platform().event_failure;
     }
     EXPECT_EQ(type, static_cast<uint32_t>(EVIPC_TLV_MESSAGE_ARGUMENTS));
-    std::string text;
-    for (uint16_t i = 0; i < size; ++i) {
-        const char character = static_cast<const char*>(value)[i];
-        if (character == '\x1f') {
-            static_cast<TlvList*>(list)->arguments.push_back(text);
-            text.clear();
-        } else {
-            text += character;
-        }
+    std::istringstream packed{std::string{static_cast<const char*>(value), size}};
+    for (std::string text; std::getline(packed, text, '\x1f');) {
+        static_cast<TlvList*>(list)->arguments.push_back(text);
     }
     return 0;
 }
@@ -587,8 +494,7 @@ int32_t EVIPCLAddTLVToList(uint32_t type, uint16_t size, const void* value, void
 int32_t EVIPCLFreeTLVList(void* list) {
     if (list != nullptr) {
         delete static_cast<TlvList*>(list);
-        const std::lock_guard lock{platform().mutex};
-        --platform().lists;
+        --platform().live_lists;
     }
     return 0;
 }
@@ -645,12 +551,11 @@ int IPMI_DoIPMICmd(uint8_t netFn, uint8_t cmd, const uint8_t* request, uint32_t 
 // ---- allocations ------------------------------------------------------------------------------
 
 namespace fake {
-namespace {
-std::atomic<long> blocks{0};
-}  // namespace
+
+static std::atomic<long> blocks{0};
 
 long live_blocks() {
-    return blocks.load();
+    return blocks;
 }
 AllocationScope::AllocationScope() {
     ++allocation_scopes;
@@ -658,9 +563,8 @@ AllocationScope::AllocationScope() {
 AllocationScope::~AllocationScope() {
     --allocation_scopes;
 }
-AllocationPause::AllocationPause() : scopes_(allocation_scopes) {
-    allocation_scopes = 0;
-}
+
+AllocationPause::AllocationPause() : scopes_(std::exchange(allocation_scopes, 0)) {}
 AllocationPause::~AllocationPause() {
     allocation_scopes = scopes_;
 }
@@ -668,43 +572,36 @@ bool system_call_fails() {
     return allocation_scopes > 0 && platform().hit(Place::System);
 }
 
-namespace {
-
-bool allocation_fails() {
+static bool allocation_fails() {
     return allocation_scopes > 0 && platform().hit(Place::Allocation);
 }
 
-void* counted(void* block) {
-    if (block != nullptr) {
-        ++blocks;
-    }
+static void* counted(void* block) {
+    blocks += block != nullptr ? 1 : 0;
     return block;
 }
 
-}  // namespace
 }  // namespace fake
 
 extern "C" {
 
-void* __real_calloc(std::size_t count, std::size_t size);
-void* __real_malloc(std::size_t size);
+void* __real_calloc(size_t count, size_t size);
+void* __real_malloc(size_t size);
 void __real_free(void* block);
-void* __wrap_calloc(std::size_t count, std::size_t size);
-void* __wrap_malloc(std::size_t size);
+void* __wrap_calloc(size_t count, size_t size);
+void* __wrap_malloc(size_t size);
 void __wrap_free(void* block);
 
-void* __wrap_calloc(std::size_t count, std::size_t size) {
+void* __wrap_calloc(size_t count, size_t size) {
     return fake::allocation_fails() ? nullptr : fake::counted(__real_calloc(count, size));
 }
 
-void* __wrap_malloc(std::size_t size) {
+void* __wrap_malloc(size_t size) {
     return fake::allocation_fails() ? nullptr : fake::counted(__real_malloc(size));
 }
 
 void __wrap_free(void* block) {
-    if (block != nullptr) {
-        --fake::blocks;
-    }
+    fake::blocks -= block != nullptr ? 1 : 0;
     __real_free(block);
 }
 }

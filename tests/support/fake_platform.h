@@ -11,6 +11,7 @@
 #include <platform/sm.h>
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -58,19 +59,19 @@ struct LogLine {
 struct ShmWrite {
     int region;
     int offset;
-    std::vector<std::uint8_t> bytes;
+    std::vector<uint8_t> bytes;
 };
 
 struct BpWrite {
     ZentBpApiHandle session;
-    std::uint32_t type;
+    uint32_t type;
     BpDriveStateWrite record;
 };
 
 struct Submission {
-    std::uint32_t c4, c2, severity;
+    uint32_t c4, c2, severity;
     std::string message_id;
-    std::uint32_t zero;
+    uint32_t zero;
     bool has_fqdd;
     std::string fqdd;
     bool has_list;
@@ -78,20 +79,56 @@ struct Submission {
 };
 
 struct Single {
-    std::array<std::uint8_t, 16> request;
-    std::uint32_t two, zero;
-    std::uint16_t value;
+    std::array<uint8_t, 16> request;
+    uint32_t two, zero;
+    uint16_t value;
 };
 
 struct IpmiRequest {
-    std::uint8_t net_fn, cmd;
-    std::vector<std::uint8_t> bytes;
+    uint8_t net_fn, cmd;
+    std::vector<uint8_t> bytes;
 };
 
-class Platform {
+// What a reset takes back to its start: no lines, no faults, regions zero, service up.
+struct State {
+    struct Fault {
+        int calls = 0;
+        int at = 0;  // 0: none
+        bool lasting = false;
+        bool fired = false;
+
+        bool strikes();  // counts a call
+    };
+    std::array<Fault, static_cast<size_t>(Place::Count)> faults;
+    std::vector<LogLine> log;
+    enum class Lines { Recorded, Formatted, Dropped } treatment = Lines::Recorded;
+    std::vector<ShmWrite> shm_writes;
+    std::map<ZentBpApiHandle, ZentBpApiCallback> sessions;
+
+    // FRU table, backplane service.
+    struct Fru {
+        std::array<uint8_t, 15> info;
+        std::vector<uint8_t> data;
+    };
+    std::map<uint16_t, Fru> frus;
+    BpApiInfo snapshot = {};  // what a read gives
+    uint32_t system_id = 0;
+    std::vector<BpWrite> bp_writes;
+    uint32_t bp_read_result = 0x100;  // of calls that succeed: meaning only in the low byte
+    uint32_t bp_failure = 0x107;      // of calls that fail on request
+    const char* bp_error_text = "fake error";  // may be null
+
+    // Event IPC, friendly names, IPMI.
+    std::vector<Submission> submissions;
+    std::vector<Single> singles;
+    int32_t event_failure = -7;  // result of calls that fail on request
+    std::function<bool(const std::string&, std::string&)> friendly_name;  // false: no friendly form
+    std::vector<IpmiRequest> ipmi_requests;
+    int ipmi_result = 0;
+};
+
+class Platform : public State {
   public:
-    // Everything as at process start: no lines, no faults, regions zero, service up. Keeps nothing
-    // of the last test.
     void reset();
 
     // The n-th call (1: the next) at a place fails; with lasting, all later ones too. Counts from
@@ -109,76 +146,29 @@ class Platform {
     bool logged(int level, const std::string& message) const;
     int count_logged(int level, const std::string& message) const;
     void clear_lines();
-    enum class Lines { Recorded, Formatted, Dropped };
-    void treat_lines(Lines treatment);
+    void treat_lines(Lines how);
     void record_lines(bool on) { treat_lines(on ? Lines::Recorded : Lines::Formatted); }
     Lines treatment_of_lines() const;
 
-    // Mutexes.
-    int locks_held() const;
-    int live_mutexes() const;
-    int live_events() const;
-
     // Shared memory: regions of the sizes in platform/shm.h, all readable and writable.
-    std::vector<std::uint8_t>& region(int id);
+    std::map<int, std::vector<uint8_t>> regions;
+    std::vector<uint8_t>& region(int id) { return regions.at(id); }
     std::vector<ShmWrite> writes() const;
     void clear_writes();
-    struct Fru {
-        std::array<std::uint8_t, 15> info;
-        std::vector<std::uint8_t> data;
-    };
-    std::map<std::uint16_t, Fru> frus;
 
-    // Backplane service.
-    BpApiInfo snapshot;  // what a read gives
-    std::uint32_t system_id = 0;
-    std::vector<BpWrite> bp_writes;
-    std::uint32_t bp_read_result =
-        0x100;                         // results of successful calls: meaning only in the low byte
-    std::uint32_t bp_failure = 0x107;  // result of calls that fail on request
-    const char* bp_error_text = "fake error";  // may be null
     int open_sessions() const;
     // Hands info to the callbacks of all open sessions, on the calling thread.
     void backplane_changed(const BpApiInfo* info);
-    void add_drive(std::uint8_t index, const BpApiDrive& drive);  // into snapshot; raises no count
+    void add_drive(uint8_t index, const BpApiDrive& drive);  // into snapshot; raises no count
 
-    // Event IPC, friendly names, IPMI.
-    std::vector<Submission> submissions;
-    std::vector<Single> singles;
-    std::int32_t event_failure = -7;  // result of calls that fail on request
-    int live_lists() const;
-    std::function<bool(const std::string&, std::string&)> friendly_name;  // false: no friendly form
-    std::vector<IpmiRequest> ipmi_requests;
-    int ipmi_result = 0;
+    // What is held or alive of each kind.
+    std::atomic<int> locks_held = 0, live_mutexes = 0, live_events = 0, live_lists = 0;
 
     // Used by the C functions.
     bool hit(Place place);  // counts a call; true: it is to fail
     void add_line(LogLine line);
-    mutable std::mutex mutex;
-    std::map<int, std::vector<std::uint8_t>> regions;
-    std::vector<ShmWrite> shm_writes;
-    struct Session {
-        ZentBpApiCallback callback;
-    };
-    std::map<ZentBpApiHandle, Session> sessions;
-    std::uintptr_t next_session = 1;
-    int held = 0;
-    int mutexes = 0;
-    int events = 0;
-    int lists = 0;
-
-  private:
-    struct Fault {
-        int calls = 0;
-        int at = 0;  // 0: none
-        bool lasting = false;
-        bool fired = false;
-
-        bool strikes();  // counts a call
-    };
-    std::array<Fault, static_cast<std::size_t>(Place::Count)> faults_;
-    std::vector<LogLine> lines_;
-    Lines treatment_ = Lines::Recorded;
+    mutable std::mutex mutex;  // over the state
+    uintptr_t next_session = 1;
 };
 
 // The one platform of the process.

@@ -5,9 +5,26 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <random>
 #include <string>
+#include <thread>
+#include <utility>
+#include <vector>
 
 #include "tests/support/fake_platform.h"
+#include "tests/support/files.h"
+#include "tests/support/rows.h"
+#include "vexel.h"
+
+using fake::AllocationScope;
+using fake::Place;
+using Bytes = std::vector<uint8_t>;
+using Lines = std::vector<std::string>;
 
 class PlatformTest : public testing::Test {
   protected:
@@ -22,18 +39,15 @@ class PlatformTest : public testing::Test {
         return platform.logged(level, message);
     }
 
-    // A folder of this test's own, removed afterwards.
-    const std::string& folder() const { return folder_; }
-    std::string path(const std::string& name) const { return folder_ + "/" + name; }
+    // A name in a folder of this test's own.
+    std::string path(const std::string& name) const { return folder_ / name; }
     // Makes the trace log write to path("vexel.log") in this test (by default it writes nowhere).
     void use_log_file();
-    std::string read_file(const std::string& path) const;
-    void write_file(const std::string& path, const std::string& content) const;
 
   private:
-    std::string folder_;
-    std::string log_path_;
-    std::string backup_path_;
+    TempDir folder_;
+    std::string log_path_ = path("vexel.log");
+    std::string backup_path_ = path("vexel.log.bak");
     long blocks_before_ = 0;
 };
 

@@ -1,21 +1,9 @@
 // A publisher that is killed at random moments, readers beside it in other processes, of either
 // word size.
-#include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <array>
-#include <cstdio>
-#include <cstdlib>
-#include <list>
-#include <random>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include "platform/linux/shm_admin.h"
 #include "platform/shm.h"
+#include "tests/support/linux_test.h"
 #include "tests/system/shm_section.h"
 
 namespace {
@@ -23,66 +11,10 @@ namespace {
 // Microseconds; long enough for an emulated publisher to get some writes done.
 constexpr const char* kLongestLife = EMULATED ? " 25000" : " 6000";
 
-// A running program: its input ends when told so, its output is what it printed.
-class Program {
-  public:
-    Program(const std::string& command, const std::string& argument) {
-        std::array<int, 2> in{};
-        std::array<int, 2> out{};
-        EXPECT_EQ(pipe(in.data()), 0);
-        EXPECT_EQ(pipe(out.data()), 0);
-        pid_ = fork();
-        if (pid_ == 0) {
-            dup2(in[0], STDIN_FILENO);
-            dup2(out[1], STDOUT_FILENO);
-            for (const int fd : {in[0], in[1], out[0], out[1]}) {
-                close(fd);
-            }
-            execl("/bin/sh", "sh", "-c", ("exec " + command + " " + argument).c_str(), nullptr);
-            _exit(127);
-        }
-        close(in[0]);
-        close(out[1]);
-        input_ = in[1];
-        output_ = out[0];
-    }
-    ~Program() {
-        end_input();
-        close(output_);
-        waitpid(pid_, nullptr, 0);
-    }
-    Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
-
-    void end_input() {
-        if (input_ >= 0) {
-            close(input_);
-            input_ = -1;
-        }
-    }
-
-    std::istringstream output() {
-        std::string text;
-        std::array<char, 256> part{};
-        for (ssize_t size; (size = read(output_, part.data(), part.size())) > 0;) {
-            text.append(part.data(), static_cast<size_t>(size));
-        }
-        return std::istringstream{text};
-    }
-
-  private:
-    pid_t pid_ = -1;
-    int input_ = -1;
-    int output_ = -1;
-};
-
 struct Outcome {
     int kills = -1;
-    int reads = 0;
-    int failed = 0;
-    int torn = 0;
-    int older = 0;
-    int newer = 0;
+    // Totals of the readers: reads; of those failed, torn, older and newer than the one before.
+    std::array<int, 5> reads{};
 };
 
 class ShmKill : public testing::Test {
@@ -94,39 +26,39 @@ class ShmKill : public testing::Test {
     }
     void TearDown() override { EXPECT_EQ(vexplatform_shm_remove_all(), 0); }
 
-    static Outcome run(const std::string& publisher, const std::string& mode,
-                       const std::vector<std::string>& readers, int reads) {
+    // The publisher publishes until its input ends, and leaves the number of its kills in a file.
+    Outcome run(const std::string& publisher, const std::string& mode, const Lines& readers,
+                int reads) const {
         const char* fixed = getenv("VEX_TEST_SEED");
         const std::string seed = fixed != nullptr ? fixed : std::to_string(std::random_device{}());
-        Outcome all;
-        Program publishing{publisher, seed + kLongestLife + mode};
-        std::list<Program> reading;
+        const std::string kills = dir / "kills";
+        FILE* publishing =
+            popen((publisher + " " + seed + kLongestLife + mode + " >" + kills).c_str(), "we");
+        std::vector<FILE*> reading;
         for (const std::string& reader : readers) {
-            reading.emplace_back(reader, std::to_string(reads));
+            reading.push_back(popen((reader + " " + std::to_string(reads)).c_str(), "re"));
         }
-        for (Program& reader : reading) {
-            Outcome one;
-            auto counts = reader.output();
-            EXPECT_TRUE(counts >> one.reads >> one.failed >> one.torn >> one.older >> one.newer)
-                << "no result";
-            all.reads += one.reads;
-            all.failed += one.failed;
-            all.torn += one.torn;
-            all.older += one.older;
-            all.newer += one.newer;
+        Outcome all;
+        for (FILE* reader : reading) {
+            for (int& total : all.reads) {
+                int count = 0;
+                EXPECT_EQ(fscanf(reader, "%d", &count), 1) << "no result";
+                total += count;
+            }
+            EXPECT_EQ(pclose(reader), 0);
         }
-        publishing.end_input();
-        EXPECT_TRUE(publishing.output() >> all.kills) << "the publisher failed";
+        EXPECT_EQ(pclose(publishing), 0) << "the publisher failed";
+        all.kills = atoi(file_content(kills).c_str());
         printf("seed %s: %d kills, %d reads, %d of a new write, %d torn\n", seed.c_str(), all.kills,
-               all.reads, all.newer, all.torn);
+               all.reads[0], all.reads[4], all.reads[2]);
         return all;
     }
 
     static void expect_whole(const Outcome& outcome) {
         EXPECT_GT(outcome.kills, 0);
-        EXPECT_EQ(outcome.failed, 0);
-        EXPECT_EQ(outcome.torn, 0);
-        EXPECT_EQ(outcome.older, 0);
+        EXPECT_EQ(outcome.reads[1], 0) << "failed";
+        EXPECT_EQ(outcome.reads[2], 0) << "torn";
+        EXPECT_EQ(outcome.reads[3], 0) << "older";
         // The last publisher was killed, too: what it left is whole and can be written.
         SectionBytes bytes{};
         alarm(20);
@@ -139,6 +71,8 @@ class ShmKill : public testing::Test {
         }
         alarm(0);
     }
+
+    TempDir dir;
 };
 
 TEST_F(ShmKill, NoReaderSeesHalfAWrite) {
@@ -162,7 +96,7 @@ TEST_F(ShmKill, ProcessesOfBothWordSizesShareARegion) {
 
 // What this test is worth: the same readers, a publisher without a second copy.
 TEST_F(ShmKill, TheReadersNoticeAPublisherWithoutASecondCopy) {
-    EXPECT_GT(run(SHM_PUBLISHER, " one-copy", {SHM_READER, SHM_READER}, 2'000).torn, 0);
+    EXPECT_GT(run(SHM_PUBLISHER, " one-copy", {SHM_READER, SHM_READER}, 2'000).reads[2], 0);
 }
 
 }  // namespace

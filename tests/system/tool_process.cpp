@@ -1,22 +1,13 @@
 #include "tests/system/tool_process.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <spawn.h>
-#include <stdlib.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 
 namespace {
 
 // The program with its emulator, if the machine cannot run it itself.
-std::vector<std::string> command_of(const std::string& tool) {
-    std::vector<std::string> command;
+Lines command_of(const std::string& tool) {
+    Lines command;
     std::istringstream words(VEX_EMULATOR);
     for (std::string word; words >> word;) {
         command.push_back(word);
@@ -27,11 +18,11 @@ std::vector<std::string> command_of(const std::string& tool) {
 
 }  // namespace
 
-RunningTool::RunningTool(const std::string& tool, const std::vector<std::string>& arguments,
+RunningTool::RunningTool(const std::string& tool, const Lines& arguments,
                          const std::string& folder) {
     static std::atomic<int> runs = 0;
     files_ = folder + "/run" + std::to_string(++runs);
-    std::vector<std::string> command = command_of(tool);
+    Lines command = command_of(tool);
     command.insert(command.end(), arguments.begin(), arguments.end());
     std::vector<char*> words;
     for (std::string& word : command) {
@@ -73,42 +64,11 @@ ToolResult RunningTool::wait() {
 }
 
 ToolTest::ToolTest() {
-    std::string pattern = testing::TempDir() + "vexsystem.XXXXXX";
-    if (mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error("no folder for the test");
-    }
-    folder_ = pattern;
     setenv("VEX_SHM_NAMESPACE", ("vexsystem" + std::to_string(getpid())).c_str(), 1);
     setenv("VEX_DEBUG_LOG", "none", 1);
     unsetenv("VEX_SCENARIO_DIR");
 }
 
-ToolTest::~ToolTest() {
-    vexsim({"--cleanup"});
-    std::error_code ignored;
-    std::filesystem::remove_all(folder_, ignored);
-}
-
-std::string ToolTest::write_file(const std::string& name, const std::string& content) const {
-    const std::string path = folder_ + "/" + name;
-    std::ofstream(path, std::ios::binary) << content;
-    return path;
-}
-
 bool ToolTest::anything_published() {
     return vexinspect({"--json"}).output.find("\"written\": true") != std::string::npos;
-}
-
-std::string file_content(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        throw std::runtime_error("cannot read " + path);
-    }
-    std::ostringstream content;
-    content << file.rdbuf();
-    return content.str();
-}
-
-std::string source_path(const std::string& name) {
-    return std::string(VEX_SOURCE) + "/" + name;
 }

@@ -2,11 +2,7 @@
 #ifndef TESTS_SYSTEM_TOOL_PROCESS_H
 #define TESTS_SYSTEM_TOOL_PROCESS_H
 
-#include <gtest/gtest.h>
-#include <sys/types.h>
-
-#include <string>
-#include <vector>
+#include "tests/support/linux_test.h"
 
 struct ToolResult {
     int status;  // exit status, 256 + signal if one ended it
@@ -17,8 +13,7 @@ struct ToolResult {
 // A tool that still runs; killed at the end if it was not waited for.
 class RunningTool {
   public:
-    RunningTool(const std::string& tool, const std::vector<std::string>& arguments,
-                const std::string& folder);
+    RunningTool(const std::string& tool, const Lines& arguments, const std::string& folder);
     ~RunningTool();
     RunningTool(const RunningTool&) = delete;
     RunningTool& operator=(const RunningTool&) = delete;
@@ -34,29 +29,31 @@ class RunningTool {
 class ToolTest : public testing::Test {
   protected:
     ToolTest();
-    ~ToolTest() override;
+    ~ToolTest() override { vexsim({"--cleanup"}); }
 
-    ToolResult vexsim(const std::vector<std::string>& arguments) {
-        return RunningTool("vexsim", arguments, folder_).wait();
+    ToolResult vexsim(const Lines& arguments) {
+        return RunningTool("vexsim", arguments, folder()).wait();
     }
-    ToolResult vexinspect(const std::vector<std::string>& arguments) {
-        return RunningTool("vexinspect", arguments, folder_).wait();
+    ToolResult vexinspect(const Lines& arguments) {
+        return RunningTool("vexinspect", arguments, folder()).wait();
     }
 
-    const std::string& folder() const { return folder_; }
-    std::string write_file(const std::string& name, const std::string& content) const;
+    std::string folder() const { return dir_ / "."; }
+    std::string write_file(const std::string& name, const std::string& content) const {
+        ::write_file(dir_ / name, content);
+        return dir_ / name;
+    }
 
     // Has anybody written a region of the test's namespace?
     bool anything_published();
 
   private:
-    std::string folder_;
+    TempDir dir_;
 };
 
-// Throws std::runtime_error if it cannot be read.
-std::string file_content(const std::string& path);
-
 // A file of the source tree.
-std::string source_path(const std::string& name);
+inline std::string source_path(const std::string& name) {
+    return VEX_SOURCE "/" + name;
+}
 
 #endif  // TESTS_SYSTEM_TOOL_PROCESS_H

@@ -1,8 +1,4 @@
 // What another process sees of the regions.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <sstream>
 
 #include "tests/system/tool_process.h"
 #include "vexinspect/layout_table.h"
@@ -81,13 +77,12 @@ TEST_F(Vexinspect, MapShowsWhatTheStateFolderTells) {
 
 TEST_F(Vexinspect, WhatNobodyPublishedIsNotYetInventoried) {
     const char* const text = "not yet inventoried";
-    for (const auto& arguments :
-         std::vector<std::vector<std::string>>{{"list"},
-                                               {"show"},
-                                               {"map"},
-                                               {"fru"},
-                                               {"show", "drives"},
-                                               {"watch", "--updates", "1"}}) {
+    for (const auto& arguments : std::vector<Lines>{{"list"},
+                                                    {"show"},
+                                                    {"map"},
+                                                    {"fru"},
+                                                    {"show", "drives"},
+                                                    {"watch", "--updates", "1"}}) {
         SCOPED_TRACE(arguments.back());
         const ToolResult result = vexinspect(arguments);
         EXPECT_EQ(result.status, 0) << result.errors;

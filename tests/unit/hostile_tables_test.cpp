@@ -12,7 +12,7 @@
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+using Bytes = std::vector<uint8_t>;
 
 // Draws what is likely to be handled wrongly: numbers at limits, tables of one byte, texts of
 // pieces.
@@ -20,16 +20,16 @@ class Draw {
   public:
     explicit Draw(unsigned seed) : engine_(seed) {}
 
-    std::uint32_t below(std::uint32_t end) { return static_cast<std::uint32_t>(engine_() % end); }
+    uint32_t below(uint32_t end) { return static_cast<uint32_t>(engine_() % end); }
 
-    std::uint32_t number() {
-        static constexpr std::uint32_t kLimits[] = {
+    uint32_t number() {
+        static constexpr uint32_t kLimits[] = {
             0,    1,      2,      3,      4,      5,          6,          7,         11,  15,  16,
             17,   20,     21,     31,     32,     35,         36,         49,        50,  60,  99,
             127,  128,    249,    250,    254,    255,        256,        511,       512, 513, 2047,
             2048, 0x7FFF, 0x8000, 0xFFFE, 0xFFFF, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF};
         return below(3) != 0 ? kLimits[below(std::size(kLimits))]
-                             : static_cast<std::uint32_t>(engine_());
+                             : static_cast<uint32_t>(engine_());
     }
     // Any value of a type; of a pointer, one element of its own, or a text.
     template <class T>
@@ -46,17 +46,17 @@ class Draw {
     }
     void forget() { pool_.clear(); }
 
-    void fill(void* room, std::size_t size) {
+    void fill(void* room, size_t size) {
         const bool limits = below(2) != 0;
-        const auto constant = static_cast<std::uint8_t>(number());
+        const auto constant = static_cast<uint8_t>(number());
         const bool same = below(4) == 0;
-        std::generate_n(static_cast<std::uint8_t*>(room), size, [&]() -> std::uint8_t {
+        std::generate_n(static_cast<uint8_t*>(room), size, [&]() -> uint8_t {
             return same     ? constant
-                   : limits ? static_cast<std::uint8_t>(number())
-                            : static_cast<std::uint8_t>(engine_());
+                   : limits ? static_cast<uint8_t>(number())
+                            : static_cast<uint8_t>(engine_());
         });
     }
-    Bytes bytes(std::size_t size) {
+    Bytes bytes(size_t size) {
         Bytes block(size);
         fill(block.data(), size);
         return block;
@@ -89,7 +89,7 @@ class Draw {
             "PCIeSSD.Slot.3-1",
             "Disk.Bay.7:Enclosure.Internal.0-2:PCIeExtender.Slot.3"};
         std::string text;
-        for (std::uint32_t pieces = below(9); pieces > 0; --pieces) {
+        for (uint32_t pieces = below(9); pieces > 0; --pieces) {
             text += kPieces[below(std::size(kPieces))];
         }
         return text;
@@ -100,12 +100,12 @@ class Draw {
         return {drawn.c_str(), drawn.c_str() + drawn.size() + 1};
     }
     // A text of 16-bit characters without terminator, of 1 to limit bytes.
-    Bytes halves(std::uint32_t limit) {
+    Bytes halves(uint32_t limit) {
         Bytes block;
         for (const char c : text() + "x") {
-            block.insert(block.end(), {static_cast<std::uint8_t>(c), 0});
+            block.insert(block.end(), {static_cast<uint8_t>(c), 0});
         }
-        block.resize(std::min<std::size_t>(block.size() - below(2), limit));
+        block.resize(std::min<size_t>(block.size() - below(2), limit));
         return block;
     }
 
@@ -116,17 +116,17 @@ class Draw {
 
 struct Operation {
     const char* what;
-    std::vector<std::uint32_t> results;
+    std::vector<uint32_t> results;
     bool holds_cache;
-    std::uint32_t (*call)(Draw&);
+    uint32_t (*call)(Draw&);
 };
 
 // Calls a function with anything. What it gives back that is no result counts as 0.
 template <auto function>
-std::uint32_t any(Draw& draw) {
-    return []<class Result, class... Types>(Result (*call)(Types...), Draw& d) -> std::uint32_t {
+uint32_t any(Draw& draw) {
+    return []<class Result, class... Types>(Result (*call)(Types...), Draw& d) -> uint32_t {
         const std::tuple<Types...> arguments{d.any<Types>()...};
-        if constexpr (std::is_same_v<Result, std::uint32_t>) {
+        if constexpr (std::is_same_v<Result, uint32_t>) {
             return std::apply(call, arguments);
         } else if constexpr (std::is_same_v<Result, char*>) {
             vexel_free(std::apply(call, arguments));
@@ -138,47 +138,44 @@ std::uint32_t any(Draw& draw) {
 }
 
 template <auto function>
-std::uint32_t read_fru(Draw& draw) {
-    std::uint8_t* data = nullptr;
-    std::uint32_t size = 0;
-    const std::uint32_t result =
-        function(&data, &size, draw.any<std::uint8_t>(), draw.any<std::uint8_t>());
+uint32_t read_fru(Draw& draw) {
+    uint8_t* data = nullptr;
+    uint32_t size = 0;
+    const uint32_t result = function(&data, &size, draw.any<uint8_t>(), draw.any<uint8_t>());
     EXPECT_EQ(data != nullptr, result == 0);
     const Bytes copy(data, data + size);
     vexel_free(data);
     return result;
 }
 
-std::uint32_t enclosure_fqdd(Draw& draw) {
+uint32_t enclosure_fqdd(Draw& draw) {
     wchar_t* text = nullptr;
     rtcache_GetEnclosureFQDD(draw.number(), draw.number(), &text);
     vexel_free(text);
     return 0;
 }
 
-std::uint32_t tavi_revision(Draw& draw) {
+uint32_t tavi_revision(Draw& draw) {
     Bytes data = draw.bytes(19);
     const std::string name = draw.text();
     data.insert(data.end(), name.begin(), name.end());
     data.resize(draw.below(60));
-    return get_TAVI_Revison(data.data(), static_cast<std::uint32_t>(data.size()));
+    return get_TAVI_Revison(data.data(), static_cast<uint32_t>(data.size()));
 }
 
-std::uint32_t tavi_fru(Draw& draw) {
-    return update_TAVI_FRU_Info(draw.bytes(15).data(), draw.any<std::uint8_t*>(),
-                                draw.any<std::uint8_t*>());
+uint32_t tavi_fru(Draw& draw) {
+    return update_TAVI_FRU_Info(draw.bytes(15).data(), draw.any<uint8_t*>(), draw.any<uint8_t*>());
 }
 
-std::uint32_t store_fru(Draw& draw) {
+uint32_t store_fru(Draw& draw) {
     const Bytes image = draw.bytes(draw.below(700));
-    return RTSHM_StoreFRU(draw.any<std::uint8_t>(), draw.any<std::uint8_t>(),
-                          draw.any<std::uint8_t>(), 1, 2, image.data(),
-                          static_cast<std::uint32_t>(image.size()));
+    return RTSHM_StoreFRU(draw.any<uint8_t>(), draw.any<uint8_t>(), draw.any<uint8_t>(), 1, 2,
+                          image.data(), static_cast<uint32_t>(image.size()));
 }
 
 // The two readers of an FQDD, which may come in 16-bit characters.
-template <auto function, std::uint32_t limit, class Length, class... Outputs>
-std::uint32_t take_fqdd_apart(Draw& draw) {
+template <auto function, uint32_t limit, class Length, class... Outputs>
+uint32_t take_fqdd_apart(Draw& draw) {
     const bool wide = draw.below(2) != 0;
     const Bytes text = wide ? draw.halves(limit) : draw.narrow();
     return function(reinterpret_cast<const char*>(text.data()),
@@ -199,12 +196,11 @@ const Operation kOperations[] = {
     {"getBayIDandSlotFromFqdd",
      {0},
      false,
-     take_fqdd_apart<getBayIDandSlotFromFqdd, 255, std::uint8_t, std::uint8_t*, std::uint8_t*>},
+     take_fqdd_apart<getBayIDandSlotFromFqdd, 255, uint8_t, uint8_t*, uint8_t*>},
     {"getSlotandSlotIndexfromFQDD",
      {0, 1},
      false,
-     take_fqdd_apart<getSlotandSlotIndexfromFQDD, 4096, std::uint32_t, std::uint8_t*, std::uint8_t*,
-                     std::uint32_t*>},
+     take_fqdd_apart<getSlotandSlotIndexfromFQDD, 4096, uint32_t, uint8_t*, uint8_t*, uint32_t*>},
     {"RTSHM_readSSDSlotNumFromGblSlotNum", {0, 3}, false, any<RTSHM_readSSDSlotNumFromGblSlotNum>},
     {"RTSHM_readPCIeSSDBayIDInfoFromGblSlotNum",
      {0, 3},
@@ -268,7 +264,7 @@ class HostileTables : public BackplaneTest {
     // Everything that the operations read, drawn anew.
     void draw_world(Draw& draw) {
         EXPECT_EQ(rtcache_Init(), 0u);
-        for (const std::uint8_t eid : std::initializer_list<std::uint8_t>{20, 21, 254}) {
+        for (const uint8_t eid : std::initializer_list<uint8_t>{20, 21, 254}) {
             rtcache_UpdateCachedObject(RTCACHE_REGISTER, eid, draw.below(20), 0);
             const CacheLock lock;
             store_nodes(draw, eid);
@@ -281,7 +277,7 @@ class HostileTables : public BackplaneTest {
             fake::Platform::Fru fru;
             draw.fill(fru.info.data(), fru.info.size());
             fru.data = draw.bytes(draw.below(2) != 0 ? draw.below(100) : 0x10000);
-            platform.frus[draw.any<std::uint16_t>()] = fru;
+            platform.frus[draw.any<uint16_t>()] = fru;
         }
         draw.fill(&sNVMeSSDBPInfo, sizeof(sNVMeSSDBPInfo));
         draw.fill(&sNVMeSSDBPVDMInfo, sizeof(sNVMeSSDBPVDMInfo));
@@ -293,7 +289,7 @@ class HostileTables : public BackplaneTest {
         return static_cast<T*>(vexel_alloc(sizeof(T)));
     }
     // None, or one with or without an FQDD.
-    static StorageObjectRecord* record(Draw& draw, std::uint32_t type) {
+    static StorageObjectRecord* record(Draw& draw, uint32_t type) {
         if (draw.below(4) == 0) {
             return nullptr;
         }
@@ -308,19 +304,18 @@ class HostileTables : public BackplaneTest {
         }
         return record;
     }
-    static void store(std::uint32_t key_type, std::uint8_t eid, std::uint16_t key, void* node) {
+    static void store(uint32_t key_type, uint8_t eid, uint16_t key, void* node) {
         EXPECT_EQ(rtcache_SetCachedObject(key_type, eid, key, node), 0u);
     }
-    static void store_nodes(Draw& draw, std::uint8_t eid) {
+    static void store_nodes(Draw& draw, uint8_t eid) {
         auto* controller = made<RtCacheControllerNode>();
         controller->objType = draw.below(2) != 0 ? RT_OBJ_ADAPTER : RT_NODE_PCIESSD_ADAPTER;
         controller->adapter = record(draw, RT_OBJ_ADAPTER);
         controller->battery = record(draw, RT_OBJ_BATTERY);
         store(RTCACHE_KEY_CONTROLLER, eid, eid, controller);
-        static constexpr std::uint32_t kTypes[] = {RT_OBJ_PHYSICAL_DISK, RT_OBJ_ENCLOSURE,
-                                                   RT_OBJ_BACKPLANE};
-        for (const std::uint16_t key :
-             std::initializer_list<std::uint16_t>{0, 1, 3, 6, 255, 2047}) {
+        static constexpr uint32_t kTypes[] = {RT_OBJ_PHYSICAL_DISK, RT_OBJ_ENCLOSURE,
+                                              RT_OBJ_BACKPLANE};
+        for (const uint16_t key : std::initializer_list<uint16_t>{0, 1, 3, 6, 255, 2047}) {
             auto* disk = made<RtCacheDiskNode>();
             disk->objType = kTypes[draw.below(3)];
             if (draw.below(4) != 0) {
@@ -347,12 +342,12 @@ TEST_F(HostileTables, EveryLookUpEndsWithADocumentedResult) {
             if (operation.holds_cache) {
                 lock.emplace();
             }
-            const std::uint32_t result = operation.call(draw);
+            const uint32_t result = operation.call(draw);
             lock.reset();
             draw.forget();
             ASSERT_NE(std::ranges::find(operation.results, result), operation.results.end())
                 << operation.what << " gave " << result << ", seed " << seed;
-            ASSERT_EQ(platform.locks_held(), 0) << operation.what << ", seed " << seed;
+            ASSERT_EQ(platform.locks_held, 0) << operation.what << ", seed " << seed;
         }
         for (const fake::IpmiRequest& request : platform.ipmi_requests) {
             ASSERT_EQ(request.bytes.size(), 20u);

@@ -1,7 +1,5 @@
 #include "notifQue.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 
 #include "tests/support/platform_test.h"
@@ -59,7 +57,7 @@ TEST_F(NotifyQueue, PrimitivesLinkBothWaysWithoutTheLock) {
         EXPECT_EQ(InsertMsgAtQueueTail(queue_, &message), 0);
     }
     EXPECT_EQ(queue_->count, 0u) << "only AddEvt counts";
-    EXPECT_EQ(platform.calls(fake::Place::Lock), 0);
+    EXPECT_EQ(platform.calls(Place::Lock), 0);
     EXPECT_EQ(queue_->tail->prev->msg, &messages_[1]);
     EXPECT_EQ(queue_->tail->prev->prev, queue_->head);
     EXPECT_EQ(InsertMsgAtQueueTail(nullptr, &messages_[0]), -1);
@@ -67,23 +65,20 @@ TEST_F(NotifyQueue, PrimitivesLinkBothWaysWithoutTheLock) {
 }
 
 TEST_F(NotifyQueue, LinesOfAMessagesWay) {
-    EXPECT_EQ(platform.messages(4),
-              std::vector<std::string>{with_pointer("InitEvtQ successful %p", queue_)});
+    EXPECT_EQ(platform.messages(4), Lines{with_pointer("InitEvtQ successful %p", queue_)});
     const std::string wait = with_pointer("WAIT for queue mutex %p", queue_->mutex);
     const std::string message = with_pointer("removeMsg:%p", messages_);
     platform.clear_lines();
     AddEvt(queue_, messages_);
-    EXPECT_EQ(platform.messages(4), (std::vector<std::string>{wait, "Release queue mutex",
-                                                              "AddEvt successful: MsgCount 1"}));
+    EXPECT_EQ(platform.messages(4),
+              (Lines{wait, "Release queue mutex", "AddEvt successful: MsgCount 1"}));
     EXPECT_EQ(platform.messages(2),
-              std::vector<std::string>{
-                  with_pointer("InsertMsgAtQueueTail address %p Succesfully", queue_->head)});
+              Lines{with_pointer("InsertMsgAtQueueTail address %p Succesfully", queue_->head)});
     platform.clear_lines();
     take();
     EXPECT_EQ(platform.messages(4),
-              (std::vector<std::string>{wait, "RemoveMsgFromQueueHead for last msn in Q",
-                                        "removeMsg successful", "Release queue mutex", message,
-                                        "removeMsg successful: msgCount 0"}));
+              (Lines{wait, "RemoveMsgFromQueueHead for last msn in Q", "removeMsg successful",
+                     "Release queue mutex", message, "removeMsg successful: msgCount 0"}));
     platform.clear_lines();
     take();
     EXPECT_EQ(platform.messages(4)[1], "0 msg. removeMsg successful");
@@ -95,27 +90,26 @@ TEST_F(NotifyQueue, RefusalsAndFailuresHaveTheirResultAndLine) {
     EXPECT_EQ(removeMsg(nullptr, &message), -1);
     EXPECT_EQ(removeMsg(queue_, nullptr), -1);
     EXPECT_EQ(InitEvtQ(nullptr), -1);
-    EXPECT_EQ(platform.messages(2),
-              (std::vector<std::string>{"pQueue is NULL", "removeMsg:Failed . pQueue NULL",
-                                        "<-- err null inputs", "<-- err null inputs"}));
-    platform.fail(fake::Place::Lock, 1, true);
+    EXPECT_EQ(platform.messages(2), (Lines{"pQueue is NULL", "removeMsg:Failed . pQueue NULL",
+                                           "<-- err null inputs", "<-- err null inputs"}));
+    platform.fail(Place::Lock, 1, true);
     EXPECT_EQ(AddEvt(queue_, messages_), 1);
     EXPECT_EQ(removeMsg(queue_, &message), 1);
-    EXPECT_EQ(platform.messages(1), (std::vector<std::string>{"AddEvt:Failied to lock Mutex",
-                                                              "removeMsg:Failied to lock Mutex"}));
+    EXPECT_EQ(platform.messages(1),
+              (Lines{"AddEvt:Failied to lock Mutex", "removeMsg:Failied to lock Mutex"}));
     EXPECT_EQ(message, messages_);
     EXPECT_EQ(queue_->count, 0u);
 }
 
 TEST_F(NotifyQueue, WithoutMemoryAMessageIsDroppedInSilence) {
-    const fake::AllocationScope scope;
-    platform.fail(fake::Place::Allocation);
+    const AllocationScope scope;
+    platform.fail(Place::Allocation);
     EXPECT_EQ(AddEvt(queue_, messages_), 0);
     EXPECT_EQ(queue_->count, 0u);
     EXPECT_TRUE(logged(2, "InsertMsgAtQueueTail Failed"));
 
     NotifQueue* other = queue_;
-    platform.fail(fake::Place::Allocation);
+    platform.fail(Place::Allocation);
     EXPECT_EQ(InitEvtQ(&other), -1);
     EXPECT_EQ(other, queue_);
     EXPECT_TRUE(logged(2, "InitEvtQ Failed"));

@@ -1,5 +1,3 @@
-#include <algorithm>
-
 #include "rt_shm.h"
 #include "tests/support/cache_test.h"
 
@@ -11,7 +9,7 @@ constexpr int kEntry = 2;  // ... though it is found here
 class CommandStatus : public CacheTest {
   protected:
     RtControllerStatus& entry = g_rtpil_Controller_Status[kEntry];
-    std::uint8_t& recovery = g_rtpil_Controller_Status[kEid].recoveryStatus;
+    uint8_t& recovery = g_rtpil_Controller_Status[kEid].recoveryStatus;
 
     void SetUp() override {
         CacheTest::SetUp();
@@ -20,8 +18,8 @@ class CommandStatus : public CacheTest {
         entry.status = 0xFA;
     }
 
-    static unsigned communication(std::int32_t eid) {
-        std::uint8_t status = 0xEE;
+    static unsigned communication(int32_t eid) {
+        uint8_t status = 0xEE;
         EXPECT_EQ(rtpil_GetControllerCommunicationStatus(eid, &status), 0);
         return status;
     }
@@ -45,21 +43,21 @@ TEST_F(CommandStatus, OnlyTheEleventhFailureInARowMarksTheController) {
 }
 
 TEST_F(CommandStatus, OtherCommandsEndTheRun) {
-    const struct {
-        std::uint32_t command;
-        std::uint8_t status, recovery;
-        std::uint16_t count;
-    } rows[] = {{0, 0xFB, 0, 0}, {2, 0xFA, 0, 0}, {3, 0xFB, 0, 0},   {4, 0x80, 0, 0},
-                {5, 0xFF, 0, 0}, {6, 0xFE, 0, 0}, {7, 0xFF, 0x55, 4}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.command);
+    for (const auto& [command, row_status, row_recovery, count] :
+         Rows<uint32_t, uint8_t, uint8_t, uint16_t>{{0, 0xFB, 0, 0},
+                                                    {2, 0xFA, 0, 0},
+                                                    {3, 0xFB, 0, 0},
+                                                    {4, 0x80, 0, 0},
+                                                    {5, 0xFF, 0, 0},
+                                                    {6, 0xFE, 0, 0},
+                                                    {7, 0xFF, 0x55, 4}}) {
         entry.status = 0xFF;
         entry.failCount = 4;
         recovery = 0x55;
-        EXPECT_EQ(rtmpi2_UpdateControllerCommandStatus(kEid, row.command, 0x77), 0);
-        EXPECT_EQ(entry.status, row.status);
-        EXPECT_EQ(entry.failCount, row.count);
-        EXPECT_EQ(recovery, row.recovery);
+        EXPECT_EQ(rtmpi2_UpdateControllerCommandStatus(kEid, command, 0x77), 0);
+        EXPECT_EQ(entry.status, row_status);
+        EXPECT_EQ(entry.failCount, count);
+        EXPECT_EQ(recovery, row_recovery);
     }
     EXPECT_TRUE(logged(2, "Unknown status for ctrl:9"));
     EXPECT_TRUE(logged(4, "Resetting controller command status and counter for EID=9"));
@@ -81,26 +79,21 @@ TEST_F(CommandStatus, UnknownAndLargeEidsTouchNoOtherEntry) {
 
 TEST_F(CommandStatus, AFailureOfAPulledDriveDoesNotCount) {
     NVMeSlotEntry& slot = sNVMeSSDBPInfo.slots[50 * 1 + 4];
-    const struct {
-        const char* what;
-        std::uint8_t type, slot_eid;
-        std::uint16_t state;
-        unsigned absent;
-    } rows[] = {{"pulled", RTCACHE_TYPE_NVME, kEid, 0xFFFE, 1},
-                {"present", RTCACHE_TYPE_NVME, kEid, 1, 0},
-                {"no slot", RTCACHE_TYPE_NVME, kEid + 1, 0, 0},
-                {"a controller", RTCACHE_TYPE_KRON, kEid, 0, 0}};
+    const Rows<const char*, uint8_t, uint8_t, uint16_t, unsigned> rows{
+        {"pulled", RTCACHE_TYPE_NVME, kEid, 0xFFFE, 1},
+        {"present", RTCACHE_TYPE_NVME, kEid, 1, 0},
+        {"no slot", RTCACHE_TYPE_NVME, kEid + 1, 0, 0},
+        {"a controller", RTCACHE_TYPE_KRON, kEid, 0, 0}};
     EXPECT_EQ(rtpil_IfNVMeSSD_isNotPresent(kEid), 0u) << "not registered";
     add_endpoint(kEid);
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        rtcache_SetStorageEIDType(kEid, row.type);
-        slot.i2cEid = row.slot_eid;
-        rtshm_SetNVMeDriveState(1, 4, row.state);
+    for (const auto& [what, type, slot_eid, state, absent] : rows) {
+        rtcache_SetStorageEIDType(kEid, type);
+        slot.i2cEid = slot_eid;
+        rtshm_SetNVMeDriveState(1, 4, state);
         entry.failCount = 0;
-        EXPECT_EQ(rtpil_IfNVMeSSD_isNotPresent(kEid), row.absent);
+        EXPECT_EQ(rtpil_IfNVMeSSD_isNotPresent(kEid), absent);
         EXPECT_EQ(rtmpi2_UpdateControllerCommandStatus(kEid, 1, 0), 0);
-        EXPECT_EQ(entry.failCount, 1 - row.absent);
+        EXPECT_EQ(entry.failCount, 1 - absent);
     }
     EXPECT_TRUE(logged(4, "Drive EID:9, has been removed, do not update status"));
     rtshm_SetNVMeDriveState(1, 4, 0);

@@ -1,13 +1,7 @@
-#include <algorithm>
-#include <array>
-#include <random>
-
 #include "rt_cache/rt_cache_bitmap.h"
 #include "tests/support/cache_test.h"
 
 namespace {
-
-using fake::Place;
 
 constexpr uint32_t kKron = 8, kNvme = 9, kHba = 10;
 constexpr uint32_t kDisk = RT_OBJ_PHYSICAL_DISK, kChanged = 3;
@@ -106,29 +100,25 @@ TEST_F(CachedEvents, OfTwoDataOfOneDiskTheSecondStaysAndTheFirstIsFreedByRule) {
         "event_data this should not happen unless PDR5 after PDR3 OR CTL48 for first drive which "
         "overwrites PDR4",
         "event_data exsts already. This should not happen. overwrite with new event"};
-    const struct {
-        uint32_t eid;
-        const char *first, *second;
-        bool freed;
-    } rows[] = {
-        {kKron, "PDR3", "PDR5", true},   {kKron, "PDR4", "CTL48", false},
-        {kKron, "PDR3", "PDR55", false}, {kKron, "PDR5", "PDR3", false},
-        {kNvme, "PDR4", "CTL48", true},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(std::string{row.first} + " " + row.second);
-        EventData* const first = make_event_data(row.first);
-        EventData* const second = make_event_data(row.second);
-        rtcache_CopyCachedEvent(row.eid, kDisk, kChanged, 3, first);
-        rtcache_CopyCachedEvent(row.eid, kDisk, kChanged, 3, first);  // again: no conflict
-        rtcache_CopyCachedEvent(row.eid, kDisk, kChanged, 3, second);
-        rtcache_CopyCachedEvent(row.eid, kDisk, kChanged, 3, nullptr);
-        EXPECT_EQ(platform.count_logged(4, conflict[row.eid == kNvme]), 1);
-        EXPECT_EQ(logged(4, std::string{"event_data_free->messageId:"} + row.first), row.freed);
+    for (const auto& [eid, row_first, row_second, freed] :
+         Rows<uint32_t, const char*, const char*, bool>{{kKron, "PDR3", "PDR5", true},
+                                                        {kKron, "PDR4", "CTL48", false},
+                                                        {kKron, "PDR3", "PDR55", false},
+                                                        {kKron, "PDR5", "PDR3", false},
+                                                        {kNvme, "PDR4", "CTL48", true}}) {
+        SCOPED_TRACE(std::string{row_first} + " " + row_second);
+        EventData* const first = make_event_data(row_first);
+        EventData* const second = make_event_data(row_second);
+        rtcache_CopyCachedEvent(eid, kDisk, kChanged, 3, first);
+        rtcache_CopyCachedEvent(eid, kDisk, kChanged, 3, first);  // again: no conflict
+        rtcache_CopyCachedEvent(eid, kDisk, kChanged, 3, second);
+        rtcache_CopyCachedEvent(eid, kDisk, kChanged, 3, nullptr);
+        EXPECT_EQ(platform.count_logged(4, conflict[eid == kNvme]), 1);
+        EXPECT_EQ(logged(4, std::string{"event_data_free->messageId:"} + row_first), freed);
         EXPECT_EQ(platform.count_logged(4, "event_data_pd not null , objKey=3"), 3);
         EXPECT_TRUE(logged(4, "even_data NULL overwrite check passed"));
-        EXPECT_EQ(Drained{row.eid}.disks->eventData[3], second);
-        if (!row.freed) {
+        EXPECT_EQ(Drained{eid}.disks->eventData[3], second);
+        if (!freed) {
             vexutils::free_event_data(first);
         }
         platform.clear_lines();
@@ -139,41 +129,31 @@ TEST_F(CachedEvents, ExternalDisksBehindAnHbaAreDropped) {
     wchar_t external[300] = L"Disk.Bay.1:Enclosure.External.0-1";
     wchar_t internal[] = L"Disk.Bay.1:Enclosure.Internal.0-1";
     std::fill(external + wcslen(external), std::end(external) - 1, L'x');
-    const struct {
-        const char* what;
-        uint32_t eid, id, key;
-        wchar_t* fqdd;
-        uint32_t kind;
-        bool linked;
-        uint32_t result;
-        bool recorded;
-    } rows[] = {
-        {"external", kHba, 0xFFFFFFFF, 5, external, kDisk, true, 0, false},
-        {"id set", kHba, 1, 5, external, kDisk, true, 0, true},
-        {"internal", kHba, 0xFFFFFFFF, 5, internal, kDisk, true, 0, true},
-        {"no FQDD", kHba, 0xFFFFFFFF, 5, nullptr, kDisk, true, 0, true},
-        {"an enclosure", kHba, 0xFFFFFFFF, 5, external, RT_OBJ_ENCLOSURE, true, 0, true},
-        {"no record", kHba, 0xFFFFFFFF, 5, external, kDisk, false, 0, true},
-        {"no node", kHba, 0xFFFFFFFF, 6, external, kDisk, true, 0, true},
-        {"beyond the disks", kHba, 0xFFFFFFFF, 2048, external, kDisk, true, 2, false},
-        {"beyond all keys", kHba, 0xFFFFFFFF, 65536 + 5, external, kDisk, true, 0, true},
-        {"another controller", kKron, 0xFFFFFFFF, 5, external, kDisk, true, 0, true},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+    for (const auto& [what, eid, id, key, fqdd, kind, linked, result, recorded] :
+         Rows<const char*, uint32_t, uint32_t, uint32_t, wchar_t*, uint32_t, bool, uint32_t, bool>{
+             {"external", kHba, 0xFFFFFFFF, 5, external, kDisk, true, 0, false},
+             {"id set", kHba, 1, 5, external, kDisk, true, 0, true},
+             {"internal", kHba, 0xFFFFFFFF, 5, internal, kDisk, true, 0, true},
+             {"no FQDD", kHba, 0xFFFFFFFF, 5, nullptr, kDisk, true, 0, true},
+             {"an enclosure", kHba, 0xFFFFFFFF, 5, external, RT_OBJ_ENCLOSURE, true, 0, true},
+             {"no record", kHba, 0xFFFFFFFF, 5, external, kDisk, false, 0, true},
+             {"no node", kHba, 0xFFFFFFFF, 6, external, kDisk, true, 0, true},
+             {"beyond the disks", kHba, 0xFFFFFFFF, 2048, external, kDisk, true, 2, false},
+             {"beyond all keys", kHba, 0xFFFFFFFF, 65536 + 5, external, kDisk, true, 0, true},
+             {"another controller", kKron, 0xFFFFFFFF, 5, external, kDisk, true, 0, true}}) {
         StorageObjectRecord disk{};
-        disk.hdr.FQDD = row.fqdd;
-        disk.body.pd.deviceInfoId = row.id;
-        RtCacheEnclosureLink link{{{row.linked ? &disk : nullptr}}};
-        RtCacheDiskNode node{row.kind, &link};
-        rtcache_SetCachedObject(3, row.eid, 5, &node);
-        EXPECT_EQ(rtcache_SetCachedEvent(row.eid, kDisk, 4, row.key), row.result);
-        rtcache_SetCachedObject(3, row.eid, 5, nullptr);
+        disk.hdr.FQDD = fqdd;
+        disk.body.pd.deviceInfoId = id;
+        RtCacheEnclosureLink link{{{linked ? &disk : nullptr}}};
+        RtCacheDiskNode node{kind, &link};
+        rtcache_SetCachedObject(3, eid, 5, &node);
+        EXPECT_EQ(rtcache_SetCachedEvent(eid, kDisk, 4, key), result);
+        rtcache_SetCachedObject(3, eid, 5, nullptr);
         EXPECT_EQ(logged(2, "HBA EID and it is a external Physical disk"),
-                  !row.recorded && row.result == 0);
-        EXPECT_EQ(logged(2, "HBA EID and it is a Physical disk"), row.eid == kHba);
-        EXPECT_EQ(logged(2, "<-- err2rtcache_SetCachedEvent"), row.result == 2);
-        EXPECT_EQ(Drained{row.eid}.events->eventCount, row.recorded ? 1u : 0u);
+                  !recorded && result == 0);
+        EXPECT_EQ(logged(2, "HBA EID and it is a Physical disk"), eid == kHba);
+        EXPECT_EQ(logged(2, "<-- err2rtcache_SetCachedEvent"), result == 2);
+        EXPECT_EQ(Drained{eid}.events->eventCount, recorded ? 1u : 0u);
         platform.clear_lines();
     }
 }
@@ -211,18 +191,14 @@ TEST_F(CachedEvents, AFailedDrainDrainsNothing) {
     RtCacheDiskChangeRow* disks = nullptr;
     EXPECT_EQ(rtcache_GetCachedEvents(kKron, nullptr, &disks), 2u);
     EXPECT_EQ(rtcache_GetCachedEvents(kKron, &events, nullptr), 2u);
-    const struct {
-        Place place;
-        int n;
-        const char* line;
-    } rows[] = {{Place::Lock, 1, "<-- err3rtcache_GetCachedEvents"},
-                {Place::Allocation, 1, "<-- err4rtcache_GetCachedEvents"},
-                {Place::Allocation, 2, "<-- err5rtcache_GetCachedEvents"}};
-    for (const auto& row : rows) {
-        const fake::AllocationScope scope;
-        platform.fail(row.place, row.n);
+    for (const auto& [place, n, line] :
+         Rows<Place, int, const char*>{{Place::Lock, 1, "<-- err3rtcache_GetCachedEvents"},
+                                       {Place::Allocation, 1, "<-- err4rtcache_GetCachedEvents"},
+                                       {Place::Allocation, 2, "<-- err5rtcache_GetCachedEvents"}}) {
+        const AllocationScope scope;
+        platform.fail(place, n);
         EXPECT_EQ(rtcache_GetCachedEvents(kKron, &events, &disks), 3u);
-        EXPECT_TRUE(logged(2, row.line)) << row.line;
+        EXPECT_TRUE(logged(2, line)) << line;
         platform.no_faults();
     }
     EXPECT_EQ(events, nullptr);

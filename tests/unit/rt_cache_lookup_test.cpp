@@ -1,15 +1,10 @@
 #include <unistd.h>
 
-#include <algorithm>
-
 #include "internal/vexel_state.h"
 #include "rt_shm.h"
 #include "tests/support/cache_test.h"
-#include "vexel.h"
 
 namespace {
-
-using fake::Place;
 
 wchar_t* wide(const wchar_t* text) {
     return const_cast<wchar_t*>(text);
@@ -18,7 +13,7 @@ wchar_t* wide(const wchar_t* text) {
 // Nodes of one controller's row; the test keeps what the cache would own.
 class Lookup : public CacheTest {
   protected:
-    static constexpr std::uint8_t kEid = 9;
+    static constexpr uint8_t kEid = 9;
     StorageObjectRecord adapter{}, battery{}, record{};
     RtCacheControllerNode controller{};
     RtCacheEnclosureLink link{};
@@ -49,7 +44,7 @@ class Lookup : public CacheTest {
     }
 
     // What the enclosure look-up gives, and its lines.
-    std::string enclosure(std::uint32_t key) {
+    std::string enclosure(uint32_t key) {
         platform.clear_lines();
         wchar_t* fqdd = wide(L"");
         const unsigned position = rtcache_GetEnclosureFQDD(kEid, key, &fqdd);
@@ -112,12 +107,11 @@ TEST_F(Lookup, PcieSsdsAreNamedByTheirExtender) {
     sNVMeSSDBPInfo.slots[50 * 2 + 3].bayTechnology = 4;
     platform.region(20)[15 + 4 * 3] = 11;
     auto& extenders = platform.region(15);
-    std::ranges::copy(
-        std::vector<std::uint8_t>{0,  0, 3, 0,                    // count
-                                  21, 2, 0, 0, 200,  0,    0, 0,  // no extender of SSDs
-                                  22, 3, 0, 0, 204,  0,    0, 0,  // of another bay
-                                  23, 3, 0, 0, 0xFF, 0xFF, 0, 0},
-        extenders.begin());
+    std::ranges::copy(Bytes{0,  0, 3, 0,                    // count
+                            21, 2, 0, 0, 200,  0,    0, 0,  // no extender of SSDs
+                            22, 3, 0, 0, 204,  0,    0, 0,  // of another bay
+                            23, 3, 0, 0, 0xFF, 0xFF, 0, 0},
+                      extenders.begin());
     extenders[200] = extenders[0xFFFF] = 2;
     extenders[204] = 1;
     const auto name = [] {
@@ -134,21 +128,17 @@ TEST_F(Lookup, PcieSsdsAreNamedByTheirExtender) {
     EXPECT_EQ(name(), "Disk.Bay.11:Enclosure.Internal.0-2:PCIeExtender.Slot.255");
     EXPECT_TRUE(logged(3, "extender entries:65535 limited to 16"));
 
-    const struct {
-        Place place;
-        int nth;
-        const char* line;
-    } rows[] = {{Place::ShmRead, 1, "Failed while getting slot"},
-                {Place::Allocation, 1, "Failed to allocate memory"},
-                {Place::ShmRead, 2, "error, SHM read"},
-                {Place::ShmRead, 3, "error, SHM read"},
-                {Place::Allocation, 2, "vexel_GetPCIeSSDFQDD Failed while constructing FQDD"}};
-    for (const auto& row : rows) {
+    for (const auto& [place, nth, line] : Rows<Place, int, const char*>{
+             {Place::ShmRead, 1, "Failed while getting slot"},
+             {Place::Allocation, 1, "Failed to allocate memory"},
+             {Place::ShmRead, 2, "error, SHM read"},
+             {Place::ShmRead, 3, "error, SHM read"},
+             {Place::Allocation, 2, "vexel_GetPCIeSSDFQDD Failed while constructing FQDD"}}) {
         platform.clear_lines();
-        platform.fail(row.place, row.nth);
-        const fake::AllocationScope counted;
+        platform.fail(place, nth);
+        const AllocationScope counted;
         EXPECT_EQ(name(), "none");
-        EXPECT_TRUE(logged(2, row.line)) << row.line;
+        EXPECT_TRUE(logged(2, line)) << line;
     }
     sNVMeSSDBPInfo = {};
     EXPECT_EQ(name(), "none");
@@ -164,7 +154,7 @@ TEST_F(Lookup, TheDumpFillsAFileThatExists) {
     ASSERT_EQ(symlink(path("target").c_str(), file.c_str()), 0);
     write_file(path("target"), "kept");
     EXPECT_EQ(rtcache_PrintCache(), -1) << "a link";
-    EXPECT_EQ(read_file(path("target")), "kept");
+    EXPECT_EQ(file_content(path("target")), "kept");
     unlink(file.c_str());
 
     write_file(file, std::string(10000, 'x'));
@@ -173,7 +163,7 @@ TEST_F(Lookup, TheDumpFillsAFileThatExists) {
     virtual_disk = {RT_OBJ_VIRTUAL_DISK, nullptr};
     cache_VDs[GetIndexFromEID(kEid)][2] = &virtual_disk;
     EXPECT_EQ(rtcache_PrintCache(), 0);
-    EXPECT_EQ(read_file(file),
+    EXPECT_EQ(file_content(file),
               " >>>> Controllers >>>>\nEID=9 RAID.Slot.1\n"
               " >>>> PDs >>>>\nIndex=0 DeviceID=7 Disk.?\n"
               " >>>> VDs >>>>\nIndex=0 TargetID=2 (null)\n"

@@ -1,4 +1,3 @@
-#include "rt_cache.h"
 #include "tests/support/cache_test.h"
 
 namespace {
@@ -14,45 +13,38 @@ class CachedObjects : public CacheTest {
 };
 
 TEST_F(CachedObjects, EveryKeyTypeKeepsToItsBounds) {
-    const struct {
-        const char* what;
-        uint32_t key_type, eid;
-        uint16_t key;
-        uint32_t result;
-    } rows[] = {
-        {"controller", 2, 9, 8, 0},
-        {"last controller", 2, 9, 254, 0},
-        {"controller beyond", 2, 9, 255, 2},
-        {"last disk", 3, 9, 2047, 0},
-        {"disk beyond", 3, 9, 2048, 2},
-        {"disk of nobody", 3, 10, 0, 1},
-        {"last virtual disk", 4, 9, 253, 0},
-        {"virtual disk beyond", 4, 9, 254, 2},
-        {"virtual disk of nobody", 4, 10, 254, 1},
-        {"last backplane", 5, 9, 5, 0},
-        {"backplane beyond", 5, 9, 6, 2},
-        {"last extender", 6, 9, 16, 0},
-        {"extender beyond", 6, 9, 17, 2},
-        {"last command counter", 8, 9, 254, 0},
-        {"command counter beyond", 8, 9, 255, 2},
-        {"no key type", 0, 9, 0, 2},
-        {"unused key type", 7, 9, 0, 2},
-        {"free marker", 2, 255, 0, 2},
-        {"EID in the low byte only", 3, 256 + 9, 0, 2},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+    for (const auto& [what, key_type, eid, key, result] :
+         Rows<const char*, uint32_t, uint32_t, uint16_t, uint32_t>{
+             {"controller", 2, 9, 8, 0},
+             {"last controller", 2, 9, 254, 0},
+             {"controller beyond", 2, 9, 255, 2},
+             {"last disk", 3, 9, 2047, 0},
+             {"disk beyond", 3, 9, 2048, 2},
+             {"disk of nobody", 3, 10, 0, 1},
+             {"last virtual disk", 4, 9, 253, 0},
+             {"virtual disk beyond", 4, 9, 254, 2},
+             {"virtual disk of nobody", 4, 10, 254, 1},
+             {"last backplane", 5, 9, 5, 0},
+             {"backplane beyond", 5, 9, 6, 2},
+             {"last extender", 6, 9, 16, 0},
+             {"extender beyond", 6, 9, 17, 2},
+             {"last command counter", 8, 9, 254, 0},
+             {"command counter beyond", 8, 9, 255, 2},
+             {"no key type", 0, 9, 0, 2},
+             {"unused key type", 7, 9, 0, 2},
+             {"free marker", 2, 255, 0, 2},
+             {"EID in the low byte only", 3, 256 + 9, 0, 2}}) {
         int stored = 0;
         void* object = nullptr;
-        EXPECT_EQ(rtcache_SetCachedObject(row.key_type, row.eid, row.key, &stored), row.result);
-        EXPECT_EQ(rtcache_GetCachedObject(row.key_type, row.eid, row.key, &object), row.result);
-        EXPECT_EQ(object, row.result == 0 ? &stored : nullptr);
-        EXPECT_EQ(rtcache_GetCachedObject(row.key_type, row.eid, row.key, nullptr), 2u);
-        if (row.key_type == 3 && row.result == 0) {
+        EXPECT_EQ(rtcache_SetCachedObject(key_type, eid, key, &stored), result);
+        EXPECT_EQ(rtcache_GetCachedObject(key_type, eid, key, &object), result);
+        EXPECT_EQ(object, result == 0 ? &stored : nullptr);
+        EXPECT_EQ(rtcache_GetCachedObject(key_type, eid, key, nullptr), 2u);
+        if (key_type == 3 && result == 0) {
             EXPECT_EQ(static_cast<void*>(cache_PDs[1][2047]), &stored);
             EXPECT_EQ(cache_PDs[0][2047], nullptr);
         }
-        rtcache_SetCachedObject(row.key_type, row.eid, row.key, nullptr);
+        rtcache_SetCachedObject(key_type, eid, key, nullptr);
     }
 }
 
@@ -88,11 +80,8 @@ TEST_F(CachedObjects, TablePositionsAreWrittenByKeyTypeOne) {
 // A pair of lines more per fetch would make one inventory update write 65,000 of them.
 TEST_F(CachedObjects, LogExactlyTheirLines) {
     const std::string set = "rtcache_SetCachedObject", get = "rtcache_GetCachedObject";
-    const struct {
-        uint32_t key_type, eid;
-        uint16_t key;
-        std::string set, get;  // of the fetch none where empty; "#" stands for the source line
-    } rows[] = {
+    // get: of the fetch none where empty; "#" stands for the source line
+    const Rows<uint32_t, uint32_t, uint16_t, std::string, std::string> rows{
         {2, 9, 8, "", ""},
         {3, 9, 16, "5 --> max_physicaldevices:2048", ""},
         {3, 10, 16, "5 <-- " + set + " error s32Temp 255", "5 <-- " + get + " error s32Temp 255"},
@@ -104,9 +93,8 @@ TEST_F(CachedObjects, LogExactlyTheirLines) {
          "4 PCIeSSD Cache max_pciessd_extndrs=16 u16ObjKey=3 #"},
         {7, 9, 0, "2 <-- err wrong keytype" + set + " 7", "2 <-- err wrong keytype" + get + " 7"},
         {8, 9, 5, "5 PCIeSSD Cache u16ObjKey=5 #", ""},
-        {3, 255, 0, "2 <-- err null inputs" + set, "2 <-- err null inputs" + get},
-    };
-    const auto one_line = [](const Lines& lines, std::size_t at) {
+        {3, 255, 0, "2 <-- err null inputs" + set, "2 <-- err null inputs" + get}};
+    const auto one_line = [](const Lines& lines, size_t at) {
         std::string line = lines.size() == at + 1 ? lines[at] : "";
         if (line.find("PCIeSSD Cache") != std::string::npos) {
             EXPECT_GT(std::stoi(line.substr(line.rfind(' '))), 40);
@@ -114,16 +102,15 @@ TEST_F(CachedObjects, LogExactlyTheirLines) {
         }
         return lines.size() > at + 1 ? "too many" : line;
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.key_type);
-        rtcache_SetCachedObject(row.key_type, row.eid, row.key, nullptr);
+    for (const auto& [key_type, eid, key, row_set, row_get] : rows) {
+        rtcache_SetCachedObject(key_type, eid, key, nullptr);
         const Lines lines = logged_lines();
-        EXPECT_EQ(lines[0], "5 --> enter with EID:" + std::to_string(row.eid) + ", u16ObjKey:" +
-                                std::to_string(row.key) + ", pObjectToBeCached:(nil)");
-        EXPECT_EQ(one_line(lines, 1), row.set);
+        EXPECT_EQ(lines[0], "5 --> enter with EID:" + std::to_string(eid) +
+                                ", u16ObjKey:" + std::to_string(key) + ", pObjectToBeCached:(nil)");
+        EXPECT_EQ(one_line(lines, 1), row_set);
         void* object = nullptr;
-        rtcache_GetCachedObject(row.key_type, row.eid, row.key, &object);
-        EXPECT_EQ(one_line(logged_lines(), 0), row.get);
+        rtcache_GetCachedObject(key_type, eid, key, &object);
+        EXPECT_EQ(one_line(logged_lines(), 0), row_get);
     }
 }
 

@@ -1,13 +1,6 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-
 #include "tests/support/cache_test.h"
 
 namespace {
-
-using fake::AllocationScope;
-using fake::Place;
 
 class EventReaders : public CacheTest {
   protected:
@@ -97,38 +90,31 @@ TEST_F(EventReaders, DrainedRowsBecomeAListLastFirst) {
 }
 
 TEST_F(EventReaders, EventsOfOneTypeAreTakenOut) {
-    const struct {
-        const char* what;
-        uint32_t type;
-        const char* taken;
-        const char* left;
-    } rows[] = {
-        {"first", 4, "4.1.40a ", "3.3.2047d1 3.3.0d0 2.3.20c 3.1.30b "},
-        {"disks: records and bits", 3, "3.3.2047d1 3.3.0d0 3.1.30b ", "2.3.20c 4.1.40a "},
-        {"none", 7, "", "3.3.2047d1 3.3.0d0 2.3.20c 3.1.30b 4.1.40a "},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+    for (const auto& [what, type, taken, left] :
+         Rows<const char*, uint32_t, const char*, const char*>{
+             {"first", 4, "4.1.40a ", "3.3.2047d1 3.3.0d0 2.3.20c 3.1.30b "},
+             {"disks: records and bits", 3, "3.3.2047d1 3.3.0d0 3.1.30b ", "2.3.20c 4.1.40a "},
+             {"none", 7, "", "3.3.2047d1 3.3.0d0 2.3.20c 3.1.30b 4.1.40a "}}) {
         uint32_t result = 3;
         int failures = 0;
         while (result == 3) {
             platform.fail(Place::Allocation, failures + 1);
             const AllocationScope scope;
-            result = rtcache_GetEventsByObjType(kEid, row.type, &list);
+            result = rtcache_GetEventsByObjType(kEid, type, &list);
             failures += result == 3 ? 1 : 0;
-            EXPECT_EQ(list == nullptr, result == 3 || *row.taken == '\0');
+            EXPECT_EQ(list == nullptr, result == 3 || *taken == '\0');
         }
         platform.no_faults();
-        EXPECT_EQ(text(list), row.taken);
-        EXPECT_EQ(failures, std::ranges::count(std::string{row.taken}, ' '));
+        EXPECT_EQ(text(list), taken);
+        EXPECT_EQ(failures, std::ranges::count(std::string{taken}, ' '));
         free_list(list);
 
         RtCacheEventRow* events = nullptr;
         RtCacheDiskChangeRow* disks = nullptr;
         ASSERT_EQ(rtcache_GetCachedEvents(kEid, &events, &disks), 0u);
         EXPECT_EQ(rtcache_ConvertCacheToEvent(events, disks, &list), 0u);
-        EXPECT_EQ(disks->eventData[2047] == nullptr, row.type == 3) << "taken with its bit";
-        EXPECT_EQ(text(list), row.left);
+        EXPECT_EQ(disks->eventData[2047] == nullptr, type == 3) << "taken with its bit";
+        EXPECT_EQ(text(list), left);
         free_list(list);
         free_rows(events, disks);
         record();

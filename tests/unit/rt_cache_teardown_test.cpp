@@ -1,12 +1,8 @@
-#include <algorithm>
-#include <random>
 #include <regex>
 
 #include "tests/support/cache_test.h"
 
 namespace {
-
-using fake::Place;
 
 enum Variant { NoCounts, Full, SevenPages };
 
@@ -99,22 +95,20 @@ const struct {
     uint32_t type;
     StorageObjectRecord* (*copy)(const StorageObjectRecord*);
     const char* line;  // of a full record, between entry and exit
-} kKinds[] = {
-    {"adapter", RT_OBJ_ADAPTER, DupAdapter, nullptr},
-    {"battery", RT_OBJ_BATTERY, rtraid_DupBattery, nullptr},
-    {"enclosure", RT_OBJ_ENCLOSURE, filled<rtraid_dupEnclosure>, "OBJTYPE is ENCLOSURE"},
-    {"disk", RT_OBJ_PHYSICAL_DISK, filled<rtraid_dupPD>, "OBJTYPE is PHYSICALDISK"},
-    {"virtual disk", RT_OBJ_VIRTUAL_DISK, filled<rtraid_DupVD>, "OBJTYPE is LOGICALDISK"},
-    {"driver", RT_OBJ_DRIVER, rtraid_DupDriver, nullptr},
-    {"EMM", RT_OBJ_EMM, filled<rtraid_dupEMM>, nullptr},
-    {"fan", RT_OBJ_FAN, filled<rtraid_dupFAN>, nullptr},
-    {"PSU", RT_OBJ_PSU, filled<rtraid_dupPSU>, nullptr},
-    {"probe", RT_OBJ_TEMPERATURE_PROBE, filled<rtraid_dupTEMPPROBE>, nullptr},
-    {"SMART data", RT_OBJ_SMART_DATA, filled<rtraid_dupSmartPD>, "Freeing rawData"},
-    {"foreign", RT_OBJ_FOREIGN_CONFIG, DupForeign_Config, "Memory freed FOREIGN_CONFIG"},
-    {"backplane", RT_OBJ_BACKPLANE, filled<rtraid_dupEnclosure>, nullptr},
-    {"unknown", 99, rtraid_DupBattery, nullptr},
-};
+} kKinds[] = {{"adapter", RT_OBJ_ADAPTER, DupAdapter, nullptr},
+              {"battery", RT_OBJ_BATTERY, rtraid_DupBattery, nullptr},
+              {"enclosure", RT_OBJ_ENCLOSURE, filled<rtraid_dupEnclosure>, "OBJTYPE is ENCLOSURE"},
+              {"disk", RT_OBJ_PHYSICAL_DISK, filled<rtraid_dupPD>, "OBJTYPE is PHYSICALDISK"},
+              {"virtual disk", RT_OBJ_VIRTUAL_DISK, filled<rtraid_DupVD>, "OBJTYPE is LOGICALDISK"},
+              {"driver", RT_OBJ_DRIVER, rtraid_DupDriver, nullptr},
+              {"EMM", RT_OBJ_EMM, filled<rtraid_dupEMM>, nullptr},
+              {"fan", RT_OBJ_FAN, filled<rtraid_dupFAN>, nullptr},
+              {"PSU", RT_OBJ_PSU, filled<rtraid_dupPSU>, nullptr},
+              {"probe", RT_OBJ_TEMPERATURE_PROBE, filled<rtraid_dupTEMPPROBE>, nullptr},
+              {"SMART data", RT_OBJ_SMART_DATA, filled<rtraid_dupSmartPD>, "Freeing rawData"},
+              {"foreign", RT_OBJ_FOREIGN_CONFIG, DupForeign_Config, "Memory freed FOREIGN_CONFIG"},
+              {"backplane", RT_OBJ_BACKPLANE, filled<rtraid_dupEnclosure>, nullptr},
+              {"unknown", 99, rtraid_DupBattery, nullptr}};
 
 class CacheTeardown : public CacheTest {
   protected:
@@ -168,7 +162,7 @@ TEST_F(CacheTeardown, RecordsGiveBackExactlyWhatTheirCopyAllocated) {
                 platform.fail(Place::Allocation, n);
                 StorageObjectRecord* copy = nullptr;
                 {
-                    const fake::AllocationScope scope;
+                    const AllocationScope scope;
                     copy = kind.copy(&record);
                 }
                 failed = platform.fault_fired(Place::Allocation);
@@ -279,28 +273,22 @@ TEST_F(CacheTeardown, ALevelOfAnEndpointIsFreedAlone) {
         cache_VDs[eid - 8][4] = make_virtual_disk();
     }
     const std::string name = "rtcache_FreeObjectLevel";
-    const struct {
-        const char* what;
-        uint32_t eid, level, result;
-        std::string line;
-    } rows[] = {
-        {"disks", 8, 3, 0, "4 <-- exit"},
-        {"no disks left", 8, 3, 0, "4 <-- exit"},
-        {"virtual disks", 8, 4, 0, "4 <-- exit"},
-        {"controller", 8, 2, 0, "4 <-- exit"},
-        {"no controller left", 8, 2, 0, "4 <-- exit"},
-        {"disks of nobody", 40, 3, 1, "5 <-- " + name + " error s32Temp 255"},
-        {"free marker", 255, 2, 2, "2 <-- err null inputs" + name},
-        {"EID in the low byte only", 256 + 9, 3, 2, "2 <-- err null inputs" + name},
-        {"no level", 9, 255, 2, "2 <-- err null inputs" + name},
-        {"positions are no objects", 9, 1, 2, "2 <-- err wrong keytype" + name + " 1"},
-        {"backplanes belong to nobody", 9, 5, 2, "2 <-- err wrong keytype" + name + " 5"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+    for (const auto& [what, row_eid, level, result, line] :
+         Rows<const char*, uint32_t, uint32_t, uint32_t, std::string>{
+             {"disks", 8, 3, 0, "4 <-- exit"},
+             {"no disks left", 8, 3, 0, "4 <-- exit"},
+             {"virtual disks", 8, 4, 0, "4 <-- exit"},
+             {"controller", 8, 2, 0, "4 <-- exit"},
+             {"no controller left", 8, 2, 0, "4 <-- exit"},
+             {"disks of nobody", 40, 3, 1, "5 <-- " + name + " error s32Temp 255"},
+             {"free marker", 255, 2, 2, "2 <-- err null inputs" + name},
+             {"EID in the low byte only", 256 + 9, 3, 2, "2 <-- err null inputs" + name},
+             {"no level", 9, 255, 2, "2 <-- err null inputs" + name},
+             {"positions are no objects", 9, 1, 2, "2 <-- err wrong keytype" + name + " 1"},
+             {"backplanes belong to nobody", 9, 5, 2, "2 <-- err wrong keytype" + name + " 5"}}) {
         platform.clear_lines();
-        EXPECT_EQ(rtcache_FreeObjectLevel(row.eid, row.level), row.result);
-        EXPECT_EQ(logged_lines().back(), row.line);
+        EXPECT_EQ(rtcache_FreeObjectLevel(row_eid, level), result);
+        EXPECT_EQ(logged_lines().back(), line);
     }
     platform.fail(Place::Lock);
     EXPECT_EQ(rtcache_FreeObjectLevel(9, 3), 3u);
@@ -372,7 +360,7 @@ TEST_F(CacheTeardown, ThousandsOfLivesDoNotGrow) {
         ASSERT_EQ(rtcache_Init(), 0u);
     }
     EXPECT_EQ(fake::live_blocks(), blocks);
-    EXPECT_EQ(platform.live_mutexes(), 2);
+    EXPECT_EQ(platform.live_mutexes, 2);
 }
 
 }  // namespace

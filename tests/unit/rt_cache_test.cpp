@@ -1,10 +1,6 @@
-#include "rt_cache.h"
-
 #include "tests/support/cache_test.h"
 
 namespace {
-
-using fake::Place;
 
 class RuntimeCache : public CacheTest {};
 
@@ -79,7 +75,7 @@ TEST_F(RuntimeCache, AFailedInitKeepsItsArraysUntilTheNextOneOrDestroy) {
         rtcache_Destroy();
         platform.fail(Place::Allocation, ++n);
         {
-            const fake::AllocationScope scope;
+            const AllocationScope scope;
             result = rtcache_Init();
         }
         EXPECT_EQ(cache_Events == nullptr, n == 3) << n;

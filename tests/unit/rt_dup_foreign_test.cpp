@@ -1,14 +1,6 @@
-#include <gtest/gtest.h>
-
-#include <cstring>
-
 #include "rt_cache.h"
 #include "rt_dup.h"
 #include "tests/support/platform_test.h"
-#include "vexel.h"
-
-using fake::AllocationScope;
-using fake::Place;
 
 namespace {
 
@@ -34,13 +26,13 @@ class ForeignConfig : public PlatformTest {
     }
 
     template <class T>
-    void put(std::size_t controller, std::size_t here, T value) {
+    void put(size_t controller, size_t here, T value) {
         std::memcpy(reinterpret_cast<char*>(&source) + (sizeof(void*) == 4 ? controller : here),
                     &value, sizeof(value));
     }
 
     wchar_t text[6] = L"a cfg";
-    std::uint32_t ids[3] = {5, 6, 7};
+    uint32_t ids[3] = {5, 6, 7};
     StorageObjectRecord virtual_disks[2] = {}, disks[2] = {}, source = {};
 };
 

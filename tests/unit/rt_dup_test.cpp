@@ -1,30 +1,20 @@
 #include "rt_dup.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstring>
 #include <cwchar>
-#include <string>
-#include <vector>
 
 #include "rt_cache.h"
 #include "tests/support/platform_test.h"
-#include "vexel.h"
-
-using fake::AllocationScope;
-using fake::Place;
 
 namespace {
 
 // Where a field lies: on the controller as written out by hand, elsewhere as declared.
-constexpr std::size_t at(std::size_t controller, std::size_t here) {
+constexpr size_t at(size_t controller, size_t here) {
     return sizeof(void*) == 4 ? controller : here;
 }
 #define AT(controller, member) at(controller, offsetof(StorageObjectRecord, member))
-constexpr std::size_t kName = AT(8, NAME);
-constexpr std::size_t kVersion = AT(16, hdr.VERSION);
-constexpr std::size_t kFqdd = AT(20, hdr.FQDD);
+constexpr size_t kName = AT(8, NAME);
+constexpr size_t kVersion = AT(16, hdr.VERSION);
+constexpr size_t kFqdd = AT(20, hdr.FQDD);
 
 // Fills copy from source, a full record of the kind; false without memory for it.
 using Copier = bool (*)(const StorageObjectRecord& source, StorageObjectRecord& copy);
@@ -45,16 +35,16 @@ bool allocated(const StorageObjectRecord& source, StorageObjectRecord& copy) {
 }
 
 struct Value {
-    std::size_t position, width;
-    std::uint32_t value;
+    size_t position, width;
+    uint32_t value;
 };
 struct Field {
-    std::size_t position, bytes;  // 0 bytes: a wide text
+    size_t position, bytes;  // 0 bytes: a wide text
 };
 enum class Fqdd { Always, IfVersion };
 struct Kind {
     const char* what;
-    std::uint32_t type;
+    uint32_t type;
     Copier copy;
     Fqdd fqdd;
     std::vector<Value> values;
@@ -66,8 +56,8 @@ Kind adapter_kind() {
     kind.values = {{AT(88, body.adapter.capabilityMask), 4, 0x80000101},
                    {AT(160, body.adapter.capabilityMultiplier), 1, 2}};
     kind.owned = {{AT(112, body.adapter.text112), 0}, {AT(116, body.adapter.capabilities), 6 * 60}};
-    for (std::size_t i = 0; i < 8; ++i) {
-        const std::size_t stride = at(9, sizeof(AdapterTextEntry));
+    for (size_t i = 0; i < 8; ++i) {
+        const size_t stride = at(9, sizeof(AdapterTextEntry));
         kind.owned.push_back({AT(428, body.adapter.entries[0].text) + i * stride, 0});
     }
     return kind;
@@ -82,16 +72,16 @@ Kind disk_kind() {
     return kind;
 }
 
-Kind smart_kind(const char* what, std::uint32_t selector, std::size_t pages) {
+Kind smart_kind(const char* what, uint32_t selector, size_t pages) {
     Kind kind{what, 10, filled<rtraid_dupSmartPD>, Fqdd::Always, {}, {}};
     kind.values = {{AT(68, body.smart.pageSelector), 4, selector},
                    {AT(80, body.smart.flags), 4, pages == 0 ? 2u : 0xFDu}};
     if (pages == 0) {
         kind.owned = {{AT(226, body.smart.nvmeBlock), 512}};
     }
-    for (std::size_t i = 0; i < pages; ++i) {
-        const std::size_t slot = i * at(8, sizeof(SmartPageSlot));
-        const auto length = static_cast<std::uint32_t>(300 + i);
+    for (size_t i = 0; i < pages; ++i) {
+        const size_t slot = i * at(8, sizeof(SmartPageSlot));
+        const auto length = static_cast<uint32_t>(300 + i);
         kind.values.push_back({AT(89, body.smart.pages[0].length) + slot, 2, length});
         kind.owned.push_back({AT(84, body.smart.pages[0].page) + slot, length});
     }
@@ -117,17 +107,16 @@ const std::vector<Kind> kKinds{
     smart_kind("SMART, NVMe whatever the selector", 32, 0),
     smart_kind("SMART, seven pages", 32, 7),
     smart_kind("SMART, five pages", 16, 5),
-    {"SMART, names only", 5, filled<rtraid_dupNVMeSmartData>, Fqdd::Always, {}, {}},
-};
+    {"SMART, names only", 5, filled<rtraid_dupNVMeSmartData>, Fqdd::Always, {}, {}}};
 
 class Duplicates : public PlatformTest {
   protected:
-    static void* pointer(const StorageObjectRecord& record, std::size_t position) {
+    static void* pointer(const StorageObjectRecord& record, size_t position) {
         void* value;
         std::memcpy(&value, reinterpret_cast<const char*>(&record) + position, sizeof(value));
         return value;
     }
-    void put(std::size_t position, const void* value, std::size_t width) {
+    void put(size_t position, const void* value, size_t width) {
         std::memcpy(reinterpret_cast<char*>(&source) + position, value, width);
     }
 
@@ -142,9 +131,9 @@ class Duplicates : public PlatformTest {
     }
 
     // A source of a kind with every byte set.
-    void build(const Kind& kind, std::uint32_t version) {
-        for (std::size_t i = 0; i < sizeof(source); ++i) {
-            const auto byte = static_cast<std::uint8_t>(i * 7 + 1);
+    void build(const Kind& kind, uint32_t version) {
+        for (size_t i = 0; i < sizeof(source); ++i) {
+            const auto byte = static_cast<uint8_t>(i * 7 + 1);
             put(i, &byte, 1);
         }
         put(0, &kind.type, 4);
@@ -173,7 +162,7 @@ class Duplicates : public PlatformTest {
         std::memcpy(record, &copy, sizeof(copy));
         rtcache_FreeRMObjects(record, 1);
     }
-    bool in_a_field(std::size_t byte) const {
+    bool in_a_field(size_t byte) const {
         return std::any_of(fields.begin(), fields.end(), [byte](const Field& field) {
             return byte >= field.position && byte < field.position + sizeof(void*);
         });
@@ -197,11 +186,11 @@ class Duplicates : public PlatformTest {
 
 TEST_F(Duplicates, OutliveTheSourceAndAreFlatElsewhere) {
     for (const Kind& kind : kKinds) {
-        for (const std::uint32_t version : {0u, 0x01000000u}) {
+        for (const uint32_t version : {0u, 0x01000000u}) {
             SCOPED_TRACE(testing::Message() << kind.what << ", version " << version);
             build(kind, version);
             ASSERT_TRUE(kind.copy(source, copy));
-            for (std::size_t i = 0; i < sizeof(source); ++i) {
+            for (size_t i = 0; i < sizeof(source); ++i) {
                 const bool same = reinterpret_cast<const char*>(&copy)[i] ==
                                   reinterpret_cast<const char*>(&source)[i];
                 EXPECT_TRUE(same || in_a_field(i)) << i;
@@ -225,7 +214,7 @@ TEST_F(Duplicates, OutliveTheSourceAndAreFlatElsewhere) {
 TEST_F(Duplicates, AreWholeButForTheFieldWhoseAllocationFailed) {
     for (const Kind& kind : kKinds) {
         bool fails = true;
-        std::size_t missing = 0;
+        size_t missing = 0;
         for (int n = 1; fails; ++n) {
             SCOPED_TRACE(testing::Message() << kind.what << ", allocation " << n);
             build(kind, 7);
@@ -262,10 +251,10 @@ TEST_F(Duplicates, WithoutMemoryARecordIsRefusedAndATextIsNull) {
     wchar_t text[] = L"text";
     const PCIeSSDAdapterNames names{text, text};
     fields = {{kName, 0}, {kFqdd, 0}, {AT(112, body.adapter.text112), 0}};
-    for (std::size_t n = 0; n < fields.size(); ++n) {
+    for (size_t n = 0; n < fields.size(); ++n) {
         platform.fail(Place::Allocation, static_cast<int>(n) + 1);
         EXPECT_EQ(DupPCIeSSDAdapter(&names, &copy), 0);
-        for (std::size_t i = 0; i < fields.size(); ++i) {
+        for (size_t i = 0; i < fields.size(); ++i) {
             EXPECT_EQ(pointer(copy, fields[i].position) == nullptr, i == n) << i << n;
         }
         free_fields(copy);
@@ -273,13 +262,11 @@ TEST_F(Duplicates, WithoutMemoryARecordIsRefusedAndATextIsNull) {
 }
 
 TEST_F(Duplicates, TextsOfADiskAreBoundedAndEndOnePastTheirEnd) {
-    const struct {
-        std::size_t length, zero;  // the text; the extra zero of keyId and text417
-    } rows[] = {{0, 1}, {3, 4}, {126, 127}, {254, 255}, {255, 256}, {256, 256}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.length);
+    // zero: the text; the extra zero of keyId and text417
+    for (const auto& [length, zero] :
+         Rows<size_t, size_t>{{0, 1}, {3, 4}, {126, 127}, {254, 255}, {255, 256}, {256, 256}}) {
         std::string text(257, 'x');
-        text[row.length] = '\0';
+        text[length] = '\0';
         source = {};
         auto* exact = static_cast<char*>(vexel_alloc(256));  // ends where it must not be read
         std::memcpy(exact, text.data(), 256);
@@ -287,12 +274,12 @@ TEST_F(Duplicates, TextsOfADiskAreBoundedAndEndOnePastTheirEnd) {
         source.body.pd.text426 = source.body.pd.text430 = source.body.pd.text434 = text.data();
         ASSERT_EQ(rtraid_dupPD(&source, &copy), 0u);
         std::string key = text;
-        key[256] = key[row.zero] = '\0';
+        key[256] = key[zero] = '\0';
         EXPECT_EQ(std::string(copy.body.pd.keyId, 257), key);
         EXPECT_EQ(std::string(copy.body.pd.text417, 257), key);
-        EXPECT_EQ(copy.body.pd.text426 + 0, text.substr(0, std::min<std::size_t>(row.length, 127)));
-        EXPECT_EQ(copy.body.pd.text430 + 0, text.substr(0, std::min<std::size_t>(row.length, 127)));
-        EXPECT_EQ(copy.body.pd.text434 + 0, text.substr(0, std::min<std::size_t>(row.length, 255)));
+        EXPECT_EQ(copy.body.pd.text426 + 0, text.substr(0, std::min<size_t>(length, 127)));
+        EXPECT_EQ(copy.body.pd.text430 + 0, text.substr(0, std::min<size_t>(length, 127)));
+        EXPECT_EQ(copy.body.pd.text434 + 0, text.substr(0, std::min<size_t>(length, 255)));
         for (char* block : {copy.body.pd.keyId, copy.body.pd.text417, copy.body.pd.text426,
                             copy.body.pd.text430, copy.body.pd.text434, exact}) {
             vexel_free(block);
@@ -303,35 +290,33 @@ TEST_F(Duplicates, TextsOfADiskAreBoundedAndEndOnePastTheirEnd) {
 TEST_F(Duplicates, CapabilityEntriesAreCountedByMaskAndMultiplier) {
     AdapterCapabilityEntry entries[64] = {};
     entries[5] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
-    const struct {
-        std::uint32_t mask;
-        std::uint8_t multiplier;
-        bool has_entries;
-        std::size_t count;
-    } rows[] = {
-        {7, 2, true, 6}, {7, 0, true, 3}, {~0u, 2, true, 64}, {0, 9, true, 0}, {7, 2, false, 0}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::Message() << row.mask << " * " << +row.multiplier);
+    for (const auto& [mask, multiplier, has_entries, count] :
+         Rows<uint32_t, uint8_t, bool, size_t>{{7, 2, true, 6},
+                                               {7, 0, true, 3},
+                                               {~0u, 2, true, 64},
+                                               {0, 9, true, 0},
+                                               {7, 2, false, 0}}) {
+        SCOPED_TRACE(testing::Message() << mask << " * " << +multiplier);
         source = {};
-        source.body.adapter.capabilityMask = row.mask;
-        source.body.adapter.capabilityMultiplier = row.multiplier;
-        source.body.adapter.capabilities = row.has_entries ? entries : nullptr;
+        source.body.adapter.capabilityMask = mask;
+        source.body.adapter.capabilityMultiplier = multiplier;
+        source.body.adapter.capabilities = has_entries ? entries : nullptr;
         platform.clear_lines();
         ASSERT_TRUE(allocated<DupAdapter>(source, copy));
         AdapterCapabilityEntry* copies = copy.body.adapter.capabilities;
-        EXPECT_EQ(copies != nullptr, row.has_entries);
-        EXPECT_TRUE(row.count == 0 || std::memcmp(copies, entries, 60 * row.count) == 0);
-        EXPECT_EQ(platform.lines().size(), 4 + row.count);
+        EXPECT_EQ(copies != nullptr, has_entries);
+        EXPECT_TRUE(count == 0 || std::memcmp(copies, entries, 60 * count) == 0);
+        EXPECT_EQ(platform.lines().size(), 4 + count);
         EXPECT_EQ(logged(4,
                          "RL 1 MDR 2 MDA 3 DCP 4 ACP 5 DSS 6 ASS 7 BM 8 DRQ 9 ARLQ 10 DSRL 11 "
                          "ASRL 12 AP 13 FF 14 "),
-                  row.count > 5);
+                  count > 5);
         vexel_free(copies);
     }
 }
 
 TEST_F(Duplicates, ArraysWithoutElementsOrWithoutASource) {
-    std::uint32_t word = 1;
+    uint32_t word = 1;
     source = {};
     source.body.pd.words = source.body.vd.targetID = &word;  // the same bytes
     EXPECT_EQ(rtraid_dupPD(&source, &copy), 0u);
@@ -410,7 +395,7 @@ TEST_F(Duplicates, NullArgumentsAreRefused) {
 
 TEST_F(Duplicates, LogWhatTheyCopied) {
     wchar_t name[] = L"Disk 0";
-    std::uint32_t ids[] = {11, 12};
+    uint32_t ids[] = {11, 12};
     source = {};
     source.NAME = name;
     EXPECT_EQ(rtraid_dupPD(&source, &copy), 0u);

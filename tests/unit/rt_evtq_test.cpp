@@ -1,10 +1,8 @@
 #include "rt_evtq.h"
 
-#include <gtest/gtest.h>
 #include <malloc.h>
 
 #include <chrono>
-#include <cstring>
 #include <future>
 #include <map>
 
@@ -65,19 +63,18 @@ TEST_F(EventQueue, PutAndGetSpeakOnlyTheseLines) {
     char head[60];
     snprintf(head, sizeof(head), "Head of the node %p",
              static_cast<void*>(gpRtraid_EventQueue->head));
-    EXPECT_EQ(platform.messages(2), (std::vector<std::string>{"pEvent->bufferSize:[1]", head}));
+    EXPECT_EQ(platform.messages(2), (Lines{"pEvent->bufferSize:[1]", head}));
     EXPECT_EQ(platform.messages(4),
-              (std::vector<std::string>{"callbackType:MCTP_CLIENT_CALLBACK_TYPE_EVENT_POWERON",
-                                        "<-- exit"}));
+              (Lines{"callbackType:MCTP_CLIENT_CALLBACK_TYPE_EVENT_POWERON", "<-- exit"}));
     rtraid_EventQueue_Put(&event);
     EXPECT_EQ(platform.messages(2).size(), 3u) << "only the first node is the head";
     for (const char* more : {"more events to process", "no more events to process"}) {
         platform.clear_lines();
         get();
         EXPECT_EQ(platform.messages(4),
-                  (std::vector<std::string>{"check for the status", "got the status", "waitOnEvent",
-                                            "Lock the queue", "get the entry of the queue",
-                                            "get the entry next of the queue", more, "<-- exit"}));
+                  (Lines{"check for the status", "got the status", "waitOnEvent", "Lock the queue",
+                         "get the entry of the queue", "get the entry next of the queue", more,
+                         "<-- exit"}));
     }
 }
 
@@ -137,16 +134,16 @@ TEST_F(EventQueue, AFailedLockDropsThePutAndWakesTheWorker) {
     auto* table = vexutils::make_owned<EndpointEvent>().release();
     table->callbackType = RTRAID_CALLBACK_ENDPOINT_TABLE;
     for (EndpointEvent* put : {&event, table}) {
-        platform.fail(fake::Place::Lock);
+        platform.fail(Place::Lock);
         EXPECT_EQ(rtraid_EventQueue_Put(put), 0);
         EXPECT_EQ(platform.messages(4).back(), "<-- exit");
         EXPECT_TRUE(get().empty());
     }
     rtraid_EventQueue_Put(&event);
-    platform.fail(fake::Place::Lock);
+    platform.fail(Place::Lock);
     EXPECT_EQ(rtraid_EventQueue_Get(), nullptr);
     EXPECT_TRUE(logged(1, "<-- err mutex failrtraid_EventQueue_Get"));
-    platform.fail(fake::Place::Lock);
+    platform.fail(Place::Lock);
     EXPECT_EQ(rtraid_EventQueue_SetStatus(0), -1);
     EXPECT_EQ(get()[0], 1u) << "still queued, still ready";
 }
@@ -154,16 +151,11 @@ TEST_F(EventQueue, AFailedLockDropsThePutAndWakesTheWorker) {
 TEST_F(EventQueue, WithoutMemoryThePutIsRefused) {
     EndpointEvent event = event_of(RTRAID_CALLBACK_POWERON);
     EndpointEvent table = event_of(RTRAID_CALLBACK_ENDPOINT_TABLE);
-    const struct {
-        const char* what;
-        EndpointEvent* event;
-        int allocation;
-    } rows[] = {{"no node", &event, 1}, {"no copy", &event, 2}, {"a table stays ours", &table, 1}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        const fake::AllocationScope scope;
-        platform.fail(fake::Place::Allocation, row.allocation);
-        EXPECT_EQ(rtraid_EventQueue_Put(row.event), -1);
+    for (const auto& [what, row_event, allocation] : Rows<const char*, EndpointEvent*, int>{
+             {"no node", &event, 1}, {"no copy", &event, 2}, {"a table stays ours", &table, 1}}) {
+        const AllocationScope scope;
+        platform.fail(Place::Allocation, allocation);
+        EXPECT_EQ(rtraid_EventQueue_Put(row_event), -1);
         EXPECT_EQ(gpRtraid_EventQueue->head, nullptr);
     }
 }
@@ -198,9 +190,8 @@ TEST_F(EventQueue, WithoutAQueueEverythingIsRefused) {
 
 TEST_F(EventQueue, AFailedInitLeavesNoQueue) {
     EXPECT_EQ(rtraid_EventQueue_Destroy(), 0);
-    for (const auto place :
-         {fake::Place::Allocation, fake::Place::MutexCreate, fake::Place::EventCreate}) {
-        const fake::AllocationScope scope;
+    for (const auto place : {Place::Allocation, Place::MutexCreate, Place::EventCreate}) {
+        const AllocationScope scope;
         platform.fail(place);
         EXPECT_EQ(rtraid_EventQueue_Init(), -1);
         EXPECT_EQ(gpRtraid_EventQueue, nullptr);

@@ -4,8 +4,6 @@
 
 namespace {
 
-using fake::Place;
-
 class Submit : public PlatformTest {
   protected:
     void SetUp() override { ASSERT_EQ(RTSync_Init(), 0u); }
@@ -33,21 +31,21 @@ TEST_F(Submit, AnAlertCarriesItsArgumentsAndItsDevice) {
     EXPECT_EQ(rt_JWLOGCMNSubmitEvent(1, "CTL1", L"RAID.1", nullptr, 0), 0);
     ASSERT_EQ(platform.submissions.size(), 2u);
     const fake::Submission& full = platform.submissions[0];
-    EXPECT_EQ((std::vector<std::uint32_t>{full.c4, full.c2, full.severity, full.zero}),
-              (std::vector<std::uint32_t>{4, 2, 3, 0}));
+    EXPECT_EQ((std::vector<uint32_t>{full.c4, full.c2, full.severity, full.zero}),
+              (std::vector<uint32_t>{4, 2, 3, 0}));
     EXPECT_EQ(full.message_id, "PDR3");
     EXPECT_EQ(full.fqdd, "Disk.?." + std::string(92, 'a')) << "99 characters";
-    EXPECT_EQ(full.arguments, (std::vector<std::string>{"Disk 1", "", "", "x", "y"}));
+    EXPECT_EQ(full.arguments, (Lines{"Disk 1", "", "", "x", "y"}));
     EXPECT_FALSE(platform.submissions[1].has_list);
 }
 
 TEST_F(Submit, BadArgumentsAreNamedInFourLines) {
     const struct {
-        std::uint32_t severity;
+        uint32_t severity;
         const char* id;
         const wchar_t* fqdd;
         const char* const* args;
-        std::uint8_t count;
+        uint8_t count;
     } rows[] = {{0, "PDR3", L"", args, 1},    {4, "PDR3", L"", args, 1},
                 {1, nullptr, L"", args, 1},   {1, "PDR3", nullptr, args, 1},
                 {1, "PDR3", L"", nullptr, 1}, {1, "PDR3", L"", args, 6}};
@@ -70,58 +68,45 @@ TEST_F(Submit, TheLogTellsWhichRuleWasApplied) {
     const std::string before = inventory + "4 JWL check for non-RAID components BEFORE: 1|";
     const std::string after = "4 JWL check for non-RAID components AFTER: 0|";
     const std::string packed = arguments + "2  Past event mode 0|4 msgArgsBuf:'Disk 1\x1f'|";
-    const struct {
-        const char* what;
-        std::uint16_t flags;
-        std::uint32_t phase;
-        const wchar_t* fqdd;
-        std::string lines;
-    } rows[] = {
-        {"live", 0x20, 0, L"RAID.1", "4 --> entry|" + packed},
-        {"inventory", 0x20, 0x20, L"RAID.1",
-         inventory + "4 No logging JW alert in invenotry phase, suppress it|"},
-        {"re-inventory, RAID", 0x20, 0x120, L"RAID.1",
-         before + "4 No logging JW alert in KronReinventory, suppress it|"},
-        {"re-inventory, NonRAID", 0x20, 0x120, L"NonRAID.1",
-         before + "4 Non RAID JWL|" + after + packed},
-        {"re-inventory, neither, in replay", 0, 0x120, L"AHCI.1",
-         before + "4 NON KRON and NON-HBA JWL|" + after +
-             "4 We are in past event processing after kron reset:[PDR8]|" + arguments +
-             "2  Past event mode 1|2 Error: EVIPCLSubmitEvent() failed with return code:-1|"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        grtsync_Status.flags = row.flags;
-        grtsync_Status.phase = row.phase;
-        rt_JWLOGCMNSubmitEvent(1, "PDR8", row.fqdd, args, 1);
-        EXPECT_EQ(lines(), row.lines);
+    for (const auto& [what, flags, phase, fqdd, row_lines] :
+         Rows<const char*, uint16_t, uint32_t, const wchar_t*, std::string>{
+             {"live", 0x20, 0, L"RAID.1", "4 --> entry|" + packed},
+             {"inventory", 0x20, 0x20, L"RAID.1",
+              inventory + "4 No logging JW alert in invenotry phase, suppress it|"},
+             {"re-inventory, RAID", 0x20, 0x120, L"RAID.1",
+              before + "4 No logging JW alert in KronReinventory, suppress it|"},
+             {"re-inventory, NonRAID", 0x20, 0x120, L"NonRAID.1",
+              before + "4 Non RAID JWL|" + after + packed},
+             {"re-inventory, neither, in replay", 0, 0x120, L"AHCI.1",
+              before + "4 NON KRON and NON-HBA JWL|" + after +
+                  "4 We are in past event processing after kron reset:[PDR8]|" + arguments +
+                  "2  Past event mode 1|2 Error: EVIPCLSubmitEvent() failed with return code:-1|"},
+         }) {
+        grtsync_Status.flags = flags;
+        grtsync_Status.phase = phase;
+        rt_JWLOGCMNSubmitEvent(1, "PDR8", fqdd, args, 1);
+        EXPECT_EQ(lines(), row_lines);
     }
 }
 
 TEST_F(Submit, EveryFailureIsLoggedAndLeavesNothingBehind) {
     grtsync_Status.flags = RTSYNC_FLAG_LIVE;
-    const struct {
-        Place place;
-        int nth;
-        std::int32_t result;
-        const char* line;
-    } rows[] = {
-        {Place::Allocation, 1, -1, "Error: vexel_alloc failed, msgArgsBuf is NULL"},
-        {Place::EvBuildArgs, 1, -1, "Error: EVIPCLBuildMsgArgsBuffer failed [-7]"},
-        {Place::EvCreateList, 1, -1, "Error: EVJWLWRAPCreateTLVList failed [-7]"},
-        {Place::EvAddTlv, 1, -1, "Error: EVIPCLAddTLVToList failed [-7]"},
-        {Place::Allocation, 2, 0, "fqdd pointer allocated as NULL."},
-        {Place::EvSubmit, 1, -1, "Error: call to EVIPCLSubmitEvent() failed with return code:-7"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
+    for (const auto& [place, nth, result, line] : Rows<Place, int, int32_t, const char*>{
+             {Place::Allocation, 1, -1, "Error: vexel_alloc failed, msgArgsBuf is NULL"},
+             {Place::EvBuildArgs, 1, -1, "Error: EVIPCLBuildMsgArgsBuffer failed [-7]"},
+             {Place::EvCreateList, 1, -1, "Error: EVJWLWRAPCreateTLVList failed [-7]"},
+             {Place::EvAddTlv, 1, -1, "Error: EVIPCLAddTLVToList failed [-7]"},
+             {Place::Allocation, 2, 0, "fqdd pointer allocated as NULL."},
+             {Place::EvSubmit, 1, -1,
+              "Error: call to EVIPCLSubmitEvent() failed with return code:-7"}}) {
+        SCOPED_TRACE(line);
         platform.submissions.clear();
-        platform.fail(row.place, row.nth);
-        const fake::AllocationScope counted;
-        EXPECT_EQ(rt_JWLOGCMNSubmitEvent(1, "PDR3", L"Disk.1", args, 1), row.result);
-        EXPECT_TRUE(logged(2, row.line));
-        ASSERT_EQ(platform.submissions.size(), row.result == 0 ? 1u : 0u);
-        EXPECT_TRUE(row.result != 0 || !platform.submissions[0].has_fqdd);
+        platform.fail(place, nth);
+        const AllocationScope counted;
+        EXPECT_EQ(rt_JWLOGCMNSubmitEvent(1, "PDR3", L"Disk.1", args, 1), result);
+        EXPECT_TRUE(logged(2, line));
+        ASSERT_EQ(platform.submissions.size(), result == 0 ? 1u : 0u);
+        EXPECT_TRUE(result != 0 || !platform.submissions[0].has_fqdd);
     }
     const std::string long_text(199, 'x');
     args[0] = long_text.c_str();

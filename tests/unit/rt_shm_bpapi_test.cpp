@@ -1,20 +1,13 @@
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <random>
-
 #include "tests/support/backplane_test.h"
-
-using fake::Place;
 
 namespace {
 
 class Backplane : public BackplaneTest {
   protected:
-    void put_drive(std::size_t d, const Bytes& bay_and_slot, std::uint8_t technology, int state) {
+    void put_drive(size_t d, const Bytes& bay_and_slot, uint8_t technology, int state) {
         put(835 + 18 * d, {9, 0x42});
         put(835 + 18 * d + 2, bay_and_slot);
-        put(835 + 18 * d + 10, {technology, static_cast<std::uint8_t>(state), 0});
+        put(835 + 18 * d + 10, {technology, static_cast<uint8_t>(state), 0});
     }
 };
 
@@ -32,7 +25,7 @@ TEST_F(Backplane, ASnapshotFillsTheTableByteByByte) {
     EXPECT_EQ(rtshm_BpApiInit(), 0u);
 
     Bytes expected(4148, 0);
-    const auto expect = [&](std::size_t offset, const Bytes& bytes) {
+    const auto expect = [&](size_t offset, const Bytes& bytes) {
         std::copy(bytes.begin(), bytes.end(), &expected[offset]);
     };
     expect(0, {2});
@@ -53,35 +46,28 @@ TEST_F(Backplane, ASnapshotFillsTheTableByteByByte) {
 }
 
 TEST_F(Backplane, DriveRulesDependOnBoardSlotAndBus) {
-    const struct {
-        const char* what;
-        std::uint32_t board;
-        std::uint8_t slot, bus_valid;
-        Bytes kron_and_extender, bus;
-    } rows[] = {
+    const Rows<const char*, uint32_t, uint8_t, uint8_t, Bytes, Bytes> rows{
         {"before the riser of board 215", 215, 1, 1, {0, 6}, {9}},
         {"first slot of its riser", 215, 2, 1, {0, 1}, {9}},
         {"last slot of its riser", 215, 4, 1, {0, 1}, {9}},
         {"behind its riser, no bus", 215, 5, 0, {0, 6}, {0}},
         {"another board, last bit of the slot map", 214, 31, 1, {1, 6}, {9}},
-        {"no bit for this slot", 0, 32, 1, {0, 6}, {9}},
-    };
+        {"no bit for this slot", 0, 32, 1, {0, 6}, {9}}};
     put(4, {1, 0, 1});
     put(89, {1, 0, 0, 0x80});
     put(100, {4, 1});
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        platform.system_id = row.board;
-        put(835, {7, 1, 4, row.slot, 0, 0, 6, 0, 0, 0, 1, 0, 0, 0, 0, row.bus_valid, 9});
+    for (const auto& [what, board, slot, bus_valid, kron_and_extender, bus] : rows) {
+        platform.system_id = board;
+        put(835, {7, 1, 4, slot, 0, 0, 6, 0, 0, 0, 1, 0, 0, 0, 0, bus_valid, 9});
         EXPECT_EQ(rtshm_BpApiInit(), 0u);
-        EXPECT_EQ(table_bytes(slot_at(4, row.slot) + 10, 2), row.kron_and_extender);
-        EXPECT_EQ(table_bytes(slot_at(4, row.slot) + 15, 1), row.bus);
+        EXPECT_EQ(table_bytes(slot_at(4, slot) + 10, 2), kron_and_extender);
+        EXPECT_EQ(table_bytes(slot_at(4, slot) + 15, 1), bus);
     }
 }
 
 TEST_F(Backplane, CountsAndPositionsBeyondTheLayoutAreCutWithOneLineEach) {
     put(4, {255, 255, 251, 0, 5});
-    for (std::size_t d = 0; d < 248; ++d) {
+    for (size_t d = 0; d < 248; ++d) {
         put_drive(d, {9, 9}, 4, 1);
     }
     put_drive(248, {2, 50}, 1, 1);
@@ -106,24 +92,19 @@ TEST_F(Backplane, CountsAndPositionsBeyondTheLayoutAreCutWithOneLineEach) {
 }
 
 TEST_F(Backplane, OnlyAChangeOfStateIsActedUpon) {
-    const struct {
-        const char* what;
-        std::uint8_t technology;
-        std::vector<int> reports;  // state of the drive in each callback; -1: not in the snapshot
-        std::string changes;       // new and old state of each
-    } rows[] = {
-        {"reported twice", 1, {1, 1}, "10"},
-        {"gone after two reports", 4, {1, 1, -1}, "1001"},
-        {"gone, and back", 4, {5, -1, -1, 7}, "500570"},
-        {"not an NVMe drive", 2, {1}, ""},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+    // reports: state of the drive in each callback; -1: not in the snapshot
+    // changes: new and old state of each
+    for (const auto& [what, row_technology, reports, row_changes] :
+         Rows<const char*, uint8_t, std::vector<int>, std::string>{
+             {"reported twice", 1, {1, 1}, "10"},
+             {"gone after two reports", 4, {1, 1, -1}, "1001"},
+             {"gone, and back", 4, {5, -1, -1, 7}, "500570"},
+             {"not an NVMe drive", 2, {1}, ""}}) {
         std::memset(vexutils::acted_drive_states, 0, sizeof(vexutils::acted_drive_states));
         std::string changes;
-        for (const int state : row.reports) {
-            put(6, {static_cast<std::uint8_t>(state < 0 ? 0 : 1)});
-            put_drive(0, {4, 49}, row.technology, state);
+        for (const int state : reports) {
+            put(6, {static_cast<uint8_t>(state < 0 ? 0 : 1)});
+            put_drive(0, {4, 49}, row_technology, state);
             platform.clear_lines();
             NVMeHotPlugCallback(&platform.snapshot);
             char now = 0, before = 0;
@@ -138,7 +119,7 @@ TEST_F(Backplane, OnlyAChangeOfStateIsActedUpon) {
                 }
             }
         }
-        EXPECT_EQ(changes, row.changes);
+        EXPECT_EQ(changes, row_changes);
     }
 }
 
@@ -181,8 +162,7 @@ TEST_F(Backplane, SessionsOpenOnceAndCloseWhateverTheServiceSays) {
         {rtshm_BpApiKronInit, rtshm_BpApiKronExit, bpAPIKronHandler,
          "rtshm_BpApiKronExit bpAPIKronHandler is NULL\nFailed to get Open bpAPIKronHandler\n"
          "Failed to Close bpAPI\n",
-         "--> rtshm_BpApiKronInit bpAPIKronHandler is already Open"},
-    };
+         "--> rtshm_BpApiKronInit bpAPIKronHandler is already Open"}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.again);
         EXPECT_EQ(row.exit(), 0u);
@@ -208,7 +188,7 @@ TEST_F(Backplane, AnUpdateWithoutSnapshotChangesNothing) {
     EXPECT_EQ(rtshm_BpApiInit(), 0u);
     EXPECT_EQ(told(2), "<-- error:bpAPIHandler is NULL!!\n<-- error:BPRead Failed!!\n");
     EXPECT_EQ(vexutils::acted_drive_states[249], 0) << "start-up forgets the drive states";
-    const fake::AllocationScope scope;
+    const AllocationScope scope;
     platform.fail(Place::Allocation);
     EXPECT_EQ(rtshm_BpApiInit(), 0u);
     EXPECT_TRUE(logged(2, "Error, Failed to get BPData rtshm_BpApiInit"));
@@ -249,15 +229,15 @@ TEST_F(Backplane, NoSnapshotWritesOutsideItsFields) {
     const auto info = std::make_unique<BpApiInfo>();
     for (int round = 0; round < 300; ++round) {
         Bytes bytes(sizeof(BpApiInfo));
-        for (std::uint8_t& byte : bytes) {  // half of them small, so that positions are often valid
-            byte = static_cast<std::uint8_t>(random() % (random() % 2 != 0 ? 8 : 256));
+        for (uint8_t& byte : bytes) {  // half of them small, so that positions are often valid
+            byte = static_cast<uint8_t>(random() % (random() % 2 != 0 ? 8 : 256));
         }
         put(0, bytes);
         std::memcpy(info.get(), bytes.data(), bytes.size());
         NVMeHotPlugCallback(info.get());
         EXPECT_EQ(rtshm_BpDataUpdate(), 0u);
     }
-    for (std::uint8_t bay = 0; bay < 5; ++bay) {
+    for (uint8_t bay = 0; bay < 5; ++bay) {
         EXPECT_EQ(table_bytes(4 + 16u * bay, 2), (Bytes{bay, 0})) << "all bays came up";
         for (unsigned slot = 0; slot < 50; ++slot) {
             const NVMeSlotEntry& entry = sNVMeSSDBPInfo.slots[50u * bay + slot];

@@ -1,7 +1,3 @@
-#include <gtest/gtest.h>
-
-#include <functional>
-
 #include "tests/support/backplane_test.h"
 
 namespace {
@@ -14,11 +10,11 @@ TEST_F(DriveQueries, EachReadsItsOwnByteAndRefusesPositionsOutsideTheTable) {
     sNVMeSSDBPVDMInfo.slots[249] = {14, 15, {}, 16, 17, 18, 19, 20, 21, 22, 23, 24, 25};
     sNVMeSSDBPInfo.slots[235] = sNVMeSSDBPInfo.slots[249];  // bay 4, slot 35: the last cabled one
     vexutils::acted_drive_states[249] = 0x4321;
-    std::uint8_t byte = 0, *out = nullptr;
-    std::uint16_t state = 0, *out_state = nullptr;
-    using Query = std::function<std::uint32_t(std::uint8_t, std::uint8_t)>;
+    uint8_t byte = 0, *out = nullptr;
+    uint16_t state = 0, *out_state = nullptr;
+    using Query = std::function<uint32_t(uint8_t, uint8_t)>;
     const struct {
-        std::uint8_t last_slot;
+        uint8_t last_slot;
         Query query;
         const char* line;
         bool has_output = true;
@@ -44,8 +40,7 @@ TEST_F(DriveQueries, EachReadsItsOwnByteAndRefusesPositionsOutsideTheTable) {
         {49, [&](auto b, auto s) { return rtshm_GetNVMeSSDvdmEIDfromSlotandBayID(b, s, out); },
          "u8BayID:4 u8Slot:49, VDM-EID:98 "},
         {35, [&](auto b, auto s) { return rtshm_IsDriveBehindKRONfromBPAPI(out, b, s); },
-         "Is drive at Bay 4 Slot 35 connected behind the KRON? 7"},
-    };
+         "Is drive at Bay 4 Slot 35 connected behind the KRON? 7"}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
         if (row.has_output) {
@@ -55,7 +50,7 @@ TEST_F(DriveQueries, EachReadsItsOwnByteAndRefusesPositionsOutsideTheTable) {
         out = &byte;
         out_state = &state;
         platform.clear_lines();
-        EXPECT_EQ(row.query(4, static_cast<std::uint8_t>(row.last_slot + 1)), 1u);
+        EXPECT_EQ(row.query(4, static_cast<uint8_t>(row.last_slot + 1)), 1u);
         EXPECT_EQ(row.query(5, 0), 1u);
         EXPECT_EQ(row.query(255, 255), 1u);
         EXPECT_EQ(byte, 0xEE);
@@ -69,9 +64,9 @@ TEST_F(DriveQueries, EachReadsItsOwnByteAndRefusesPositionsOutsideTheTable) {
 }
 
 TEST_F(DriveQueries, TheRearBackplaneIsFourLocations) {
-    std::uint8_t rear = 0xEE;
+    uint8_t rear = 0xEE;
     for (const auto& [location, expected] : {std::pair{47, 0}, {48, 1}, {51, 1}, {52, 0}}) {
-        sNVMeSSDBPInfo.slots[35].location = static_cast<std::uint8_t>(location);
+        sNVMeSSDBPInfo.slots[35].location = static_cast<uint8_t>(location);
         EXPECT_EQ(rtshm_IsDriveConnectedRearBP(&rear, 0, 35), 0u);
         EXPECT_EQ(rear, expected) << location;
     }
@@ -84,10 +79,10 @@ TEST_F(DriveQueries, ARawReadNeedsASessionAndABuffer) {
     Bytes buffer(5362, 0xEE);
     EXPECT_EQ(ReadNVMeBPInfo(buffer.data()), 1u);
     EXPECT_EQ(rtshm_BpApiInit(), 0u);
-    const int reads = platform.calls(fake::Place::BpRead);
+    const int reads = platform.calls(Place::BpRead);
     EXPECT_EQ(ReadNVMeBPInfo(nullptr), 1u);
-    EXPECT_EQ(platform.calls(fake::Place::BpRead), reads);
-    platform.fail(fake::Place::BpRead);
+    EXPECT_EQ(platform.calls(Place::BpRead), reads);
+    platform.fail(Place::BpRead);
     EXPECT_EQ(ReadNVMeBPInfo(buffer.data()), 1u);
     EXPECT_NE(told(2).find(" u8Ret:7\n"), std::string::npos) << "the low byte of 0x107";
     put(5361, {7});

@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include "tests/support/backplane_test.h"
 
 namespace {
@@ -7,19 +5,17 @@ namespace {
 class BackplaneFirmware : public BackplaneTest {};
 
 TEST_F(BackplaneFirmware, AVersionIsKeptPerBayAndReadAsFourCharacters) {
-    const struct {
-        unsigned major, minor;
-        const char* text;
-    } rows[] = {{1, 5, "1.05"}, {0x1A, 3, "1a.0"}, {0x1FF, 0xFFFF, "ff.f"}, {0, 0, "0.00"}};
-    std::uint8_t got[2] = {};
-    std::uint32_t word = 0;
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.text);
-        EXPECT_EQ(RTSHM_setBpFwVersion(4, row.major, row.minor), 0u);
+    const Rows<unsigned, unsigned, const char*> rows{
+        {1, 5, "1.05"}, {0x1A, 3, "1a.0"}, {0x1FF, 0xFFFF, "ff.f"}, {0, 0, "0.00"}};
+    uint8_t got[2] = {};
+    uint32_t word = 0;
+    for (const auto& [major, minor, row_text] : rows) {
+        SCOPED_TRACE(row_text);
+        EXPECT_EQ(RTSHM_setBpFwVersion(4, major, minor), 0u);
         EXPECT_EQ(RTSHM_getBpFwVersion(4, &got[0], &got[1]), 0u);
         EXPECT_EQ(table_bytes(16 * 4 + 9, 4), (Bytes{0, got[0], got[1], 0}));
         EXPECT_EQ(RTSHM_ReadBpFwVersion(4, &word), 0u);
-        EXPECT_EQ(std::memcmp(&word, row.text, 4), 0);
+        EXPECT_EQ(std::memcmp(&word, row_text, 4), 0);
     }
     EXPECT_TRUE(logged(4, "bpFwRev:1a.0 tmpBuf=1a.03"));
     EXPECT_TRUE(logged(4, "Fw Version:   1a.3"));

@@ -1,32 +1,24 @@
-#include <algorithm>
-#include <cstring>
-#include <memory>
-#include <random>
-
 #include "rt_shm.h"
 #include "tests/support/platform_test.h"
-#include "vexel.h"
 
 namespace {
-
-using fake::Place;
-using Data = std::vector<std::uint8_t>;
+using Data = std::vector<uint8_t>;
 
 struct Freed {
-    void operator()(std::uint8_t* block) const { vexel_free(block); }
+    void operator()(uint8_t* block) const { vexel_free(block); }
 };
 
 class Fru : public PlatformTest {
   protected:
     // Adds a card to the platform's table.
-    void card(std::uint16_t id, std::uint8_t type, std::uint8_t slot, const Data& data) {
+    void card(uint16_t id, uint8_t type, uint8_t slot, const Data& data) {
         Data& table = platform.region(49);
-        const std::size_t entry = 9 + 15u * table[6]++;
-        table[entry] = static_cast<std::uint8_t>(id);
-        table[entry + 1] = static_cast<std::uint8_t>(id >> 8);
+        const size_t entry = 9 + 15u * table[6]++;
+        table[entry] = static_cast<uint8_t>(id);
+        table[entry + 1] = static_cast<uint8_t>(id >> 8);
         table[entry + 4] = type;
-        const auto low = static_cast<std::uint8_t>(data.size());
-        const auto high = static_cast<std::uint8_t>(data.size() >> 8);
+        const auto low = static_cast<uint8_t>(data.size());
+        const auto high = static_cast<uint8_t>(data.size() >> 8);
         platform.frus[id] = {{1, 0x34, 0x12, 3, slot, 5, 0, low, high, 9, 0, 1, 0, 7, 0}, data};
     }
 
@@ -37,14 +29,14 @@ class Fru : public PlatformTest {
     }
 
     struct Result {
-        std::uint32_t code;
+        uint32_t code;
         Data data;
     };
-    static Result read(decltype(get_HBA_FRU_Info)* function, std::uint8_t type, std::uint8_t slot) {
-        std::uint8_t* data = reinterpret_cast<std::uint8_t*>(1);
-        std::uint32_t size = 77;
-        const std::uint32_t code = function(&data, &size, type, slot);
-        const std::unique_ptr<std::uint8_t, Freed> owned{data};
+    static Result read(decltype(get_HBA_FRU_Info)* function, uint8_t type, uint8_t slot) {
+        uint8_t* data = reinterpret_cast<uint8_t*>(1);
+        uint32_t size = 77;
+        const uint32_t code = function(&data, &size, type, slot);
+        const std::unique_ptr<uint8_t, Freed> owned{data};
         EXPECT_EQ(data != nullptr, code == 0);
         return {code, Data(data, data + size)};
     }
@@ -59,18 +51,16 @@ TEST_F(Fru, CardsAreFoundByTypeAndSlot) {
     const struct {
         const char* what;
         decltype(get_HBA_FRU_Info)* function;
-        std::uint8_t type, slot;
-        std::uint32_t code;
+        uint8_t type, slot;
+        uint32_t code;
         Data data;
-    } rows[] = {
-        {"HBA, second slot", get_HBA_FRU_Info, 4, 5, 0, Data(300, 3)},
-        {"HBA, no such slot", get_HBA_FRU_Info, 4, 6, 3, {}},
-        {"HBA, other type by slot", get_HBA_FRU_Info, 9, 5, 3, {}},
-        {"KRON, type 4 by slot", get_KRON_TAVI_FRU_Info, 4, 3, 0, {1}},
-        {"KRON, type 4, no such slot", get_KRON_TAVI_FRU_Info, 4, 255, 3, {}},
-        {"KRON, first readable of its type", get_KRON_TAVI_FRU_Info, 9, 255, 0, {4}},
-        {"KRON, no such type", get_KRON_TAVI_FRU_Info, 8, 3, 3, {}},
-    };
+    } rows[] = {{"HBA, second slot", get_HBA_FRU_Info, 4, 5, 0, Data(300, 3)},
+                {"HBA, no such slot", get_HBA_FRU_Info, 4, 6, 3, {}},
+                {"HBA, other type by slot", get_HBA_FRU_Info, 9, 5, 3, {}},
+                {"KRON, type 4 by slot", get_KRON_TAVI_FRU_Info, 4, 3, 0, {1}},
+                {"KRON, type 4, no such slot", get_KRON_TAVI_FRU_Info, 4, 255, 3, {}},
+                {"KRON, first readable of its type", get_KRON_TAVI_FRU_Info, 9, 255, 0, {4}},
+                {"KRON, no such type", get_KRON_TAVI_FRU_Info, 8, 3, 3, {}}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
         const Result result = read(row.function, row.type, row.slot);
@@ -99,7 +89,7 @@ TEST_F(Fru, CardsAreFoundByTypeAndSlot) {
     EXPECT_TRUE(platform.messages(4).back().starts_with("000060: 03 03 03 03  ")) << "100 bytes";
     EXPECT_EQ(platform.messages(5).back(), "exit");
 
-    std::uint32_t size = 0;
+    uint32_t size = 0;
     EXPECT_EQ(get_HBA_FRU_Info(nullptr, &size, 4, 5), 3u);
     platform.region(49)[6] = platform.region(49)[7] = 0xFF;
     EXPECT_EQ(read(get_HBA_FRU_Info, 4, 6).code, 3u);
@@ -108,58 +98,46 @@ TEST_F(Fru, CardsAreFoundByTypeAndSlot) {
 
 TEST_F(Fru, FailuresLeaveNoData) {
     card(0x0101, 4, 3, {1});
-    const struct {
-        Place place;
-        int nth;
-        std::uint32_t code;
-        const char* line;
-    } rows[] = {{Place::Allocation, 1, 3, "Memory allocation failed "},
-                {Place::Allocation, 2, 3, nullptr},
-                {Place::ShmView, 1, 3, "Failed to get IPMI FRU table"},
-                {Place::FruInfo, 1, 3, "Exit"},
-                {Place::FruData, 1, 2, nullptr}};
-    for (const auto& row : rows) {
+    for (const auto& [place, nth, row_code, line] : Rows<Place, int, uint32_t, const char*>{
+             {Place::Allocation, 1, 3, "Memory allocation failed "},
+             {Place::Allocation, 2, 3, nullptr},
+             {Place::ShmView, 1, 3, "Failed to get IPMI FRU table"},
+             {Place::FruInfo, 1, 3, "Exit"},
+             {Place::FruData, 1, 2, nullptr}}) {
         platform.clear_lines();
-        platform.fail(row.place, row.nth);
-        const fake::AllocationScope counted;
-        EXPECT_EQ(read(get_KRON_TAVI_FRU_Info, 4, 3).code, row.code);
-        EXPECT_TRUE(row.line == nullptr || logged(2, row.line));
+        platform.fail(place, nth);
+        const AllocationScope counted;
+        EXPECT_EQ(read(get_KRON_TAVI_FRU_Info, 4, 3).code, row_code);
+        EXPECT_TRUE(line == nullptr || logged(2, line));
     }
 }
 
 TEST_F(Fru, TheTaviModelIsItsControllerName) {
-    const struct {
-        std::string name;
-        std::uint32_t revision;
-        const char* shown;
-    } rows[] = {
+    const Rows<std::string, uint32_t, const char*> rows{
         {"TAVI-A2 rest", 2, "TAVI-A2"},
         {"tavi-a1", 1, "tavi-a1"},
         {"TAVI-A", 0, "TAVI-A"},
         {"TAVI-A2" + std::string(40, 'x'), 2, "TAVI-A2xxxxxxxxxxxxxxxxxxxxxxxxx"},
         {std::string("TAVI\0-A2", 8), 0, "TAVI"},
-        {"", 0, ""},
-    };
+        {"", 0, ""}};
     EXPECT_EQ(is_TAVI_A2_Present(), 1u);
     EXPECT_TRUE(logged(2, "get_KRON_TAVI_FRU_Info Failed !!!"));
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [name, row_revision, shown] : rows) {
         platform.region(49)[6] = 0;
-        const Data data = tavi(row.name);
+        const Data data = tavi(name);
         card(0x0201, 17, 9, data);
-        EXPECT_EQ(get_TAVI_Revison(data.data(), static_cast<std::uint32_t>(data.size())),
-                  row.revision);
+        EXPECT_EQ(get_TAVI_Revison(data.data(), static_cast<uint32_t>(data.size())), row_revision);
         platform.clear_lines();
-        EXPECT_EQ(is_TAVI_A2_Present(), row.revision == 2 ? 0u : 1u);
-        EXPECT_TRUE(logged(2, std::string("Controller Name is ") + row.shown));
+        EXPECT_EQ(is_TAVI_A2_Present(), row_revision == 2 ? 0u : 1u);
+        EXPECT_TRUE(logged(2, std::string("Controller Name is ") + shown));
         EXPECT_TRUE(
-            logged(4, std::string(row.revision == 2 ? "" : "Not A2, ") + "Found  " + row.shown));
-        std::uint8_t slot = 0, revision = 0xEE;
+            logged(4, std::string(row_revision == 2 ? "" : "Not A2, ") + "Found  " + shown));
+        uint8_t slot = 0, revision = 0xEE;
         EXPECT_EQ(update_TAVI_FRU_Info(&platform.region(49)[9], &slot, &revision), 0u);
         EXPECT_EQ(slot, 9);
-        EXPECT_EQ(revision, row.revision);
+        EXPECT_EQ(revision, row_revision);
     }
-    std::uint8_t slot = 0xEE, revision = 0xEE;
+    uint8_t slot = 0xEE, revision = 0xEE;
     platform.fail(Place::FruData);
     EXPECT_EQ(update_TAVI_FRU_Info(&platform.region(49)[9], &slot, &revision), 2u);
     EXPECT_EQ(update_TAVI_FRU_Info(&platform.region(49)[100], &slot, &revision), 3u);
@@ -168,37 +146,33 @@ TEST_F(Fru, TheTaviModelIsItsControllerName) {
 }
 
 TEST_F(Fru, FqddsOfPcieSsdsAreTakenApart) {
-    const struct {
-        const char* fqdd;
-        std::uint32_t code;
-        unsigned slot, index;
-        std::uint32_t type;
-    } rows[] = {
-        {"PCIeSSD.Slot.3-1", 0, 3, 1, 8},  {"PCIeSSD.Integrated.12-34", 0, 12, 34, 4},
-        {"PCIeSSD.SLX.258-x", 0, 2, 0, 1}, {"PCIeSSD.Bay.7", 0, 7, 0, 77},
-        {"PCIeSSD", 0, 0, 0, 77},          {"Disk.Slot.3-1", 1, 0xEE, 0xEE, 77},
-    };
-    for (const auto& row : rows) {
+    for (const auto& [fqdd, row_code, row_slot, row_index, row_type] :
+         Rows<const char*, uint32_t, unsigned, unsigned, uint32_t>{
+             {"PCIeSSD.Slot.3-1", 0, 3, 1, 8},
+             {"PCIeSSD.Integrated.12-34", 0, 12, 34, 4},
+             {"PCIeSSD.SLX.258-x", 0, 2, 0, 1},
+             {"PCIeSSD.Bay.7", 0, 7, 0, 77},
+             {"PCIeSSD", 0, 0, 0, 77},
+             {"Disk.Slot.3-1", 1, 0xEE, 0xEE, 77}}) {
         for (const bool wide : {false, true}) {
-            SCOPED_TRACE(row.fqdd);
-            std::uint8_t slot = 0xEE, index = 0xEE;
-            std::uint32_t type = 77;
+            uint8_t slot = 0xEE, index = 0xEE;
+            uint32_t type = 77;
             std::string text;
-            for (const char character : std::string{row.fqdd}) {
+            for (const char character : std::string{fqdd}) {
                 text += character;
                 text += wide ? std::string(1, '\0') : "";
             }
-            EXPECT_EQ(getSlotandSlotIndexfromFQDD(
-                          text.c_str(), wide ? static_cast<std::uint32_t>(text.size()) : 0, &slot,
-                          &index, &type),
-                      row.code);
-            EXPECT_EQ(slot, row.slot);
-            EXPECT_EQ(index, row.index);
-            EXPECT_EQ(type, row.type);
+            EXPECT_EQ(getSlotandSlotIndexfromFQDD(text.c_str(),
+                                                  wide ? static_cast<uint32_t>(text.size()) : 0,
+                                                  &slot, &index, &type),
+                      row_code);
+            EXPECT_EQ(slot, row_slot);
+            EXPECT_EQ(index, row_index);
+            EXPECT_EQ(type, row_type);
         }
     }
-    std::uint8_t slot, index;
-    std::uint32_t type;
+    uint8_t slot, index;
+    uint32_t type;
     const std::string full(400, 'x');
     EXPECT_EQ(getSlotandSlotIndexfromFQDD(full.data(), 400, &slot, &index, &type), 1u);
     EXPECT_TRUE(logged(1, "Invalid fqddstr passed = " + std::string(59, 'x')));
@@ -214,16 +188,15 @@ TEST_F(Fru, AnyTableAndAnyTextAreTaken) {
     for (int run = 0; run < 6; ++run) {
         std::ranges::generate(table, random);
         platform.frus.clear();
-        for (std::size_t entry = 9; entry + 15 <= table.size(); entry += 15) {
-            auto& fru =
-                platform.frus[static_cast<std::uint16_t>(table[entry] + 256 * table[entry + 1])];
+        for (size_t entry = 9; entry + 15 <= table.size(); entry += 15) {
+            auto& fru = platform.frus[static_cast<uint16_t>(table[entry] + 256 * table[entry + 1])];
             std::ranges::generate(fru.info, random);
             fru.info[7] &= 0x3F;  // the size, around that of the name's end
             fru.info[8] = 0;
             fru.data.resize(0x3E, 0xFF);
         }
         for (unsigned type = 0; type < 3; ++type) {
-            const auto card_type = static_cast<std::uint8_t>(type);
+            const auto card_type = static_cast<uint8_t>(type);
             EXPECT_NE(read(get_HBA_FRU_Info, card_type, table[type]).code, 1u);
             EXPECT_NE(read(get_KRON_TAVI_FRU_Info, card_type, table[type]).code, 1u);
         }
@@ -232,11 +205,10 @@ TEST_F(Fru, AnyTableAndAnyTextAreTaken) {
     for (int run = 0; run < 1000; ++run) {
         std::vector<char> text(1 + random() % 255);  // ends where its bytes end
         std::ranges::generate(text, [&] { return kAlphabet[random() % kAlphabet.size()]; });
-        std::copy_n("PCIeSSD", run % 2 == 0 ? 0 : std::min<std::size_t>(text.size(), 7),
-                    text.begin());
-        std::uint8_t slot, index;
-        std::uint32_t type = 0;
-        const auto length = static_cast<std::uint8_t>(text.size());
+        std::copy_n("PCIeSSD", run % 2 == 0 ? 0 : std::min<size_t>(text.size(), 7), text.begin());
+        uint8_t slot, index;
+        uint32_t type = 0;
+        const auto length = static_cast<uint8_t>(text.size());
         EXPECT_LE(getSlotandSlotIndexfromFQDD(text.data(), length, &slot, &index, &type), 1u);
         EXPECT_EQ(getBayIDandSlotFromFqdd(text.data(), length, &index, &slot), 0u);
         text.back() = '\0';

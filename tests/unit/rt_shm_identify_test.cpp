@@ -1,10 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <functional>
-
 #include "tests/support/backplane_test.h"
-
-using fake::Place;
 
 namespace {
 
@@ -15,7 +9,7 @@ class Identify : public BackplaneTest {
         Bytes bytes;
         for (const fake::BpWrite& write : platform.bp_writes) {
             EXPECT_EQ(write.type, 1u);
-            const auto* record = reinterpret_cast<const std::uint8_t*>(&write.record);
+            const auto* record = reinterpret_cast<const uint8_t*>(&write.record);
             bytes.insert(bytes.end(), record, record + 4);
         }
         platform.bp_writes.clear();
@@ -26,44 +20,42 @@ class Identify : public BackplaneTest {
 TEST_F(Identify, EachWritesItsRecordAndOnlyAFailedStatusLeavesASession) {
     const struct {
         const char* what;
-        std::function<std::uint32_t()> run;
+        std::function<uint32_t()> run;
         Bytes record;
         bool own_session;
         const char *open_failed, *write_failed, *done;
-        std::uint32_t result_without_session = 1;
+        uint32_t result_without_session = 1;
         int left_open = 0;
-    } rows[] = {
-        {"blink",
-         [] { return BlinkNVMeSSD(2, 7); },
-         {2, 7, 8, 0},
-         true,
-         "<-- unable to Open backplaneApi. u8SSDSlotNum:7,BPAPIOpen: Error:(null)",
-         "<-- unable to write backplaneApi. u8Ret:7,NVMeSSDBlink: Error:(null)",
-         "<-- Exit BlinkNVMeSSD"},
-        {"unblink",
-         [] { return UnBlinkNVMeSSD(2, 7, 0x1234); },
-         {2, 7, 0x34, 0x12},
-         true,
-         "Error:bpAPIHandler is NULL u8bayId:2 Slot:7",
-         "<-- unable to write backplaneApi. u8Ret:7,NVMeSSDUnBlink: Error:(null)",
-         "<-- Exit UnBlinkNVMeSSD"},
-        {"unblink all",
-         [] { return UnBlinkAllNVMeSSDS(9, 2, 7, 0x1234); },
-         {2, 7, 0x34, 0x12},
-         false,
-         "Error:bpAPIHandler is NULL u8bayId:2 Slot:7",
-         "<-- unable to write backplaneApi. u8Ret:7,NVMeSSDUnBlink: Error:(null)",
-         "<-- Unblink Sucess for EID:9"},
-        {"status",
-         [] { return updateNVMeSSDDriveStatusToBP(0x1234, 7, 20); },
-         {2, 7, 0x34, 0x12},
-         true,
-         "<--NVMeSSDDriveStatus update Done!! u16DriveStatus:4660",
-         "<-- unable to write backplane api info. u8Ret:7, Error:(null)",
-         "<--NVMeSSDDriveStatus update Done!! u16DriveStatus:4660",
-         0,
-         1},
-    };
+    } rows[] = {{"blink",
+                 [] { return BlinkNVMeSSD(2, 7); },
+                 {2, 7, 8, 0},
+                 true,
+                 "<-- unable to Open backplaneApi. u8SSDSlotNum:7,BPAPIOpen: Error:(null)",
+                 "<-- unable to write backplaneApi. u8Ret:7,NVMeSSDBlink: Error:(null)",
+                 "<-- Exit BlinkNVMeSSD"},
+                {"unblink",
+                 [] { return UnBlinkNVMeSSD(2, 7, 0x1234); },
+                 {2, 7, 0x34, 0x12},
+                 true,
+                 "Error:bpAPIHandler is NULL u8bayId:2 Slot:7",
+                 "<-- unable to write backplaneApi. u8Ret:7,NVMeSSDUnBlink: Error:(null)",
+                 "<-- Exit UnBlinkNVMeSSD"},
+                {"unblink all",
+                 [] { return UnBlinkAllNVMeSSDS(9, 2, 7, 0x1234); },
+                 {2, 7, 0x34, 0x12},
+                 false,
+                 "Error:bpAPIHandler is NULL u8bayId:2 Slot:7",
+                 "<-- unable to write backplaneApi. u8Ret:7,NVMeSSDUnBlink: Error:(null)",
+                 "<-- Unblink Sucess for EID:9"},
+                {"status",
+                 [] { return updateNVMeSSDDriveStatusToBP(0x1234, 7, 20); },
+                 {2, 7, 0x34, 0x12},
+                 true,
+                 "<--NVMeSSDDriveStatus update Done!! u16DriveStatus:4660",
+                 "<-- unable to write backplane api info. u8Ret:7, Error:(null)",
+                 "<--NVMeSSDDriveStatus update Done!! u16DriveStatus:4660",
+                 0,
+                 1}};
     sNVMeSSDBPInfo.slots[107].i2cEid = 20;
     platform.bp_error_text = nullptr;
     for (const auto& row : rows) {

@@ -1,49 +1,36 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
-
 #include "internal/vexel_state.h"
 #include "rt_shm.h"
 #include "tests/support/platform_test.h"
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-using fake::Place;
-
 class PcieSsdStatus : public PlatformTest {
   protected:
     Bytes& region = platform.region(20);
 
-    void put_position(int slot, std::uint8_t bay, std::uint8_t slot_in_bay) {
-        region[14 + 4 * static_cast<std::size_t>(slot)] = bay;
-        region[15 + 4 * static_cast<std::size_t>(slot)] = slot_in_bay;
+    void put_position(int slot, uint8_t bay, uint8_t slot_in_bay) {
+        region[14 + 4 * static_cast<size_t>(slot)] = bay;
+        region[15 + 4 * static_cast<size_t>(slot)] = slot_in_bay;
     }
 };
 
 TEST_F(PcieSsdStatus, StatusOfASlotAndChangeCounter) {
-    const struct {
-        std::uint8_t slot;
-        std::uint32_t result;
-        std::size_t offset;
-    } rows[] = {{0, 0, 144}, {31, 0, 268}, {32, 2, 0}, {255, 2, 0}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(+row.slot);
+    for (const auto& [row_slot, result, offset] :
+         Rows<uint8_t, uint32_t, size_t>{{0, 0, 144}, {31, 0, 268}, {32, 2, 0}, {255, 2, 0}}) {
         std::ranges::fill(region, 0xFF);
         Bytes expected = region;
-        std::uint16_t status = 0xEEEE;
-        EXPECT_EQ(updatePciessdDriveStatusToShm(0x0102, row.slot), row.result);
-        if (row.result == 0) {
-            expected[row.offset] = 2;
-            expected[row.offset + 1] = 1;
+        uint16_t status = 0xEEEE;
+        EXPECT_EQ(updatePciessdDriveStatusToShm(0x0102, row_slot), result);
+        if (result == 0) {
+            expected[offset] = 2;
+            expected[offset + 1] = 1;
             expected[10] = 0;  // wraps
-            EXPECT_EQ(RTSHM_readPciessdDriveStatusFromShm(&status, row.slot), 0u);
+            EXPECT_EQ(RTSHM_readPciessdDriveStatusFromShm(&status, row_slot), 0u);
             EXPECT_EQ(status, 0x0102);
         }
         EXPECT_EQ(region, expected);
     }
-    std::uint16_t status = 0xEEEE;
+    uint16_t status = 0xEEEE;
     EXPECT_EQ(RTSHM_readPciessdDriveStatusFromShm(&status, -37), 3u) << "before the region";
     EXPECT_EQ(status, 0xEEEE);
     EXPECT_EQ(RTSHM_readPciessdDriveStatusFromShm(&status, 0x10000 + 31), 0u) << "16 bits";
@@ -55,8 +42,8 @@ TEST_F(PcieSsdStatus, StatusOfASlotAndChangeCounter) {
 
 TEST_F(PcieSsdStatus, StatusBlockIsOneWrite) {
     Bytes block(128);
-    for (std::size_t i = 0; i < block.size(); ++i) {
-        block[i] = static_cast<std::uint8_t>(i + 1);
+    for (size_t i = 0; i < block.size(); ++i) {
+        block[i] = static_cast<uint8_t>(i + 1);
     }
     std::ranges::fill(region, 0x10);
     Bytes expected = region;
@@ -74,22 +61,17 @@ TEST_F(PcieSsdStatus, LowestSlotOfABay) {
     put_position(31, 4, 0);
     put_position(8, 1, 3);
     put_position(9, 1, 0);
-    const struct {
-        std::uint8_t bay;
-        std::uint32_t result;
-        std::uint8_t base;
-    } rows[] = {{1, 0, 8}, {4, 0, 31}, {0, 3, 0xEE}, {5, 2, 0xEE}, {0xFF, 2, 0xEE}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(+row.bay);
-        std::uint8_t base = 0xEE;
-        EXPECT_EQ(RTSHM_GetPCIeSSDGlobalSlotNumberBase(row.bay, &base), row.result);
-        EXPECT_EQ(base, row.base);
+    for (const auto& [row_bay, result, row_base] : Rows<uint8_t, uint32_t, uint8_t>{
+             {1, 0, 8}, {4, 0, 31}, {0, 3, 0xEE}, {5, 2, 0xEE}, {0xFF, 2, 0xEE}}) {
+        uint8_t base = 0xEE;
+        EXPECT_EQ(RTSHM_GetPCIeSSDGlobalSlotNumberBase(row_bay, &base), result);
+        EXPECT_EQ(base, row_base);
     }
     EXPECT_EQ(RTSHM_GetPCIeSSDGlobalSlotNumberBase(1, nullptr), 2u);
 }
 
 TEST_F(PcieSsdStatus, PresenceCounterIsComparedWithTheLastOneSeen) {
-    std::uint8_t changed = 0xEE;
+    uint8_t changed = 0xEE;
     region[6] = 200;
     EXPECT_EQ(RTSHM_ReadPCIeSSDPresenceSharedMem(&changed), 0u);  // whatever was before
     EXPECT_EQ(RTSHM_ReadPCIeSSDPresenceSharedMem(&changed), 0u);
@@ -111,26 +93,24 @@ TEST_F(PcieSsdStatus, EveryFailureOfTheServiceEndsTheOperationWith3) {
     vexutils::flag_paths.ssd_status = status_file.c_str();
     vexutils::flag_paths.ssd_fru = fru_file.c_str();
     static Bytes bytes(512);
-    static std::uint8_t byte;
-    static std::uint16_t word;
+    static uint8_t byte;
+    static uint16_t word;
     const struct {
         const char* what;
-        std::uint32_t (*run)();
+        uint32_t (*run)();
         int reads, writes;
-    } rows[] = {
-        {"drive", [] { return RTSHM_StoreFRU(7, 0, 1, 2, 3, bytes.data(), 512); }, 0, 5},
-        {"card", [] { return RTSHM_StoreFRU(11, 0, 1, 2, 3, bytes.data(), 512); }, 0, 6},
-        {"temperature", [] { return RTSHM_StoreFRUTemp(7, 0, 1, 50); }, 0, 1},
-        {"clear", [] { return RTSHM_ClearFRU(7, 0, 1); }, 0, 2},
-        {"clear text", [] { return RTSHM_ClearFqdd(7, 0, 1); }, 0, 1},
-        {"text", [] { return RTSHM_Add_NVMeSSD_FQDD_toSHM(1, "D"); }, 0, 1},
-        {"base", [] { return RTSHM_GetPCIeSSDGlobalSlotNumberBase(0, &byte); }, 1, 0},
-        {"presence", [] { return RTSHM_ReadPCIeSSDPresenceSharedMem(&byte); }, 1, 0},
-        {"read status", [] { return RTSHM_readPciessdDriveStatusFromShm(&word, 3); }, 1, 0},
-        {"status", [] { return updatePciessdDriveStatusToShm(1, 2); }, 1, 2},
-        {"status block", [] { return updatePciessdiBCDDataToShm(bytes.data()); }, 1, 2},
-        {"simulation", [] { return RTSHM_SimulatePCIeSSD(); }, 3, 7},
-    };
+    } rows[] = {{"drive", [] { return RTSHM_StoreFRU(7, 0, 1, 2, 3, bytes.data(), 512); }, 0, 5},
+                {"card", [] { return RTSHM_StoreFRU(11, 0, 1, 2, 3, bytes.data(), 512); }, 0, 6},
+                {"temperature", [] { return RTSHM_StoreFRUTemp(7, 0, 1, 50); }, 0, 1},
+                {"clear", [] { return RTSHM_ClearFRU(7, 0, 1); }, 0, 2},
+                {"clear text", [] { return RTSHM_ClearFqdd(7, 0, 1); }, 0, 1},
+                {"text", [] { return RTSHM_Add_NVMeSSD_FQDD_toSHM(1, "D"); }, 0, 1},
+                {"base", [] { return RTSHM_GetPCIeSSDGlobalSlotNumberBase(0, &byte); }, 1, 0},
+                {"presence", [] { return RTSHM_ReadPCIeSSDPresenceSharedMem(&byte); }, 1, 0},
+                {"read status", [] { return RTSHM_readPciessdDriveStatusFromShm(&word, 3); }, 1, 0},
+                {"status", [] { return updatePciessdDriveStatusToShm(1, 2); }, 1, 2},
+                {"status block", [] { return updatePciessdiBCDDataToShm(bytes.data()); }, 1, 2},
+                {"simulation", [] { return RTSHM_SimulatePCIeSSD(); }, 3, 7}};
     for (const auto& row : rows) {
         for (const auto& [place, calls] :
              {std::pair{Place::ShmRead, row.reads}, std::pair{Place::ShmWrite, row.writes}}) {
@@ -142,7 +122,7 @@ TEST_F(PcieSsdStatus, EveryFailureOfTheServiceEndsTheOperationWith3) {
                 EXPECT_EQ(row.run(), n <= calls ? 3u : 0u);
                 EXPECT_EQ(platform.messages(2).empty(), n > calls);
                 EXPECT_TRUE(place == Place::ShmRead || n > calls ||
-                            platform.writes().size() == static_cast<std::size_t>(n - 1))
+                            platform.writes().size() == static_cast<size_t>(n - 1))
                     << "nothing is written after the failure";
                 platform.no_faults();
             }

@@ -1,11 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <random>
-
 #include "tests/support/backplane_test.h"
-
-using fake::Place;
 
 namespace {
 
@@ -15,12 +8,12 @@ class PcieSsdTopology : public BackplaneTest {
     Bytes& status = platform.region(20);
 
     // Entry i of region 15 and its record at offset 140 + 4 * i.
-    void put_card(std::size_t i, std::uint8_t slot, std::uint8_t type, std::uint8_t bay) {
-        std::ranges::copy(Bytes{slot, type, 0, 0, static_cast<std::uint8_t>(140 + 4 * i), 0},
+    void put_card(size_t i, uint8_t slot, uint8_t type, uint8_t bay) {
+        std::ranges::copy(Bytes{slot, type, 0, 0, static_cast<uint8_t>(140 + 4 * i), 0},
                           cards.begin() + 4 + 8 * static_cast<int>(i));
         cards[140 + 4 * i] = bay;
     }
-    void put_slot(int slot, std::uint8_t bay, std::uint8_t slot_in_bay, std::uint8_t drive) {
+    void put_slot(int slot, uint8_t bay, uint8_t slot_in_bay, uint8_t drive) {
         std::ranges::copy(Bytes{bay, slot_in_bay}, status.begin() + 14 + 4 * slot);
         std::ranges::copy(Bytes{drive, 0x80}, status.begin() + 144 + 4 * slot);
     }
@@ -42,25 +35,19 @@ TEST_F(PcieSsdTopology, CardsOfTypeThreeBecomeExtenders) {
 }
 
 TEST_F(PcieSsdTopology, TheFirstFailureStopsTheWalkOverTheCards) {
-    const struct {
-        const char* what;
-        std::uint8_t slot, bay;
-        int read;
-        std::uint32_t result;
-    } rows[] = {
+    const Rows<const char*, uint8_t, uint8_t, int, uint32_t> rows{
         {"the table", 1, 0, 1, 3},      {"the first record", 1, 0, 2, 3},
         {"no such slot", 17, 0, 99, 3}, {"no such bay", 1, 5, 99, 3},
         {"none", 1, 0, 99, 0},
     };
     cards[2] = 2;
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        put_card(0, row.slot, 3, row.bay);
+    for (const auto& [what, row_slot, row_bay, read, result] : rows) {
+        put_card(0, row_slot, 3, row_bay);
         put_card(1, 2, 3, 0);
-        platform.fail(Place::ShmRead, row.read);
-        EXPECT_EQ(rtshm_getPCIessdExtcard(), row.result);
-        EXPECT_EQ(cache_Extndrs[2] != nullptr, row.result == 0);
-        EXPECT_EQ(logged(2, "<-- Error, processPciessdExtndrcardInfo"), row.read != 1);
+        platform.fail(Place::ShmRead, read);
+        EXPECT_EQ(rtshm_getPCIessdExtcard(), result);
+        EXPECT_EQ(cache_Extndrs[2] != nullptr, result == 0);
+        EXPECT_EQ(logged(2, "<-- Error, processPciessdExtndrcardInfo"), read != 1);
     }
 }
 
@@ -74,21 +61,17 @@ TEST_F(PcieSsdTopology, TheFirstSlotOfEachBayBecomesItsBackplane) {
     put_slot(5, 5, 0, 0);   // no such bay
     put_slot(1, 1, 50, 0);  // no such slot
     EXPECT_EQ(rtshm_getPCIessdBp(), 0u);
-    const struct {
-        unsigned bay;
-        int slot, count, drive;
-        const wchar_t* fqdd;
-    } rows[] = {{1, 7, 2, 0x8021, L"Enclosure.Internal.0-1"},
-                {4, 49, 1, 0x8041, L"Enclosure.Internal.0-4"}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.bay);
-        ASSERT_NE(cache_Bkplanes[row.bay], nullptr);
-        const BpStatusInfo& backplane = *cache_Bkplanes[row.bay];
-        EXPECT_EQ(backplane.u8SlotNumInBay, row.slot);
-        EXPECT_EQ(backplane.au16DriveStatus, row.drive);
-        EXPECT_EQ(backplane.backplane->body.enclosure.driveCount + 0, row.count);
-        EXPECT_EQ(backplane.backplane->body.enclosure.slotCount + 0, row.count);
-        EXPECT_STREQ(backplane.backplane->hdr.FQDD + 0, row.fqdd);
+    for (const auto& [row_bay, row_slot, count, row_drive, fqdd] :
+         Rows<unsigned, int, int, int, const wchar_t*>{
+             {1, 7, 2, 0x8021, L"Enclosure.Internal.0-1"},
+             {4, 49, 1, 0x8041, L"Enclosure.Internal.0-4"}}) {
+        ASSERT_NE(cache_Bkplanes[row_bay], nullptr);
+        const BpStatusInfo& backplane = *cache_Bkplanes[row_bay];
+        EXPECT_EQ(backplane.u8SlotNumInBay, row_slot);
+        EXPECT_EQ(backplane.au16DriveStatus, row_drive);
+        EXPECT_EQ(backplane.backplane->body.enclosure.driveCount + 0, count);
+        EXPECT_EQ(backplane.backplane->body.enclosure.slotCount + 0, count);
+        EXPECT_STREQ(backplane.backplane->hdr.FQDD + 0, fqdd);
     }
     EXPECT_EQ(cache_Bkplanes[0], nullptr);
     EXPECT_EQ(platform.messages(3).size(), 2u) << "one warning a slot that cannot be";
@@ -113,23 +96,15 @@ TEST_F(PcieSsdTopology, ABackplaneThatFailsDoesNotStopTheOthers) {
 TEST_F(PcieSsdTopology, CablingOfAnEndpoint) {
     sNVMeSSDBPInfo.slots[50 * 2 + 35].i2cEid = 20;
     sNVMeSSDBPInfo.slots[50 * 2 + 35].behindKron = 1;
-    const struct {
-        const char* what;
-        std::uint8_t eid;
-        std::uint32_t result;
-        int behind;
-    } rows[] = {
-        {"NVMe drive", 20, 0, 1},
-        {"add-in card: no position", 21, 1, 0xEE},
-        {"not registered", 22, 1, 0xEE},
-        {"drive without a position", 23, 3, 0xEE},
-    };
+    const Rows<const char*, uint8_t, uint32_t, int> rows{{"NVMe drive", 20, 0, 1},
+                                                         {"add-in card: no position", 21, 1, 0xEE},
+                                                         {"not registered", 22, 1, 0xEE},
+                                                         {"drive without a position", 23, 3, 0xEE}};
     EXPECT_EQ(rtcache_UpdateCachedObject(RTCACHE_REGISTER, 23, RTCACHE_TYPE_NVME, 0), 0u);
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        std::uint8_t behind = 0xEE;
-        EXPECT_EQ(rtshm_IsDriveBehindKRONfromBPAPIByEID(&behind, row.eid), row.result);
-        EXPECT_EQ(behind, row.behind);
+    for (const auto& [what, eid, result, row_behind] : rows) {
+        uint8_t behind = 0xEE;
+        EXPECT_EQ(rtshm_IsDriveBehindKRONfromBPAPIByEID(&behind, eid), result);
+        EXPECT_EQ(behind, row_behind);
     }
     EXPECT_EQ(rtshm_IsDriveBehindKRONfromBPAPIByEID(nullptr, 20), 1u);
 }
@@ -141,9 +116,9 @@ TEST_F(PcieSsdTopology, AnyContentsOfTheRegionsAreTaken) {
         std::generate_n(cards.begin(), 132, random);
         std::ranges::generate(status, random);
         for (int i = 0; i < 16; ++i) {
-            cards[5 + 8 * static_cast<std::size_t>(i)] = 3;
+            cards[5 + 8 * static_cast<size_t>(i)] = 3;
         }
-        const std::uint32_t extenders = rtshm_getPCIessdExtcard();
+        const uint32_t extenders = rtshm_getPCIessdExtcard();
         EXPECT_TRUE(extenders == 0 || extenders == 3);
         EXPECT_EQ(rtshm_getPCIessdBp(), 0u);
     }

@@ -1,5 +1,3 @@
-#include <algorithm>
-#include <cstring>
 #include <set>
 
 #include "internal/vexel_state.h"
@@ -7,9 +5,6 @@
 #include "tests/support/platform_test.h"
 
 namespace {
-
-using Bytes = std::vector<std::uint8_t>;
-using fake::Place;
 
 std::string joined(const std::vector<std::string>& lines) {
     std::string text;
@@ -23,7 +18,7 @@ class Regions : public PlatformTest {
   protected:
     Bytes& inventory = platform.region(3);
 
-    void put(std::ptrdiff_t offset, const Bytes& bytes) {
+    void put(ptrdiff_t offset, const Bytes& bytes) {
         std::ranges::copy(bytes, inventory.begin() + offset);
     }
 };
@@ -36,8 +31,8 @@ TEST_F(Regions, StartAndPartialStartMarkSectionsAsNotInventoried) {
         platform.clear_writes();
         partial ? RTSHM_InitPartialSharedMem() : RTSHM_InitSharedMem();
         Bytes expected(23706, 0xFF);
-        std::fill_n(expected.begin() + 23678, partial ? 24 : 0, std::uint8_t{0x5A});
-        std::fill_n(expected.begin() + 23702, 4, std::uint8_t(partial ? 0x5A : 0));
+        std::fill_n(expected.begin() + 23678, partial ? 24 : 0, uint8_t{0x5A});
+        std::fill_n(expected.begin() + 23702, 4, uint8_t(partial ? 0x5A : 0));
         EXPECT_EQ(inventory, expected);
         EXPECT_EQ(g_IsTapeDrivePresent, partial ? TAPE_PRESENT : TAPE_UNKNOWN);
         EXPECT_EQ(platform.writes().size(), partial ? 2u : 4u) << "one write a section";
@@ -55,7 +50,7 @@ TEST_F(Regions, ThePcieSsdFruRegionIsFilledAndAnnounced) {
     EXPECT_EQ(platform.singles[0].value, 1065);
 
     platform.fail(Place::Allocation);
-    const fake::AllocationScope counted;
+    const AllocationScope counted;
     RTSHM_InitPCIeSSDSharedMem();
     EXPECT_EQ(platform.singles.size() + platform.writes().size(), 2u) << "nothing more";
     EXPECT_TRUE(logged(2, "Failed to allocate memory"));
@@ -82,7 +77,7 @@ TEST_F(Regions, PollingFlagsComeFromTheRegionAndTheFlagFile) {
 }
 
 TEST_F(Regions, SplitModeIsAnOpaqueBlock) {
-    std::fill_n(platform.region(20).begin() + 285, 40, std::uint8_t{0x77});
+    std::fill_n(platform.region(20).begin() + 285, 40, uint8_t{0x77});
     Bytes buffer(41, 0xEE);
     Bytes expected(40, 0x77);
     expected.push_back(0xEE);
@@ -92,7 +87,7 @@ TEST_F(Regions, SplitModeIsAnOpaqueBlock) {
 
     platform.fail(Place::ShmRead);
     EXPECT_EQ(RTSHM_readBackplaneSharedMem(buffer.data()), 3u);
-    std::fill_n(expected.begin(), 40, std::uint8_t{0});
+    std::fill_n(expected.begin(), 40, uint8_t{0});
     EXPECT_EQ(buffer, expected);
     EXPECT_EQ(RTSHM_readBackplaneSharedMem(nullptr), 2u);
     EXPECT_EQ(joined(platform.messages(2)),
@@ -102,7 +97,7 @@ TEST_F(Regions, SplitModeIsAnOpaqueBlock) {
 
 TEST_F(Regions, ADumpShowsEveryEntryInOrder) {
     put(0, {1, 0, 0, 0, 0x85});
-    const std::pair<std::ptrdiff_t, std::uint8_t> bytes[] = {
+    const std::pair<ptrdiff_t, uint8_t> bytes[] = {
         {20, 45},   {148, 10},  {212, 11},  {276, 12},   {340, 13},  {404, 2},
         {580, 254}, {724, 1},   {728, 3},   {983, 1},    {1238, 2},  {1493, 3},
         {1748, 4},  {2003, 5},  {4044, 1},  {4553, 15},  {4808, 16}, {5063, 17},
@@ -139,28 +134,23 @@ TEST_F(Regions, ADumpShowsEveryEntryInOrder) {
         places.insert(line.text.substr(0, line.text.find(line.message)));
     }
     EXPECT_EQ(places.size(), platform.lines().size()) << "each statement names its own line";
-    const std::string file = read_file(path("vexel.log"));
+    const std::string file = file_content(path("vexel.log"));
     EXPECT_EQ(std::ranges::count(file, '\n'), 4) << "dump lines stay out of the file";
 }
 
 TEST_F(Regions, ADumpIsBoundedByTheRegion) {
-    const struct {
-        const char* what;
-        Bytes count;
-        std::size_t verbose, batteries;
-    } rows[] = {{"not inventoried", {0xFF, 0xFF, 0xFF, 0xFF}, 4, 0},
-                {"all that fits of everything", {8, 0, 0, 0}, 4 + 8 * 7 + 8 * 16, 8 * 4},
-                {"beyond the arrays", {0, 1, 0, 0}, 4 + 16 * 7 + 255 * 16, 8 * 4}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+    for (const auto& [what, count, verbose, batteries] : Rows<const char*, Bytes, size_t, size_t>{
+             {"not inventoried", {0xFF, 0xFF, 0xFF, 0xFF}, 4, 0},
+             {"all that fits of everything", {8, 0, 0, 0}, 4 + 8 * 7 + 8 * 16, 8 * 4},
+             {"beyond the arrays", {0, 1, 0, 0}, 4 + 16 * 7 + 255 * 16, 8 * 4}}) {
         platform.clear_lines();
-        for (const std::ptrdiff_t offset : {0, 724, 23678}) {
-            put(offset, row.count);
+        for (const ptrdiff_t offset : {0, 724, 23678}) {
+            put(offset, count);
         }
         RTSHM_DumpSharedMem();
-        EXPECT_EQ(platform.messages(6).size(), row.verbose);
-        EXPECT_EQ(platform.messages(4).size(), row.batteries);
-        EXPECT_EQ(platform.messages(3).size(), row.verbose > 1000 ? 1u : 0u) << "the clamp";
+        EXPECT_EQ(platform.messages(6).size(), verbose);
+        EXPECT_EQ(platform.messages(4).size(), batteries);
+        EXPECT_EQ(platform.messages(3).size(), verbose > 1000 ? 1u : 0u) << "the clamp";
     }
     platform.clear_lines();
     platform.fail(Place::ShmRead, 1, true);

@@ -1,18 +1,12 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <algorithm>
-#include <random>
 
 #include "internal/vexel_state.h"
 #include "rt_shm.h"
 #include "tests/support/platform_test.h"
 
 namespace {
-
-using Bytes = std::vector<std::uint8_t>;
 
 class Simulation : public PlatformTest {
   protected:
@@ -34,10 +28,10 @@ TEST_F(Simulation, StatusLinesSetTheirSlots) {
                "0 1\n31 0xFFFF\r\n\n  7\tabcd  \n7 12\n"                            // 4 good
                "32 1\n-1 1\n1\n1 \n1 10000\n1 2 3\n1 0x\nx 1\n300 1\n0x1 1\n5 z");  // 11 bad
     Bytes expected = region;
-    const std::pair<std::size_t, std::uint16_t> slots[] = {{0, 1}, {31, 0xFFFF}, {7, 0x12}};
+    const std::pair<size_t, uint16_t> slots[] = {{0, 1}, {31, 0xFFFF}, {7, 0x12}};
     for (const auto& [slot, status] : slots) {
-        expected[144 + 4 * slot] = static_cast<std::uint8_t>(status);
-        expected[145 + 4 * slot] = static_cast<std::uint8_t>(status >> 8);
+        expected[144 + 4 * slot] = static_cast<uint8_t>(status);
+        expected[145 + 4 * slot] = static_cast<uint8_t>(status >> 8);
     }
     expected[10] = 0xEF;
     EXPECT_EQ(RTSHM_SimulatePCIeSSD(), 0u);
@@ -63,7 +57,7 @@ TEST_F(Simulation, ImagesBecomeTheFrusOfDrives) {
         images += std::string(512, static_cast<char>('A' + i));
     }
     Bytes& fru = platform.region(26);
-    for (const std::size_t length : {std::size_t{512 + 511}, images.size()}) {
+    for (const size_t length : {size_t{512 + 511}, images.size()}) {
         std::ranges::fill(fru, 0xEE);
         write_file(fru_file, images.substr(0, length));
         EXPECT_EQ(RTSHM_SimulatePCIeSSD(), 0u);
@@ -106,7 +100,7 @@ TEST_F(Simulation, AnyContentsStayWithinTheirBytes) {
         write_file(fru_file, text);
         platform.clear_lines();
         platform.clear_writes();
-        std::ranges::fill(region, static_cast<std::uint8_t>(random()));
+        std::ranges::fill(region, static_cast<uint8_t>(random()));
         Bytes expected = region;
         EXPECT_EQ(RTSHM_SimulatePCIeSSD(), 0u);
         std::copy_n(region.begin() + 142, 128, expected.begin() + 142);

@@ -1,47 +1,39 @@
-#include <gtest/gtest.h>
-
 #include "tests/support/backplane_test.h"
 
 namespace {
 
 class SlotLookups : public BackplaneTest {
   protected:
-    std::uint8_t bay = 0xEE, slot = 0xEE;
+    uint8_t bay = 0xEE, slot = 0xEE;
 };
 
 TEST_F(SlotLookups, AGlobalSlotIsReadFromItsBytesOfTheRegion) {
     Bytes& region = platform.region(20);
-    for (std::size_t i = 0; i < region.size(); ++i) {
-        region[i] = static_cast<std::uint8_t>(i % 251);
+    for (size_t i = 0; i < region.size(); ++i) {
+        region[i] = static_cast<uint8_t>(i % 251);
     }
-    const struct {
-        const char* what;
-        int slot;
-        std::uint32_t result;
-        int bay, slot_in_bay;  // as the region's bytes at 14 + 4 * slot and behind it
-    } rows[] = {
-        {"first", 0, 0, 14, 15},
-        {"last", 31, 0, 138, 139},
-        {"only 16 bits count", 0x10001, 0, 18, 19},
-        {"the last bytes of the region", 77, 0, 322 % 251, 323 % 251},
-        {"behind the region", 78, 3, 0xEE, 0xEE},
-        {"negative, still in the region", -3, 0, 2, 3},
-        {"negative, before the region", 0xFFFC, 3, 0xEE, 0xEE},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+    // slot_in_bay: as the region's bytes at 14 + 4 * slot and behind it
+    for (const auto& [what, row_slot, result, row_bay, slot_in_bay] :
+         Rows<const char*, int, uint32_t, int, int>{
+             {"first", 0, 0, 14, 15},
+             {"last", 31, 0, 138, 139},
+             {"only 16 bits count", 0x10001, 0, 18, 19},
+             {"the last bytes of the region", 77, 0, 322 % 251, 323 % 251},
+             {"behind the region", 78, 3, 0xEE, 0xEE},
+             {"negative, still in the region", -3, 0, 2, 3},
+             {"negative, before the region", 0xFFFC, 3, 0xEE, 0xEE}}) {
         bay = slot = 0xEE;
-        EXPECT_EQ(RTSHM_readPCIeSSDBayIDInfoFromGblSlotNum(&bay, row.slot), row.result);
-        EXPECT_EQ(RTSHM_readSSDSlotNumFromGblSlotNum(&slot, row.slot), row.result);
-        EXPECT_EQ(bay, row.bay);
-        EXPECT_EQ(slot, row.slot_in_bay);
+        EXPECT_EQ(RTSHM_readPCIeSSDBayIDInfoFromGblSlotNum(&bay, row_slot), result);
+        EXPECT_EQ(RTSHM_readSSDSlotNumFromGblSlotNum(&slot, row_slot), result);
+        EXPECT_EQ(bay, row_bay);
+        EXPECT_EQ(slot, slot_in_bay);
     }
     EXPECT_EQ(platform.count_logged(2, "error, SHM Read 6"), 4);
     EXPECT_TRUE(logged(4, " After Read offset = 139  u8SlotNumInBay=139 "));
-    const int reads = platform.calls(fake::Place::ShmRead);
+    const int reads = platform.calls(Place::ShmRead);
     EXPECT_EQ(RTSHM_readPCIeSSDBayIDInfoFromGblSlotNum(nullptr, 0), 0u);
     EXPECT_EQ(RTSHM_readSSDSlotNumFromGblSlotNum(nullptr, 0), 0u);
-    EXPECT_EQ(platform.calls(fake::Place::ShmRead), reads);
+    EXPECT_EQ(platform.calls(Place::ShmRead), reads);
 }
 
 TEST_F(SlotLookups, TheLastNVMeBayThatHasTheSlotIsGiven) {
@@ -50,7 +42,7 @@ TEST_F(SlotLookups, TheLastNVMeBayThatHasTheSlotIsGiven) {
     EXPECT_EQ(RTSHM_readBayIDInfoFromGblSlotNum(nullptr, 49), 3u);
     EXPECT_EQ(bay, 0xEE);
     platform.clear_lines();
-    for (std::uint8_t b = 1; b <= 3; ++b) {
+    for (uint8_t b = 1; b <= 3; ++b) {
         sNVMeSSDBPInfo.slots[50 * b + 49].bayTechnology = b == 3 ? 3 : 4;
         sNVMeSSDBPInfo.slots[50 * b + 49].bayId = b;
     }
@@ -70,21 +62,19 @@ TEST_F(SlotLookups, AnEndpointIsFoundAtItsLastPosition) {
     sNVMeSSDBPVDMInfo.slots[249].vdmEid = 255;
     const struct {
         const char* what;
-        std::uint32_t (*find)(std::uint8_t*, std::uint8_t*, int);
+        uint32_t (*find)(uint8_t*, uint8_t*, int);
         int eid;
-        std::uint32_t result;
+        uint32_t result;
         int bay, slot;
-    } rows[] = {
-        {"twice in the table", RTSHM_readBayIDAndSlotNoFromEID, 20, 0, 4, 3},
-        {"not of the NVMe type", RTSHM_readBayIDAndSlotNoFromEID, 21, 0, 0xEE, 0xEE},
-        {"not registered", RTSHM_readBayIDAndSlotNoFromEID, 22, 1, 0xEE, 0xEE},
-        {"no EID", RTSHM_readBayIDAndSlotNoFromEID, 276, 1, 0xEE, 0xEE},
-        {"VDM, twice in the table", RTSHM_readBayIDAndSlotNoFromVDMEID, 30, 0, 2, 49},
-        {"VDM, of no type", RTSHM_readBayIDAndSlotNoFromVDMEID, 31, 0, 4, 3},
-        {"VDM, not in the table", RTSHM_readBayIDAndSlotNoFromVDMEID, 20, 3, 0xEE, 0xEE},
-        {"VDM, the free marker", RTSHM_readBayIDAndSlotNoFromVDMEID, 255, 3, 0xEE, 0xEE},
-        {"VDM, no EID", RTSHM_readBayIDAndSlotNoFromVDMEID, 286, 3, 0xEE, 0xEE},
-    };
+    } rows[] = {{"twice in the table", RTSHM_readBayIDAndSlotNoFromEID, 20, 0, 4, 3},
+                {"not of the NVMe type", RTSHM_readBayIDAndSlotNoFromEID, 21, 0, 0xEE, 0xEE},
+                {"not registered", RTSHM_readBayIDAndSlotNoFromEID, 22, 1, 0xEE, 0xEE},
+                {"no EID", RTSHM_readBayIDAndSlotNoFromEID, 276, 1, 0xEE, 0xEE},
+                {"VDM, twice in the table", RTSHM_readBayIDAndSlotNoFromVDMEID, 30, 0, 2, 49},
+                {"VDM, of no type", RTSHM_readBayIDAndSlotNoFromVDMEID, 31, 0, 4, 3},
+                {"VDM, not in the table", RTSHM_readBayIDAndSlotNoFromVDMEID, 20, 3, 0xEE, 0xEE},
+                {"VDM, the free marker", RTSHM_readBayIDAndSlotNoFromVDMEID, 255, 3, 0xEE, 0xEE},
+                {"VDM, no EID", RTSHM_readBayIDAndSlotNoFromVDMEID, 286, 3, 0xEE, 0xEE}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
         bay = slot = 0xEE;

@@ -1,12 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <string>
-#include <utility>
-
 #include "tests/support/backplane_test.h"
-#include "vexel.h"
-
-using fake::Place;
 
 namespace {
 
@@ -37,12 +29,11 @@ class Topology : public BackplaneTest {
         }
     }
     // A bay entry whose slots from offset on are NVMe slots served by an extender.
-    static void fill_bay(std::uint8_t bay, std::uint8_t offset, std::uint8_t count,
-                         std::uint8_t extender) {
+    static void fill_bay(uint8_t bay, uint8_t offset, uint8_t count, uint8_t extender) {
         sNVMeSSDBPInfo.bays[bay] = {bay, 0, count, 9, {}, 0, 0, offset, {}, 0};
         for (unsigned slot = offset; slot < 50 && slot < 0u + offset + count; ++slot) {
             sNVMeSSDBPInfo.slots[50u * bay + slot] = {
-                bay, static_cast<std::uint8_t>(slot), {}, 1, 0x1234, 4, 4, 0, extender, 0, 0, 0, 0};
+                bay, static_cast<uint8_t>(slot), {}, 1, 0x1234, 4, 4, 0, extender, 0, 0, 0, 0};
         }
     }
     static std::wstring fqdd(unsigned bay) {
@@ -88,7 +79,7 @@ TEST_F(Topology, ABayBecomesABackplaneFromItsFirstNVMeSlot) {
     EXPECT_EQ(status.u8Byte3, 9);
     EXPECT_EQ(status.au16DriveStatus, 0x1234);
     const StorageObjectRecord backplane = *status.backplane;
-    EXPECT_EQ(std::uint32_t{backplane.objType}, 240u);
+    EXPECT_EQ(uint32_t{backplane.objType}, 240u);
     EXPECT_EQ(backplane.body.enclosure.bayId, 1);
     EXPECT_EQ(backplane.body.enclosure.driveCount, 4);
     EXPECT_EQ(backplane.body.enclosure.slotCount, 9);
@@ -104,36 +95,28 @@ TEST_F(Topology, TheFqddNamesAKnownExtenderOnly) {
     EXPECT_EQ(processNVMeExtndrcardInfo(1, 3), 0u);
     EXPECT_EQ(processNVMeExtndrcardInfo(1, 4), 0u);
     vexel_free(std::exchange(cache_Extndrs[4]->FQDD, nullptr));
-    const struct {
-        const char* what;
-        std::uint8_t offset, count, extender;
-        const wchar_t* fqdd;
-        int level;
-        const char* line;
-    } rows[] = {
-        {"no extender", 0, 1, 0, L"Enclosure.Internal.0-4", 4,
-         "--> No Extender Found for u8BayID:4 u8DriveSlot:0 "},
-        {"known", 35, 1, 3, L"Enclosure.Internal.0-4:PCIeExtender.Slot.3", 4,
-         "Framing FQDD with Extndr Done!"},
-        {"not cached", 0, 1, 5, L"Enclosure.Internal.0-4", 2,
-         "Extender Read Error or Not Available"},
-        {"no key of the cache", 0, 1, 200, L"Enclosure.Internal.0-4", 2,
-         "Extender Read Error or Not Available"},
-        {"without FQDD", 0, 1, 4, L"Enclosure.Internal.0-4", 2,
-         "Extender is not available in the server"},
-        {"slot that is not cabled", 36, 1, 3, L"Enclosure.Internal.0-4", 2,
-         "GetExtSlot Failed for BayId=4,Slot=36"},
-        {"slots end at 50", 49, 255, 0, L"Enclosure.Internal.0-4", 4, "<-- exit"},
-        {"no slots in the table", 50, 255, 0, L"none", 4, "<-- exit"},
-        {"no slots", 0, 0, 0, L"none", 4, " s8BayNo=4 u8BayID=4 u8SlotCount=0 u8Offset=0"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        fill_bay(4, row.offset, row.count, row.extender);
+    for (const auto& [what, row_offset, row_count, row_extender, row_fqdd, level, line] :
+         Rows<const char*, uint8_t, uint8_t, uint8_t, const wchar_t*, int, const char*>{
+             {"no extender", 0, 1, 0, L"Enclosure.Internal.0-4", 4,
+              "--> No Extender Found for u8BayID:4 u8DriveSlot:0 "},
+             {"known", 35, 1, 3, L"Enclosure.Internal.0-4:PCIeExtender.Slot.3", 4,
+              "Framing FQDD with Extndr Done!"},
+             {"not cached", 0, 1, 5, L"Enclosure.Internal.0-4", 2,
+              "Extender Read Error or Not Available"},
+             {"no key of the cache", 0, 1, 200, L"Enclosure.Internal.0-4", 2,
+              "Extender Read Error or Not Available"},
+             {"without FQDD", 0, 1, 4, L"Enclosure.Internal.0-4", 2,
+              "Extender is not available in the server"},
+             {"slot that is not cabled", 36, 1, 3, L"Enclosure.Internal.0-4", 2,
+              "GetExtSlot Failed for BayId=4,Slot=36"},
+             {"slots end at 50", 49, 255, 0, L"Enclosure.Internal.0-4", 4, "<-- exit"},
+             {"no slots in the table", 50, 255, 0, L"none", 4, "<-- exit"},
+             {"no slots", 0, 0, 0, L"none", 4, " s8BayNo=4 u8BayID=4 u8SlotCount=0 u8Offset=0"}}) {
+        fill_bay(4, row_offset, row_count, row_extender);
         platform.clear_lines();
         EXPECT_EQ(rtshm_getNVMeBPs(), 0u);
-        EXPECT_EQ(fqdd(4), row.fqdd);
-        EXPECT_TRUE(logged(row.level, row.line));
+        EXPECT_EQ(fqdd(4), row_fqdd);
+        EXPECT_TRUE(logged(level, line));
         forget_backplanes();
     }
 }
@@ -164,12 +147,12 @@ TEST_F(Topology, EveryFailureLeavesAUsableCacheAndNoLock) {
 
     bool failed = true;
     for (int n = 1; failed; ++n) {
-        const fake::AllocationScope scope;
+        const AllocationScope scope;
         platform.fail(Place::Allocation, n);
         rtshm_getNVMeExtcard();
         rtshm_getNVMeBPs();
         failed = platform.fault_fired(Place::Allocation);
-        EXPECT_EQ(platform.locks_held(), 0);
+        EXPECT_EQ(platform.locks_held, 0);
         EXPECT_EQ(cache_Extndrs[3] != nullptr, n != 1) << n;
         EXPECT_EQ(cache_Bkplanes[2] != nullptr, n != 4 && n != 5) << n;
         platform.no_faults();
@@ -186,36 +169,33 @@ TEST_F(Topology, AnFqddIsTakenApart) {
     const struct {
         const char* fqdd;
         int slot, bay;  // 238: untouched
-    } rows[] = {
-        {"Disk.Bay.7:Enclosure.Internal.0-2:PCIeExtender.Slot.3", 7, 2},
-        {"Disk.Bay.12:Enclosure.Internal.0-1", 12, 1},
-        {"Disk.Bay.300:Enclosure.Internal.0-4294967297", 44, 1},
-        {"Disk.Bay.7", 7, 238},
-        {"Disk.Bay", 238, 238},
-        {"Disk.Bay.7:Enclosure.Internal", 7, 238},
-        {"Disk.Bay.7:Enclosure.Internal.0", 7, 238},
-        {"Disk.Bay.x:Enclosure.Internal.0-y", 0, 0},
-        {"::Disk..Bay.7.9:.Enclosure..Internal.-0--2", 7, 2},
-        {"", 238, 238},
-        {":.-:", 238, 238},
-    };
+    } rows[] = {{"Disk.Bay.7:Enclosure.Internal.0-2:PCIeExtender.Slot.3", 7, 2},
+                {"Disk.Bay.12:Enclosure.Internal.0-1", 12, 1},
+                {"Disk.Bay.300:Enclosure.Internal.0-4294967297", 44, 1},
+                {"Disk.Bay.7", 7, 238},
+                {"Disk.Bay", 238, 238},
+                {"Disk.Bay.7:Enclosure.Internal", 7, 238},
+                {"Disk.Bay.7:Enclosure.Internal.0", 7, 238},
+                {"Disk.Bay.x:Enclosure.Internal.0-y", 0, 0},
+                {"::Disk..Bay.7.9:.Enclosure..Internal.-0--2", 7, 2},
+                {"", 238, 238},
+                {":.-:", 238, 238}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.fqdd);
         std::string wide;
         for (const char* c = row.fqdd; *c != '\0'; ++c) {
             wide += {*c, '\x01'};
         }
-        const auto take = [&](const char* text, std::size_t length) {
-            std::uint8_t bay = 238, slot = 238;
-            EXPECT_EQ(getBayIDandSlotFromFqdd(text, static_cast<std::uint8_t>(length), &bay, &slot),
-                      0u);
+        const auto take = [&](const char* text, size_t length) {
+            uint8_t bay = 238, slot = 238;
+            EXPECT_EQ(getBayIDandSlotFromFqdd(text, static_cast<uint8_t>(length), &bay, &slot), 0u);
             EXPECT_EQ(slot, row.slot);
             EXPECT_EQ(bay, row.bay);
         };
         take(row.fqdd, 0);
         take(wide.c_str(), wide.size());
     }
-    std::uint8_t bay = 238, slot = 238;
+    uint8_t bay = 238, slot = 238;
     EXPECT_EQ(getBayIDandSlotFromFqdd(nullptr, 0, &bay, &slot), 5u);
     EXPECT_EQ(getBayIDandSlotFromFqdd("Disk.Bay.7", 0, &bay, nullptr), 5u);
     EXPECT_EQ(getBayIDandSlotFromFqdd("Disk.Bay.7", 0, nullptr, &slot), 5u);

@@ -1,5 +1,3 @@
-#include <algorithm>
-#include <cstring>
 #include <deque>
 #include <numeric>
 
@@ -9,16 +7,13 @@
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-using fake::Place;
-
-constexpr std::uint8_t kDone = 2;
+constexpr uint8_t kDone = 2;
 constexpr auto kDirect = L"Disk.Direct.0";
 
 class Update : public CacheTest {
   protected:
     struct Controller {
-        std::uint8_t eid;
+        uint8_t eid;
         RtCacheControllerNode node;
         StorageObjectRecord adapter, battery;
         RtCachePciInfo pci;
@@ -46,7 +41,7 @@ class Update : public CacheTest {
 
     void clear() {
         for (const Controller& controller : controllers) {
-            const std::uint32_t row = GetIndexFromEID(controller.eid);
+            const uint32_t row = GetIndexFromEID(controller.eid);
             std::fill_n(cache_PDs[row], 2048, nullptr);
             cache_AllEIDs[controller.eid] = nullptr;
             cache_StorageEIDInfo.storageEID[row] = RTCACHE_EID_FREE;
@@ -55,7 +50,7 @@ class Update : public CacheTest {
         disks.clear();
     }
 
-    Controller& controller(std::uint8_t eid, std::uint8_t type, std::uint16_t device = 0x1234) {
+    Controller& controller(uint8_t eid, uint8_t type, uint16_t device = 0x1234) {
         rtcache_UpdateCachedObject(RTCACHE_REGISTER, eid, type, 0);
         rtcache_SetStorageEIDStatus(eid, kDone);
         Controller& added = controllers.emplace_back();
@@ -70,8 +65,8 @@ class Update : public CacheTest {
         return added;
     }
 
-    Disk& disk(std::uint8_t eid, std::uint16_t id, const wchar_t* fqdd = kDirect,
-               std::uint16_t enclosure = RT_ENCLOSURE_NONE) {
+    Disk& disk(uint8_t eid, uint16_t id, const wchar_t* fqdd = kDirect,
+               uint16_t enclosure = RT_ENCLOSURE_NONE) {
         Disk& added = disks.emplace_back();
         added.record.hdr.FQDD = const_cast<wchar_t*>(fqdd);
         added.record.body.pd.enclosureId = enclosure;
@@ -82,15 +77,14 @@ class Update : public CacheTest {
         return added;
     }
 
-    EnclosureBody& enclosure(std::uint8_t eid, std::uint16_t key, std::uint32_t type) {
+    EnclosureBody& enclosure(uint8_t eid, uint16_t key, uint32_t type) {
         Disk& added = disk(eid, key, L"");
         added.node.objType = type;
         added.record = {};
         return added.record.body.enclosure;
     }
 
-    void snapshot_drive(std::uint8_t index, std::uint8_t bay, std::uint8_t slot,
-                        std::uint8_t controller_slot) {
+    void snapshot_drive(uint8_t index, uint8_t bay, uint8_t slot, uint8_t controller_slot) {
         BpApiDrive added{};
         added.bayId = bay;
         added.slot = slot;
@@ -98,17 +92,17 @@ class Update : public CacheTest {
         platform.add_drive(index, added);
     }
 
-    void run(std::uint32_t kron_total = 0) {
+    void run(uint32_t kron_total = 0) {
         const CacheLock lock;
         platform.clear_lines();
         EXPECT_EQ(RTSHM_UpdateSharedMem(kron_total), 0u);
     }
 
     // Region 3, by the offsets that its readers know.
-    unsigned at(std::size_t offset, int bytes = 1) {
+    unsigned at(size_t offset, int bytes = 1) {
         unsigned value = 0;
         for (int i = 0; i < bytes; ++i) {
-            value |= unsigned{platform.region(3)[offset + static_cast<std::size_t>(i)]} << (8 * i);
+            value |= unsigned{platform.region(3)[offset + static_cast<size_t>(i)]} << (8 * i);
         }
         return value;
     }
@@ -117,7 +111,7 @@ class Update : public CacheTest {
     unsigned battery_temperature() { return at(84, 4); }
     unsigned polling_disabled() { return at(580); }
     unsigned drive_count() { return at(724, 4); }
-    unsigned drive(std::size_t array) { return at(724 + array); }
+    unsigned drive(size_t array) { return at(724 + array); }
     unsigned battery_count() { return at(23678, 4); }
     unsigned complete() { return at(23698); }
     unsigned tape() { return at(23702); }
@@ -127,8 +121,8 @@ TEST_F(Update, PublishesASmallServerByteByByte) {
     Controller& kron = controller(8, RTCACHE_TYPE_KRON);
     kron.pci = {0x0B, 0x01, 0x1111, 0x1234, 0x2222, 0x3333};
     AdapterBody& adapter = kron.adapter.body.adapter;
-    std::iota(adapter.ctrlValueA, adapter.ctrlValueA + 8, std::uint8_t{1});
-    std::iota(adapter.ctrlValueB, adapter.ctrlValueB + 8, std::uint8_t{0x11});
+    std::iota(adapter.ctrlValueA, adapter.ctrlValueA + 8, uint8_t{1});
+    std::iota(adapter.ctrlValueB, adapter.ctrlValueB + 8, uint8_t{0x11});
     adapter.ctrlAttr = 0x5C;
     adapter.thermalPDPollDisable = 1;
     kron.battery.body.battery.state = 3;
@@ -166,7 +160,7 @@ TEST_F(Update, PublishesASmallServerByteByByte) {
         return bytes;
     };
     // clang-format off
-    const std::pair<std::ptrdiff_t, Bytes> parts[] = {
+    const std::pair<ptrdiff_t, Bytes> parts[] = {
         {0, {2, 0, 0, 0, 0x85}}, {20, {45, 0, 0, 0}}, {84, {31, 0, 0, 0}},
         {148, {0x11, 0x11, 0, 0, 0, 0, 0, 0}}, {212, {0x34, 0x12, 0, 0, 0x97, 0, 0, 0}},
         {276, {0x22, 0x22, 0, 0, 0, 0, 0, 0}}, {340, {0x33, 0x33, 0, 0, 0, 0, 0, 0}},
@@ -215,30 +209,24 @@ TEST_F(Update, PublishesASmallServerByteByByte) {
 }
 
 TEST_F(Update, EndpointsArePublishedByTypeAndInventoryState) {
-    const struct {
-        const char* what;
-        std::uint8_t type, state;
-        unsigned entered, complete;
-        const char* line;
-    } rows[] = {
-        {"KRON", 1, 2, 1, 1, nullptr},
-        {"KRON, partial", 1, 3, 0, 255, "KRON re-inventory is in progress for KRON ctrlId:[7]"},
-        {"KRON 18, partial", 18, 3, 1, 1,
-         "Ignoring the partial inventory case for KRON ctrlId:[7]"},
-        {"KRON 18, started", 18, 1, 0, 255, nullptr},
-        {"HBA, any state", 10, 0, 1, 255, nullptr},
-        {"controller 12", 12, 0, 1, 255, nullptr},
-        {"boot card", 17, 0, 1, 255, "TAVI-B1 Temperature = 45"},
-        {"NVMe", 7, 2, 0, 255, "Not KRON or HBA or TAVI, ignoring"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        controller(7, row.type);
-        rtcache_SetStorageEIDStatus(7, row.state);
+    for (const auto& [what, row_type, state, entered, row_complete, line] :
+         Rows<const char*, uint8_t, uint8_t, unsigned, unsigned, const char*>{
+             {"KRON", 1, 2, 1, 1, nullptr},
+             {"KRON, partial", 1, 3, 0, 255,
+              "KRON re-inventory is in progress for KRON ctrlId:[7]"},
+             {"KRON 18, partial", 18, 3, 1, 1,
+              "Ignoring the partial inventory case for KRON ctrlId:[7]"},
+             {"KRON 18, started", 18, 1, 0, 255, nullptr},
+             {"HBA, any state", 10, 0, 1, 255, nullptr},
+             {"controller 12", 12, 0, 1, 255, nullptr},
+             {"boot card", 17, 0, 1, 255, "TAVI-B1 Temperature = 45"},
+             {"NVMe", 7, 2, 0, 255, "Not KRON or HBA or TAVI, ignoring"}}) {
+        controller(7, row_type);
+        rtcache_SetStorageEIDStatus(7, state);
         run(1);
-        EXPECT_EQ(controller_count(), row.entered);
-        EXPECT_EQ(complete(), row.complete);
-        EXPECT_TRUE(row.line == nullptr || logged(4, row.line));
+        EXPECT_EQ(controller_count(), entered);
+        EXPECT_EQ(complete(), row_complete);
+        EXPECT_TRUE(line == nullptr || logged(4, line));
         clear();
     }
     controller(3, 1).node.pciInfo = nullptr;
@@ -273,7 +261,7 @@ TEST_F(Update, DeviceIdsDecideOnBatteryAndDrives) {
     disk(8, 0);
     for (unsigned device = 0x1F2C; device <= 0x2213; ++device) {
         SCOPED_TRACE(device);
-        kron.pci.device = static_cast<std::uint16_t>(device);
+        kron.pci.device = static_cast<uint16_t>(device);
         run();
         const bool outside = std::ranges::count(external, device) > 0;
         const bool battery = std::ranges::count(no_battery, device) == 0;
@@ -293,43 +281,36 @@ TEST_F(Update, DeviceIdsDecideOnBatteryAndDrives) {
 }
 
 TEST_F(Update, DisabledPollingHidesTemperatures) {
-    const struct {
-        const char* what;
-        std::uint8_t type;
-        std::uint16_t device;
-        std::uint8_t flags;
-        unsigned controller, battery, polling, drive, pci_slot;
-    } rows[] = {
-        {"KRON", 1, 1, 2, ~0u, ~0u, 0, 255, 0},
-        {"KRON, the HBA's bit", 1, 1, 1, 45, 31, 0, 38, 0},
-        {"HBA", 10, 1, 1, 45, ~0u, 1, 255, 255},
-        {"HBA, the KRON's bit", 10, 1, 2, 45, ~0u, 0, 38, 255},
-        {"HBA that is always polled", 10, 0x1FD3, 1, 45, ~0u, 0, 38, 255},
-        {"boot card", 17, 1, 2, 45, ~0u, 1, 255, 255},
-        {"boot card, the HBA's bit", 17, 1, 1, 45, ~0u, 0, 38, 255},
-        {"controller 12", 12, 1, 2, ~0u, ~0u, 1, 255, 255},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        controller(8, row.type, row.device);
+    for (const auto& [what, row_type, row_device, flags, row_controller, row_battery, polling,
+                      row_drive, pci_slot] :
+         Rows<const char*, uint8_t, uint16_t, uint8_t, unsigned, unsigned, unsigned, unsigned,
+              unsigned>{{"KRON", 1, 1, 2, ~0u, ~0u, 0, 255, 0},
+                        {"KRON, the HBA's bit", 1, 1, 1, 45, 31, 0, 38, 0},
+                        {"HBA", 10, 1, 1, 45, ~0u, 1, 255, 255},
+                        {"HBA, the KRON's bit", 10, 1, 2, 45, ~0u, 0, 38, 255},
+                        {"HBA that is always polled", 10, 0x1FD3, 1, 45, ~0u, 0, 38, 255},
+                        {"boot card", 17, 1, 2, 45, ~0u, 1, 255, 255},
+                        {"boot card, the HBA's bit", 17, 1, 1, 45, ~0u, 0, 38, 255},
+                        {"controller 12", 12, 1, 2, ~0u, ~0u, 1, 255, 255}}) {
+        controller(8, row_type, row_device);
         disk(8, 0);
-        platform.region(55)[522] = row.flags;
+        platform.region(55)[522] = flags;
         run();
-        EXPECT_EQ(temperature(), row.controller);
-        EXPECT_EQ(battery_temperature(), row.battery);
-        EXPECT_EQ(polling_disabled(), row.polling);
-        EXPECT_EQ(drive(1279), row.drive);
-        EXPECT_EQ(at(4), row.pci_slot);
+        EXPECT_EQ(temperature(), row_controller);
+        EXPECT_EQ(battery_temperature(), row_battery);
+        EXPECT_EQ(polling_disabled(), polling);
+        EXPECT_EQ(drive(1279), row_drive);
+        EXPECT_EQ(at(4), pci_slot);
         clear();
     }
 }
 
 TEST_F(Update, NothingIsEnteredBeyondTheRegion) {
-    for (std::uint8_t eid = 1; eid <= 17; ++eid) {
+    for (uint8_t eid = 1; eid <= 17; ++eid) {
         controller(eid, RTCACHE_TYPE_KRON);
     }
     rtcache_SetModularId(2, 5);
-    for (std::uint16_t id = 0; id < 256; ++id) {
+    for (uint16_t id = 0; id < 256; ++id) {
         disk(16, id);
     }
     run(16);
@@ -377,45 +358,38 @@ TEST_F(Update, WaitsForATapeDriveBeforeItIsCalledAbsent) {
 }
 
 TEST_F(Update, DrivesArePlacedByEnclosureOrFqdd) {
-    const struct {
-        const char* what;
-        std::uint8_t type;
-        const wchar_t* fqdd;
-        std::uint16_t enclosure;
-        std::uint32_t enclosure_type;
-        std::uint8_t external;
-        unsigned bay, chassis_slot, media;  // 255: the drive is not published
-        const char* line;
-    } rows[] = {
-        {"direct", 1, kDirect, 0xFFFF, 2, 0, 0, 0, 0, "4 u16EnclDeviceID is not proper"},
-        {"neither", 1, L"Disk.Bay.0", 0xFFFF, 2, 0, 255, 255, 255,
-         "4 Disk attached to an enclosure, so continue"},
-        {"no FQDD", 1, nullptr, 0xFFFF, 2, 0, 255, 255, 255, nullptr},
-        {"tape behind KRON", 18, L"Tape.1", 0xFFFF, 2, 0, 0, 0, 2, nullptr},
-        {"tape of an HBA", 10, L"Tape.1", 9, 2, 1, 3, 4, 2, "4 PDStruct.au8DriveMediaType[0]:2"},
-        {"tape in an enclosure", 1, L"Tape.1", 9, 2, 1, 3, 4, 0, nullptr},
-        {"external", 1, L"", 9, 2, 1, 3, 4, 0, "4 enclosure is not of type BACKPLANE"},
-        {"not flagged", 1, L"", 9, 2, 0, 0, 0, 0, nullptr},
-        {"backplane", 18, L"", 9, 240, 0, 3, 3, 0, "4 enclosure is internal BACKPLANE"},
-        {"backplane of an HBA", 10, L"", 9, 240, 0, 0, 0, 0, nullptr},
-        {"no node", 1, L"", 8, 2, 1, 0, 0, 0, "2 Failed to get the enclosure object"},
-        {"a disk", 1, L"", 0, 2, 1, 0, 0, 0, "2 Failed to get the enclosure object"},
-        {"beyond", 1, L"", 0xFFFE, 2, 1, 0, 0, 0, "2 Failed to get the enclosure object"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        controller(8, row.type);
-        EnclosureBody& place = enclosure(8, 9, row.enclosure_type);
+    // media: 255: the drive is not published
+    for (const auto& [what, row_type, row_fqdd, row_enclosure, enclosure_type, external, row_bay,
+                      chassis_slot, media, line] :
+         Rows<const char*, uint8_t, const wchar_t*, uint16_t, uint32_t, uint8_t, unsigned, unsigned,
+              unsigned, const char*>{
+             {"direct", 1, kDirect, 0xFFFF, 2, 0, 0, 0, 0, "4 u16EnclDeviceID is not proper"},
+             {"neither", 1, L"Disk.Bay.0", 0xFFFF, 2, 0, 255, 255, 255,
+              "4 Disk attached to an enclosure, so continue"},
+             {"no FQDD", 1, nullptr, 0xFFFF, 2, 0, 255, 255, 255, nullptr},
+             {"tape behind KRON", 18, L"Tape.1", 0xFFFF, 2, 0, 0, 0, 2, nullptr},
+             {"tape of an HBA", 10, L"Tape.1", 9, 2, 1, 3, 4, 2,
+              "4 PDStruct.au8DriveMediaType[0]:2"},
+             {"tape in an enclosure", 1, L"Tape.1", 9, 2, 1, 3, 4, 0, nullptr},
+             {"external", 1, L"", 9, 2, 1, 3, 4, 0, "4 enclosure is not of type BACKPLANE"},
+             {"not flagged", 1, L"", 9, 2, 0, 0, 0, 0, nullptr},
+             {"backplane", 18, L"", 9, 240, 0, 3, 3, 0, "4 enclosure is internal BACKPLANE"},
+             {"backplane of an HBA", 10, L"", 9, 240, 0, 0, 0, 0, nullptr},
+             {"no node", 1, L"", 8, 2, 1, 0, 0, 0, "2 Failed to get the enclosure object"},
+             {"a disk", 1, L"", 0, 2, 1, 0, 0, 0, "2 Failed to get the enclosure object"},
+             {"beyond", 1, L"", 0xFFFE, 2, 1, 0, 0, 0, "2 Failed to get the enclosure object"}}) {
+        controller(8, row_type);
+        EnclosureBody& place = enclosure(8, 9, enclosure_type);
         place.bayId = 3;
         place.chassisSlot = 4;
-        place.externalFlag = row.external;
-        disk(8, 0, row.fqdd, row.enclosure);
+        place.externalFlag = external;
+        disk(8, 0, row_fqdd, row_enclosure);
         run();
-        EXPECT_EQ(drive_count(), row.media == 255 ? 0u : 1u);
-        EXPECT_EQ(drive(4), row.bay);
-        EXPECT_EQ(drive(4084), row.chassis_slot);
-        EXPECT_EQ(drive(769), row.media);
-        EXPECT_TRUE(row.line == nullptr || logged(row.line[0] - '0', row.line + 2));
+        EXPECT_EQ(drive_count(), media == 255 ? 0u : 1u);
+        EXPECT_EQ(drive(4), row_bay);
+        EXPECT_EQ(drive(4084), chassis_slot);
+        EXPECT_EQ(drive(769), media);
+        EXPECT_TRUE(line == nullptr || logged(line[0] - '0', line + 2));
         clear();
     }
 }
@@ -433,46 +407,36 @@ TEST_F(Update, BackplaneSlotsComeFromTheBayThatMatches) {
     snapshot_drive(20, 2, 7, 5);
     snapshot_drive(249, 2, 9, 4);
     BpApiBay& bay = info.bays[5];
-    const struct {
-        const char* what;
-        std::uint8_t id, raid, controller_bay, second_id, secondary;
-        unsigned slot;
-    } rows[] = {
-        {"primary with another second id", 2, 1, 2, 5, 0, 4},
-        {"secondary by its controller bay", 3, 1, 2, 0, 1, 8},
-        {"secondary of another bay", 2, 1, 3, 6, 1, 4},
-        {"not managed", 2, 0, 2, 6, 0, 4},
-        {"not managed either", 2, 3, 2, 6, 0, 4},
-        {"primary", 2, 2, 0, 6, 0, 9},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        bay.bayId = row.id;
-        bay.raidManagement = row.raid;
-        bay.controllerBay = row.controller_bay;
-        bay.secondId = row.second_id;
-        bay.secondary = row.secondary;
+    for (const auto& [what, row_id, raid, controller_bay, second_id, secondary, row_slot] :
+         Rows<const char*, uint8_t, uint8_t, uint8_t, uint8_t, uint8_t, unsigned>{
+             {"primary with another second id", 2, 1, 2, 5, 0, 4},
+             {"secondary by its controller bay", 3, 1, 2, 0, 1, 8},
+             {"secondary of another bay", 2, 1, 3, 6, 1, 4},
+             {"not managed", 2, 0, 2, 6, 0, 4},
+             {"not managed either", 2, 3, 2, 6, 0, 4},
+             {"primary", 2, 2, 0, 6, 0, 9}}) {
+        bay.bayId = row_id;
+        bay.raidManagement = raid;
+        bay.controllerBay = controller_bay;
+        bay.secondId = second_id;
+        bay.secondary = secondary;
         run();
-        EXPECT_EQ(drive(259), row.slot);
+        EXPECT_EQ(drive(259), row_slot);
     }
     EXPECT_TRUE(logged(3, "driveCnt:255 limited to 250"));
 
-    const struct {
-        Place place;
-        unsigned slot;
-        const char* line;
-    } faults[] = {{Place::BpRead, 4, "4  Read Status 7 BP_API_Read Failure "},
-                  {Place::Allocation, 4, "2 <-- error:malloc to BP_Info is Failed!!"},
-                  {Place::BpOpen, 4, "2 <-- error:bpAPIKronHandler is NULL!!"},
-                  {Place::ShmRead, 9, "2 Unable to read Thermal flag from  Shared memeory"}};
-    for (const auto& fault : faults) {
-        SCOPED_TRACE(fault.line);
+    for (const auto& [place, row_slot, line] : Rows<Place, unsigned, const char*>{
+             {Place::BpRead, 4, "4  Read Status 7 BP_API_Read Failure "},
+             {Place::Allocation, 4, "2 <-- error:malloc to BP_Info is Failed!!"},
+             {Place::BpOpen, 4, "2 <-- error:bpAPIKronHandler is NULL!!"},
+             {Place::ShmRead, 9, "2 Unable to read Thermal flag from  Shared memeory"}}) {
+        SCOPED_TRACE(line);
         rtshm_BpApiKronExit();
-        platform.fail(fault.place);
-        const fake::AllocationScope counted;
+        platform.fail(place);
+        const AllocationScope counted;
         run();
-        EXPECT_EQ(drive(259), fault.slot);
-        EXPECT_TRUE(logged(fault.line[0] - '0', fault.line + 2));
+        EXPECT_EQ(drive(259), row_slot);
+        EXPECT_TRUE(logged(line[0] - '0', line + 2));
     }
 }
 

@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include "rt_sync.h"
 #include "tests/support/platform_test.h"
 
@@ -40,27 +38,22 @@ TEST_F(JobFilter, WithoutAListEverythingPasses) {
 
 TEST_F(JobFilter, FindsAControllerByAddressAndFromThenOnByEndpoint) {
     install({L"NonRAID.Slot.1", L"RAID.Slot.3-1", L"RAID.Slot.3"});
-    const struct {
-        const char* what;
-        const wchar_t* fqdd;
-        uint8_t eid;
-        uint32_t by_id, expected;
-        const char* line;
-    } rows[] = {
-        {"no endpoint bound yet", L"RAID.Slot.3-1", 9, 1, 0,
-         "Adapter FQDD [RAID.Slot.3-1] NOT found"},
-        {"a disk behind it", L"Disk.Bay.0:Enclosure.Internal.0-1:RAID.Slot.3-1", 9, 0, 1,
-         "Adapter FQDD [RAID.Slot.3-1] id 9 FOUND at index 1"},
-        {"its endpoint", nullptr, 9, 1, 1, "Adapter ID [9] FOUND at index 1"},
-        {"another endpoint", L"RAID.Slot.3-1", 10, 1, 0, "Adapter FQDD [RAID.Slot.3-1] NOT found"},
-        {"part of a listed address", L"RAID.Slot", 9, 0, 0, "Adapter FQDD [RAID.Slot] NOT found"},
-        {"no address", nullptr, 9, 0, 0, "Adapter FQDD [(null)] NOT found"},
-        {"endpoint 0 finds who is not bound", nullptr, 0, 1, 1, "Adapter ID [0] FOUND at index 0"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        EXPECT_EQ(isFQDDEIDPresent(row.fqdd, row.eid, row.by_id), row.expected);
-        EXPECT_EQ(platform.messages(4).back(), row.line);
+    for (const auto& [what, fqdd, eid, by_id, expected, line] :
+         Rows<const char*, const wchar_t*, uint8_t, uint32_t, uint32_t, const char*>{
+             {"no endpoint bound yet", L"RAID.Slot.3-1", 9, 1, 0,
+              "Adapter FQDD [RAID.Slot.3-1] NOT found"},
+             {"a disk behind it", L"Disk.Bay.0:Enclosure.Internal.0-1:RAID.Slot.3-1", 9, 0, 1,
+              "Adapter FQDD [RAID.Slot.3-1] id 9 FOUND at index 1"},
+             {"its endpoint", nullptr, 9, 1, 1, "Adapter ID [9] FOUND at index 1"},
+             {"another endpoint", L"RAID.Slot.3-1", 10, 1, 0,
+              "Adapter FQDD [RAID.Slot.3-1] NOT found"},
+             {"part of a listed address", L"RAID.Slot", 9, 0, 0,
+              "Adapter FQDD [RAID.Slot] NOT found"},
+             {"no address", nullptr, 9, 0, 0, "Adapter FQDD [(null)] NOT found"},
+             {"endpoint 0 finds who is not bound", nullptr, 0, 1, 1,
+              "Adapter ID [0] FOUND at index 0"}}) {
+        EXPECT_EQ(isFQDDEIDPresent(fqdd, eid, by_id), expected);
+        EXPECT_EQ(platform.messages(4).back(), line);
         EXPECT_EQ(platform.messages(1).back(), "FQDD count in g_hybridJobData 3");
     }
     EXPECT_TRUE(logged(4, "Adapter FQDD [RAID.Slot.3-1] ID 9 at index 1"));
@@ -72,8 +65,7 @@ TEST_F(JobFilter, StoresTextsAsFormatsCutToTheirRoom) {
     const std::pair<std::wstring, std::wstring> rows[] = {
         {L"a%%b%%%", L"a%b%%"},
         {L"%d%n%s%", L"%d%n%s%"},  // no argument to convert
-        {longest + L"yz", longest},
-    };
+        {longest + L"yz", longest}};
     for (const auto& [given, stored] : rows) {
         install({given.c_str()});  // frees the list before
         EXPECT_EQ(entry(0)->FQDD, stored);
@@ -103,13 +95,12 @@ TEST_F(JobFilter, InstallingAndFreeingSpeak) {
     install({L"a", L"b"});
     freeHybridData(&g_hybridJobData);
     EXPECT_EQ(g_hybridJobData, nullptr);
-    EXPECT_EQ(
-        platform.messages(4),
-        (std::vector<std::string>{
-            "--> entry", "FQDD count 2", "Going to update g_hybridJobData",
-            "Going to print 2 FQDD in Notif", "g_hybridJobData->count = 2", "After update ctrId 0",
-            "After update ctrId 0", "Free Adapter FQDD [a] FOUND at index 0",
-            "Free Adapter FQDD [b] FOUND at index 1", "<-- freeHybridData Exit"}));
+    EXPECT_EQ(platform.messages(4),
+              (Lines{"--> entry", "FQDD count 2", "Going to update g_hybridJobData",
+                     "Going to print 2 FQDD in Notif", "g_hybridJobData->count = 2",
+                     "After update ctrId 0", "After update ctrId 0",
+                     "Free Adapter FQDD [a] FOUND at index 0",
+                     "Free Adapter FQDD [b] FOUND at index 1", "<-- freeHybridData Exit"}));
     updateNotifFQDD(1, nullptr);
     EXPECT_TRUE(logged(2, "<-- err null inputs"));
 }
@@ -120,10 +111,10 @@ TEST_F(JobFilter, EveryAllocationMayFail) {
     for (int n = 1; n <= 6; ++n) {
         SCOPED_TRACE(n);
         platform.clear_lines();
-        const fake::AllocationScope scope;
-        platform.fail(fake::Place::Allocation, n);
+        const AllocationScope scope;
+        platform.fail(Place::Allocation, n);
         updateNotifFQDD(2, fqdds);
-        EXPECT_TRUE(platform.fault_fired(fake::Place::Allocation));
+        EXPECT_TRUE(platform.fault_fired(Place::Allocation));
         EXPECT_EQ(g_hybridJobData == nullptr, n <= 2);
         EXPECT_EQ(logged(2, "<-- err no memory"), n <= 2);
         EXPECT_EQ(logged(4, "g_hybridJobData->hybridJobInfo[0] is NULL"), n == 3);

@@ -1,10 +1,8 @@
 #include "rt_sync.h"
 
-#include <gtest/gtest.h>
 #include <pthread.h>
 
 #include <cerrno>
-#include <cstring>
 #include <ctime>
 #include <future>
 
@@ -60,8 +58,7 @@ TEST_F(Sync, EachFunctionWritesItsOwnFieldsOfTheStatus) {
         {"reset", [] { return RTSync_Reset(); }, kBefore},
         {"destroy", [] { return RTSync_Destroy(); }, kBefore},
         {"a second destroy", [] { return RTSync_Destroy(); }, kBefore},
-        {"init", [] { return RTSync_Init(); }, {0, 0x2222, 0, 4, 5, 6}},
-    };
+        {"init", [] { return RTSync_Init(); }, {0, 0x2222, 0, 4, 5, 6}}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
         grtsync_Status = kBefore;
@@ -88,7 +85,7 @@ TEST_F(Sync, BothPollTimesBecomeNow) {
 TEST_F(Sync, TheStatusLockIsTheCallers) {
     ASSERT_EQ(RTSync_Init(), 0u);
     EXPECT_EQ(RTSync_LockGlobalStatus(), 0u);
-    EXPECT_EQ(platform.locks_held(), 1);
+    EXPECT_EQ(platform.locks_held, 1);
     EXPECT_EQ(RTSync_UnLockGlobalStatus(), 0u);
     EXPECT_NE(RTSync_UnLockGlobalStatus(), 0u) << "not held: the platform's answer comes through";
     EXPECT_TRUE(platform.lines().empty());
@@ -113,8 +110,7 @@ TEST_F(Sync, FailedLocksAreLoggedAndChangeNothing) {
         {flag_text + "rtraid_GetKRONInventoryThreadFlag",
          [] { return rtraid_GetKRONInventoryThreadFlag(&out); }, 1, true},
         {flag_text + "rtraid_SetKRONInventoryThreadFlag",
-         [] { return rtraid_SetKRONInventoryThreadFlag(1); }, 1, false},
-    };
+         [] { return rtraid_SetKRONInventoryThreadFlag(1); }, 1, false}};
     for (const bool created : {false, true}) {
         if (created) {
             ASSERT_EQ(RTSync_Init(), 0u);
@@ -124,7 +120,7 @@ TEST_F(Sync, FailedLocksAreLoggedAndChangeNothing) {
         for (const auto& row : rows) {
             SCOPED_TRACE(row.line + (created ? "" : ", no mutex"));
             platform.clear_lines();
-            platform.fail(fake::Place::Lock);
+            platform.fail(Place::Lock);
             grtsync_Status = kBefore;
             out = 0xEE;
             EXPECT_EQ(row.call(), row.result);
@@ -149,13 +145,12 @@ TEST_F(Sync, WithoutAMutexInitSaysSoAndLeavesTheStateAlone) {
         {RTSync_KronStateInit, "<-- RTSync_KronStateInit failed to create mutex"},
         {rtraid_KRONInventoryThreadHandlerMutexInit,
          "<-- rtraid_KRONInventoryThreadHandlerMutexInit failed to create KRON Reinventory Thread "
-         "mutex"},
-    };
+         "mutex"}};
     grtsync_Status = kBefore;
     gKRONState[0] = {9, 8, {}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.line);
-        platform.fail(fake::Place::MutexCreate);
+        platform.fail(Place::MutexCreate);
         EXPECT_EQ(row.call(), 1u);
         EXPECT_TRUE(logged(1, row.line));
         expect_status(kBefore);
@@ -169,22 +164,15 @@ TEST_F(Sync, KeepsOneEntryPerControllerAndDropsTheThirteenth) {
         EXPECT_EQ(RTSync_SetKronStatus(eid, 0x10), 0u);
     }
     EXPECT_EQ(RTSync_SetKronStatus(2, 0x22), 0u);
-    const struct {
-        const char* what;
-        uint8_t eid;
-        uint32_t result;
-        uint8_t status;
-    } rows[] = {
-        {"first entry", 1, 0, 0x10},
-        {"a second report replaces the first", 2, 0, 0x22},
-        {"last entry", 12, 0, 0x10},
-        {"table full, dropped in silence", 13, RTSYNC_EID_UNKNOWN, 0},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+    for (const auto& [what, row_eid, result, row_status] :
+         Rows<const char*, uint8_t, uint32_t, uint8_t>{
+             {"first entry", 1, 0, 0x10},
+             {"a second report replaces the first", 2, 0, 0x22},
+             {"last entry", 12, 0, 0x10},
+             {"table full, dropped in silence", 13, RTSYNC_EID_UNKNOWN, 0}}) {
         uint8_t status = 0xEE;
-        EXPECT_EQ(RTSync_GetKronStatus(row.eid, &status), row.result);
-        EXPECT_EQ(status, row.status);
+        EXPECT_EQ(RTSync_GetKronStatus(row_eid, &status), result);
+        EXPECT_EQ(status, row_status);
     }
     EXPECT_EQ(RTSync_GetKronStatus(1, nullptr), 2u);
     EXPECT_TRUE(platform.lines().empty());
@@ -230,7 +218,7 @@ TEST_F(Sync, TheReinventoryFlagIsZeroOrOne) {
 struct Seen {
     void* argument;
     bool detached;
-    std::size_t stack;
+    size_t stack;
 };
 std::promise<Seen> seen;
 
@@ -238,7 +226,7 @@ void* look_around(void* argument) {
     pthread_attr_t attributes;
     pthread_getattr_np(pthread_self(), &attributes);
     int state = 0;
-    std::size_t stack = 0;
+    size_t stack = 0;
     pthread_attr_getdetachstate(&attributes, &state);
     pthread_attr_getstacksize(&attributes, &stack);
     pthread_attr_destroy(&attributes);

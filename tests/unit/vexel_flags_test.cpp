@@ -1,12 +1,9 @@
-#include <gtest/gtest.h>
 #include <signal.h>
 
 #include <chrono>
-#include <thread>
 
 #include "internal/vexel_state.h"
 #include "tests/support/platform_test.h"
-#include "vexel.h"
 
 namespace {
 
@@ -41,18 +38,12 @@ TEST_F(Flags, ThePollingFileGivesTwoNumbersOrNone) {
     EXPECT_EQ(IsstressTAVIPollEnabled(&first, &second), 0u);
     EXPECT_EQ(first, 8);
     EXPECT_EQ(second, 9);
-    const struct {
-        const char* content;
-        int first, second;
-    } rows[] = {
-        {"2 7", 2, 7}, {"-1\n+12 rest", -1, 12}, {"5", 0, 3}, {"5 x", 0, 3}, {"", 0, 3},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.content);
-        write_file(flag_, row.content);
+    for (const auto& [content, row_first, row_second] : Rows<const char*, int, int>{
+             {"2 7", 2, 7}, {"-1\n+12 rest", -1, 12}, {"5", 0, 3}, {"5 x", 0, 3}, {"", 0, 3}}) {
+        write_file(flag_, content);
         EXPECT_EQ(IsstressTAVIPollEnabled(&first, &second), 1u);
-        EXPECT_EQ(first, row.first);
-        EXPECT_EQ(second, row.second);
+        EXPECT_EQ(first, row_first);
+        EXPECT_EQ(second, row_second);
     }
 }
 

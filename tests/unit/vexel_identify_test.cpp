@@ -1,7 +1,4 @@
-#include <gtest/gtest.h>
-
 #include "tests/support/platform_test.h"
-#include "vexel.h"
 
 namespace {
 
@@ -13,10 +10,9 @@ TEST_F(IpmiIdentify, SendsTwentyBytes) {
     EXPECT_EQ(UnBlinkPCIeSSD(0x102, 0x1FF, 0x0102), 0u);
     const std::vector<uint8_t> expected[] = {
         {0, 0x14, 0x0E, 0, 0, 0, 0x0E, 0, 2, 5, 8, 0, 0, 0, 0, 0, 0, 0, 0, 0},
-        {0, 0x14, 0x0E, 0, 0, 0, 0x0E, 0, 2, 0xFF, 2, 1, 0, 0, 0, 0, 0, 0, 0, 0},
-    };
+        {0, 0x14, 0x0E, 0, 0, 0, 0x0E, 0, 2, 0xFF, 2, 1, 0, 0, 0, 0, 0, 0, 0, 0}};
     ASSERT_EQ(platform.ipmi_requests.size(), 2u);
-    for (std::size_t i = 0; i < 2; ++i) {
+    for (size_t i = 0; i < 2; ++i) {
         EXPECT_EQ(platform.ipmi_requests[i].net_fn, 0x30);
         EXPECT_EQ(platform.ipmi_requests[i].cmd, 0xD5);
         EXPECT_EQ(platform.ipmi_requests[i].bytes, expected[i]);
@@ -30,21 +26,15 @@ TEST_F(IpmiIdentify, SendsTwentyBytes) {
 }
 
 TEST_F(IpmiIdentify, TheLowByteOfTheCompletionDecides) {
-    const struct {
-        int result;
-        uint32_t expected;
-        const char* completion;
-    } rows[] = {{0x100, 0, "0"}, {0xC1, 1, "193"}, {-1, 1, "255"}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.result);
+    for (const auto& [result, expected, completion] :
+         Rows<int, uint32_t, const char*>{{0x100, 0, "0"}, {0xC1, 1, "193"}, {-1, 1, "255"}}) {
         platform.clear_lines();
-        platform.ipmi_result = row.result;
-        EXPECT_EQ(BlinkPCIeSSD(1, 7), row.expected);
-        EXPECT_EQ(UnBlinkPCIeSSD(1, 7, 0), row.expected);
-        EXPECT_EQ(platform.messages(4)[1].rfind(std::string{"IMPMICmd rc="} + row.completion, 0),
-                  0u);
+        platform.ipmi_result = result;
+        EXPECT_EQ(BlinkPCIeSSD(1, 7), expected);
+        EXPECT_EQ(UnBlinkPCIeSSD(1, 7, 0), expected);
+        EXPECT_EQ(platform.messages(4)[1].rfind(std::string{"IMPMICmd rc="} + completion, 0), 0u);
         std::vector<std::string> failures;
-        if (row.expected != 0) {
+        if (expected != 0) {
             failures = {"Failed While Sending Blink Command u8SSDSlotNum=7",
                         "Failed While Sending UnBlink Command u8SSDSlotNum=7"};
         }

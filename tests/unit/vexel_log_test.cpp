@@ -1,23 +1,17 @@
-#include <gtest/gtest.h>
-
 #include <ctime>
 #include <sstream>
-#include <thread>
-#include <vector>
 
 #include "internal/log.h"
 #include "internal/vexel_state.h"
 #include "tests/support/platform_test.h"
-#include "vexel.h"
 
 using vexutils::Level;
-using Lines = std::vector<std::string>;
 
 namespace {
 
 class TraceLog : public PlatformTest {
   protected:
-    std::string file() const { return read_file(pRTLogPath); }
+    std::string file() const { return file_content(pRTLogPath); }
 
     // The file's messages, without their prefixes.
     Lines messages() const {
@@ -118,7 +112,7 @@ TEST_F(TraceLog, InitKeepsThePreviousLogAsBackup) {
     write_file(pRTBakLogPath, "the run before");
     vexutils::log_state.depth = 7;
     EXPECT_EQ(rt_log_init(), 0);
-    EXPECT_EQ(read_file(pRTBakLogPath), "previous run");
+    EXPECT_EQ(file_content(pRTBakLogPath), "previous run");
     EXPECT_EQ(file(), "");
     EXPECT_EQ(vexutils::log_state.depth, 7u) << "the depth rule counts over the process's life";
     rt_log_Exit();
@@ -127,7 +121,7 @@ TEST_F(TraceLog, InitKeepsThePreviousLogAsBackup) {
     LOG(Level::Trace, "%s", "second life");
     rt_log_Exit();
     EXPECT_EQ(messages(), Lines{"second life"});
-    EXPECT_NE(read_file(pRTBakLogPath).find("] late\n"), std::string::npos);
+    EXPECT_NE(file_content(pRTBakLogPath).find("] late\n"), std::string::npos);
     EXPECT_EQ(platform.messages(1), Lines{});
 }
 
@@ -191,20 +185,20 @@ TEST_F(TraceLog, TextsThatAreNullOrCannotBeConvertedKeepTheirLine) {
 
 TEST_F(TraceLog, LongLinesAreWholeAndCutOnlyWithoutMemory) {
     use_log_file();
-    for (const std::size_t length : {900u, 1000u, 1100u, 5000u}) {
+    for (const size_t length : {900u, 1000u, 1100u, 5000u}) {
         const std::string text(length, 'x');
         LOG(Level::Trace, "%s", text.c_str());
         EXPECT_EQ(messages().back(), text);
     }
     const std::string text(5000, 'y');
     {
-        const fake::AllocationScope scope;
+        const AllocationScope scope;
         LOG(Level::Trace, "%s", "usual");
-        EXPECT_EQ(platform.calls(fake::Place::Allocation), 0);
-        platform.fail(fake::Place::Allocation);
+        EXPECT_EQ(platform.calls(Place::Allocation), 0);
+        platform.fail(Place::Allocation);
         LOG(Level::Trace, "%s", text.c_str());
     }
-    EXPECT_TRUE(platform.fault_fired(fake::Place::Allocation));
+    EXPECT_TRUE(platform.fault_fired(Place::Allocation));
     EXPECT_EQ(file().back(), '\n');
     const std::string cut = messages().back();
     EXPECT_GT(cut.size(), 900u);
@@ -233,7 +227,7 @@ TEST_F(TraceLog, ACancellationWaitsUntilTheLogIsFree) {
 
 TEST_F(TraceLog, LinesOfThreadsDoNotMix) {
     use_log_file();
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (char letter = 'a'; letter < 'e'; ++letter) {
         threads.emplace_back([text = std::string(300, letter)] {
             for (int i = 0; i < 100; ++i) {
@@ -241,9 +235,7 @@ TEST_F(TraceLog, LinesOfThreadsDoNotMix) {
             }
         });
     }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    threads.clear();
     const Lines lines = messages();
     EXPECT_EQ(lines.size(), 400u);
     for (const std::string& line : lines) {
@@ -261,8 +253,7 @@ TEST_F(TraceLog, DumpsBytesAsHexAndCharactersToBothSinks) {
         {-5, ""},
         {16, first},
         {20, first + "000010: 00 1f 20 7e " + std::string(12 * 3, ' ') + " .. ~\n"},
-        {22, first + "000010: 00 1f 20 7e 7f ff " + std::string(10 * 3, ' ') + " .. ~..\n"},
-    };
+        {22, first + "000010: 00 1f 20 7e 7f ff " + std::string(10 * 3, ' ') + " .. ~..\n"}};
     vexutils::log_state.depth = 1000;  // a dump neither counts nor starts the file afresh
     for (const auto& [length, expected] : rows) {
         SCOPED_TRACE(length);

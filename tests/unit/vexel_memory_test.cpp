@@ -1,9 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <cstring>
-
 #include "tests/support/platform_test.h"
-#include "vexel.h"
 
 namespace {
 
@@ -20,12 +15,12 @@ TEST_F(Memory, AnArrayIsZeroedContiguousRowsInOneBlock) {
     EXPECT_EQ(rows[2][4], 14);
     EXPECT_TRUE(platform.lines().empty());
     vexel_free_2darray(reinterpret_cast<void**>(rows), 3);
-    EXPECT_EQ(platform.messages(4), (std::vector<std::string>{"--> entry ", "<-- exit "}));
+    EXPECT_EQ(platform.messages(4), (Lines{"--> entry ", "<-- exit "}));
     vexel_free_2darray(nullptr, 3);
 }
 
 TEST_F(Memory, ArraysOfOddShapes) {
-    constexpr std::size_t kHalf = SIZE_MAX / 2;
+    constexpr size_t kHalf = SIZE_MAX / 2;
     for (const auto& [rows, columns] : {std::pair{0u, 4u}, {2u, 0u}}) {
         void** table = vexel_alloc_2darray(rows, columns, 4);
         ASSERT_NE(table, nullptr);
@@ -36,8 +31,8 @@ TEST_F(Memory, ArraysOfOddShapes) {
     EXPECT_EQ(vexel_alloc_2darray(kHalf, 3, 1), nullptr) << "the block overflows";
     EXPECT_EQ(vexel_alloc_2darray(kHalf, 1, 0), nullptr) << "the table overflows";
     for (int n = 1; n <= 2; ++n) {
-        const fake::AllocationScope scope;
-        platform.fail(fake::Place::Allocation, n);
+        const AllocationScope scope;
+        platform.fail(Place::Allocation, n);
         EXPECT_EQ(vexel_alloc_2darray(2, 2, 4), nullptr) << "allocation " << n;
     }
 }
@@ -52,7 +47,7 @@ TEST_F(Memory, ARefusedCopyLooksLikeADoneOne) {
     platform.clear_lines();
     EXPECT_EQ(memcpy_safe(room, 4, "abcde", 4), 0);
     EXPECT_STREQ(room, "abcd.");
-    EXPECT_EQ(platform.messages(4), (std::vector<std::string>{" entry", " exit"}));
+    EXPECT_EQ(platform.messages(4), (Lines{" entry", " exit"}));
 }
 
 }  // namespace

@@ -1,33 +1,23 @@
-#include <gtest/gtest.h>
-
 #include <cwchar>
 
 #include "tests/support/platform_test.h"
-#include "vexel.h"
 
 namespace {
 
 class Text : public PlatformTest {};
 
 TEST_F(Text, WideCopiesArePaddedAndTerminatedBeyondTheirCount) {
-    const struct {
-        const wchar_t* source;
-        std::size_t count;
-        std::wstring room;  // of 7 characters
-        std::size_t lines;
-    } rows[] = {
-        {L"ab", 4, {L"ab\0\0\0..", 7}, 2},
-        {L"abcd", 4, {L"abcd\0..", 7}, 2},
-        {L"abcdef", 4, {L"abcd\0..", 7}, 2},
-        {L"ab", 0, {L"\0......", 7}, 0},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.source);
+    // room: of 7 characters
+    for (const auto& [source, count, row_room, lines] :
+         Rows<const wchar_t*, size_t, std::wstring, size_t>{{L"ab", 4, {L"ab\0\0\0..", 7}, 2},
+                                                            {L"abcd", 4, {L"abcd\0..", 7}, 2},
+                                                            {L"abcdef", 4, {L"abcd\0..", 7}, 2},
+                                                            {L"ab", 0, {L"\0......", 7}, 0}}) {
         platform.clear_lines();
         std::wstring room(7, L'.');
-        EXPECT_EQ(wcsncpy_safe(room.data(), row.source, row.count), room.data());
-        EXPECT_EQ(room, row.room);
-        EXPECT_EQ(platform.lines().size(), row.lines);
+        EXPECT_EQ(wcsncpy_safe(room.data(), source, count), room.data());
+        EXPECT_EQ(room, row_room);
+        EXPECT_EQ(platform.lines().size(), lines);
     }
     wchar_t room[] = L".";
     EXPECT_EQ(wcsncpy_safe(room, nullptr, 1), nullptr);
@@ -36,29 +26,24 @@ TEST_F(Text, WideCopiesArePaddedAndTerminatedBeyondTheirCount) {
 }
 
 TEST_F(Text, TrimsFixedSizeFields) {
-    const struct {
-        const char* what;
-        std::string field;
-        std::string result;
-        bool told;  // the line about the terminator
-    } rows[] = {
-        {"both ends", "  ab  ", {"ab\0\0\0\0", 6}, true},
-        {"every kind of white space", " \t\n\v\f\rx \t", {"x\0\0\0\0\0\0\0\0", 9}, true},
-        {"inside stays", "a b", "a b", true},
-        {"zeros behind count as blank", {"ab \0\0 ", 6}, {"ab\0\0\0\0", 6}, true},
-        {"zeros inside stay", {" a\0b", 4}, {"a\0b\0", 4}, true},
-        {"zeros only: moved, rest left", {"  \0 ", 4}, {"\0 \0 ", 4}, false},
-        {"256 blanks", std::string(256, ' ') + "\xE9", "\xE9" + std::string(256, '\0'), true},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+    // told: the line about the terminator
+    for (const auto& [what, row_field, result, told] :
+         Rows<const char*, std::string, std::string, bool>{
+             {"both ends", "  ab  ", {"ab\0\0\0\0", 6}, true},
+             {"every kind of white space", " \t\n\v\f\rx \t", {"x\0\0\0\0\0\0\0\0", 9}, true},
+             {"inside stays", "a b", "a b", true},
+             {"zeros behind count as blank", {"ab \0\0 ", 6}, {"ab\0\0\0\0", 6}, true},
+             {"zeros inside stay", {" a\0b", 4}, {"a\0b\0", 4}, true},
+             {"zeros only: moved, rest left", {"  \0 ", 4}, {"\0 \0 ", 4}, false},
+             {"256 blanks", std::string(256, ' ') + "\xE9", "\xE9" + std::string(256, '\0'), true},
+         }) {
         platform.clear_lines();
-        std::string field = row.field;
+        std::string field = row_field;
         StripLeadingTrailingSpace(field.data(), field.size());
-        EXPECT_EQ(field, row.result);
-        EXPECT_EQ(logged(2, "Terminated buffer with NULL"), row.told);
-        EXPECT_EQ(platform.messages(4), (std::vector<std::string>{"--> enter, hex dump --",
-                                                                  "<-- exit, hex dump printed"}));
+        EXPECT_EQ(field, result);
+        EXPECT_EQ(logged(2, "Terminated buffer with NULL"), told);
+        EXPECT_EQ(platform.messages(4),
+                  (Lines{"--> enter, hex dump --", "<-- exit, hex dump printed"}));
     }
 }
 
@@ -74,8 +59,8 @@ TEST_F(Text, FieldsThatCannotBeTrimmed) {
 
     std::string field = " a ";
     {
-        const fake::AllocationScope scope;
-        platform.fail(fake::Place::Allocation);
+        const AllocationScope scope;
+        platform.fail(Place::Allocation);
         StripLeadingTrailingSpace(field.data(), field.size());
     }
     EXPECT_EQ(field, " a ");
@@ -101,19 +86,18 @@ TEST_F(Text, FriendlyNamesComeFromThePlatform) {
     char* name = getFriendlyFQDDName(L"Fan.\x20AC");
     EXPECT_STREQ(name, "Friendly Fan.?");
     vexel_free(name);
-    EXPECT_EQ(platform.messages(4),
-              (std::vector<std::string>{"converting to friendly fqdd:Fan.?",
-                                        "converted friendly fqdd is Friendly Fan.?"}));
+    EXPECT_EQ(platform.messages(4), (Lines{"converting to friendly fqdd:Fan.?",
+                                           "converted friendly fqdd is Friendly Fan.?"}));
     platform.clear_lines();
     EXPECT_EQ(getFriendlyFQDDName(nullptr), nullptr);
     EXPECT_TRUE(platform.lines().empty());
 
-    platform.fail(fake::Place::FriendlyName);
+    platform.fail(Place::FriendlyName);
     EXPECT_EQ(getFriendlyFQDDName(L"Fan"), nullptr);
     EXPECT_EQ(platform.messages(4).back().find("Failed to convert to friendly fqdd line:"), 0u);
 
-    const fake::AllocationScope scope;
-    platform.fail(fake::Place::Allocation);
+    const AllocationScope scope;
+    platform.fail(Place::Allocation);
     EXPECT_EQ(getFriendlyFQDDName(L"Fan"), nullptr);
     EXPECT_TRUE(logged(4, "Failed to allocate memory for fqdd:Fan"));
 }

@@ -1,27 +1,9 @@
 #include "platform/bpapi.h"
+#include "tests/support/linux_test.h"
 
-#include <gtest/gtest.h>
-
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <chrono>
 #include <condition_variable>
-#include <cstring>
-#include <functional>
-#include <mutex>
-#include <set>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include "temp_dir.h"
 
 namespace {
-
-using std::chrono::milliseconds;
-using std::chrono::seconds;
 
 // The debug log reads its settings once; the cases below read its lines.
 [[maybe_unused]] const int kDebugLogToStderr = setenv("VEX_DEBUG_LOG", "stderr", 1);
@@ -30,7 +12,7 @@ using std::chrono::seconds;
 struct Seen {
     std::mutex mutex;
     std::condition_variable changed;
-    std::vector<uint8_t> systems;  // bpId of bay 0 at each callback
+    Bytes systems;  // bpId of bay 0 at each callback
     std::set<std::thread::id> threads;
     std::function<void()> inside;
 };
@@ -112,10 +94,7 @@ class LinuxBackplane : public testing::Test {
 
 TEST_F(LinuxBackplane, EncodesTheExampleByteForByte) {
     environment.set("VEX_BACKPLANE", std::string{"file:"} + VEX_SCENARIOS + "/backplane.json");
-    const struct {
-        unsigned offset;
-        std::vector<uint8_t> bytes;
-    } rows[] = {
+    const Rows<unsigned, Bytes> rows{
         {4, {3, 5, 5}},  // bays, drives as printed, drives
         {8, {2}},        // risers
         // bay 0 at 66
@@ -146,13 +125,12 @@ TEST_F(LinuxBackplane, EncodesTheExampleByteForByte) {
         {907, {4, 0, 1, 3, 3, 0, 3, 48, 0, 0, 4, 0x01, 0x02}},
         // risers: present, bay, type, PCIe slot, number
         {5334, {1, 1, 4, 3, 1}},
-        {5340, {0, 0, 2, 6, 7}},
-    };
-    std::vector<uint8_t> expected(BPAPI_INFO_SIZE + 1, 0);
-    for (const auto& row : rows) {
-        std::copy(row.bytes.begin(), row.bytes.end(), &expected[row.offset]);
+        {5340, {0, 0, 2, 6, 7}}};
+    Bytes expected(BPAPI_INFO_SIZE + 1, 0);
+    for (const auto& [offset, bytes] : rows) {
+        std::copy(bytes.begin(), bytes.end(), &expected[offset]);
     }
-    std::vector<uint8_t> actual(BPAPI_INFO_SIZE + 1, 0xEE);
+    Bytes actual(BPAPI_INFO_SIZE + 1, 0xEE);
     const ZentBpApiHandle handle = open();
     ASSERT_NE(handle, nullptr);
     EXPECT_EQ(ZentBpApiReadExec(handle, actual.data(), "", "", 0), 0u);
@@ -166,64 +144,55 @@ TEST_F(LinuxBackplane, EncodesTheExampleByteForByte) {
 
 TEST_F(LinuxBackplane, NamesFileLineAndFieldOfAMistake) {
     const std::string bay = R"({"bayId":0,"technology":"sas","physicalSlots":2})";
-    const struct {
-        std::string content;
-        const char* complaint;  // behind the file's name
-    } rows[] = {
-        {"", ":1: "},
-        {"{\n\"bays\": [\n1,\n}", ":4: "},
-        {"[]", ":1: expected an object"},
-        {"{\n\n\"bay\": []}", ":3: bay: unknown field"},
-        {"{\"systemId\": 1,\n\"systemId\": 1}", ":2: systemId: given twice"},
-        {"{\"systemId\":\n-1}", ":1: systemId: expected a whole number from 0 to 4294967295"},
-        {"{\"format\": 2}", ":1: format: expected a whole number from 1 to 1"},
-        {"{\"bays\": {}}", ":1: bays: expected a list of at most 6"},
-        {"{\"bays\": [\n7\n]}", ":2: bays[0]: expected an object"},
-        {"{\"bays\": [\n{\"technology\": 1}]}",
-         ":2: bays[0].bayId: missing: expected a whole number from 0 to 254"},
-        {"{\"bays\": [" + bay + ",\n" + bay + "]}",
-         ":2: bays[1].bayId: expected a number that no other bay has"},
-        {R"({"bays": [{"bayId":0,"technology":"sata"}]})",
-         ":1: bays[0].technology: expected \"nvme\""},
-        {R"({"bays": [{"bayId":0,"technology":1,"physicalSlots":2,"slotOffset":254}]})",
-         ":1: bays[0].slotOffset: expected a whole number from 0 to 253"},
-        {R"({"bays": [{"bayId":0,"technology":1,"physicalSlots":2,"firmware":"2.100"}]})",
-         ":1: bays[0].firmware: expected MAJOR.MINOR"},
-        {R"({"bays": [{"bayId":0,"technology":1,"physicalSlots":2,"nvmeKronSlots":[1,32]}]})",
-         ":1: bays[0].nvmeKronSlots[1]: expected a whole number from 0 to 31"},
-        {small_topology(1, "\n{\"slot\":2}"),
-         ":2: bays[0].drives[0].slot: expected a whole number from 0 to 1"},
-        {small_topology(1, "{\"slot\":1},\n{\"slot\":1}"),
-         ":2: bays[0].drives[1].slot: expected a slot that holds no other drive"},
-        {small_topology(1, R"({"slot":1,"state":2,"present":true})"),
-         ":1: bays[0].drives[0].state: expected bit 0"},
-        {R"({"risers": [{"bayId": 1, "pcieSlot": 1}]})",
-         ":1: risers[0].bayId: expected the id of one of the bays"},
-        {std::string(100000, '['), ":1: nested too deeply"},
-    };
-    for (const auto& row : rows) {
-        const std::string complaint = complaint_about(row.content);
-        EXPECT_NE(complaint.find(file + row.complaint), std::string::npos)
-            << complaint << "expected " << row.complaint;
+    // complaint: behind the file's name
+    for (const auto& [row_content, row_complaint] : Rows<std::string, const char*>{
+             {"", ":1: "},
+             {"{\n\"bays\": [\n1,\n}", ":4: "},
+             {"[]", ":1: expected an object"},
+             {"{\n\n\"bay\": []}", ":3: bay: unknown field"},
+             {"{\"systemId\": 1,\n\"systemId\": 1}", ":2: systemId: given twice"},
+             {"{\"systemId\":\n-1}", ":1: systemId: expected a whole number from 0 to 4294967295"},
+             {"{\"format\": 2}", ":1: format: expected a whole number from 1 to 1"},
+             {"{\"bays\": {}}", ":1: bays: expected a list of at most 6"},
+             {"{\"bays\": [\n7\n]}", ":2: bays[0]: expected an object"},
+             {"{\"bays\": [\n{\"technology\": 1}]}",
+              ":2: bays[0].bayId: missing: expected a whole number from 0 to 254"},
+             {"{\"bays\": [" + bay + ",\n" + bay + "]}",
+              ":2: bays[1].bayId: expected a number that no other bay has"},
+             {R"({"bays": [{"bayId":0,"technology":"sata"}]})",
+              ":1: bays[0].technology: expected \"nvme\""},
+             {R"({"bays": [{"bayId":0,"technology":1,"physicalSlots":2,"slotOffset":254}]})",
+              ":1: bays[0].slotOffset: expected a whole number from 0 to 253"},
+             {R"({"bays": [{"bayId":0,"technology":1,"physicalSlots":2,"firmware":"2.100"}]})",
+              ":1: bays[0].firmware: expected MAJOR.MINOR"},
+             {R"({"bays": [{"bayId":0,"technology":1,"physicalSlots":2,"nvmeKronSlots":[1,32]}]})",
+              ":1: bays[0].nvmeKronSlots[1]: expected a whole number from 0 to 31"},
+             {small_topology(1, "\n{\"slot\":2}"),
+              ":2: bays[0].drives[0].slot: expected a whole number from 0 to 1"},
+             {small_topology(1, "{\"slot\":1},\n{\"slot\":1}"),
+              ":2: bays[0].drives[1].slot: expected a slot that holds no other drive"},
+             {small_topology(1, R"({"slot":1,"state":2,"present":true})"),
+              ":1: bays[0].drives[0].state: expected bit 0"},
+             {R"({"risers": [{"bayId": 1, "pcieSlot": 1}]})",
+              ":1: risers[0].bayId: expected the id of one of the bays"},
+             {std::string(100000, '['), ":1: nested too deeply"}}) {
+        const std::string complaint = complaint_about(row_content);
+        EXPECT_NE(complaint.find(file + row_complaint), std::string::npos)
+            << complaint << "expected " << row_complaint;
     }
     EXPECT_NE(complaint_about(std::string(2 << 20, ' ')).find("File too large"), std::string::npos);
 }
 
 TEST_F(LinuxBackplane, HasNoSessionWithoutABackplane) {
-    const struct {
-        const char* mode;
-        const char* complaint;
-    } rows[] = {
-        {"", "no backplane"},
-        {"none", "no backplane"},
-        {"sysfs", "VEX_BACKPLANE=sysfs is not available in this build"},
-        {"file:", "expected file:PATH or none"},
-        {"file:/nonexistent/backplane.json", "/nonexistent/backplane.json: No such file"},
-        {"file:/dev/zero", "/dev/zero: Invalid argument"},
-    };
-    for (const auto& row : rows) {
-        environment.set("VEX_BACKPLANE", row.mode);
-        EXPECT_NE(complaint_about("{}").find(row.complaint), std::string::npos) << row.mode;
+    for (const auto& [mode, complaint] : Rows<const char*, const char*>{
+             {"", "no backplane"},
+             {"none", "no backplane"},
+             {"sysfs", "VEX_BACKPLANE=sysfs is not available in this build"},
+             {"file:", "expected file:PATH or none"},
+             {"file:/nonexistent/backplane.json", "/nonexistent/backplane.json: No such file"},
+             {"file:/dev/zero", "/dev/zero: Invalid argument"}}) {
+        environment.set("VEX_BACKPLANE", mode);
+        EXPECT_NE(complaint_about("{}").find(complaint), std::string::npos) << mode;
         EXPECT_EQ(Zent_get_system_id(), 0u);
     }
     environment.set("VEX_BACKPLANE", "file:" + file);
@@ -255,7 +224,7 @@ TEST_F(LinuxBackplane, CallsBackOncePerChangeOnItsOwnThread) {
     replace(small_topology(5));
     EXPECT_EQ(bp_id(reader), 5);
     EXPECT_EQ(close(reader), 0u);
-    EXPECT_EQ(seen.systems, (std::vector<uint8_t>{2, 3, 4}));
+    EXPECT_EQ(seen.systems, (Bytes{2, 3, 4}));
     EXPECT_EQ(seen.threads.size(), 1u);
     EXPECT_FALSE(seen.threads.contains(std::this_thread::get_id()));
 }
@@ -272,32 +241,24 @@ TEST_F(LinuxBackplane, FollowsALinkIntoAnotherFolder) {
 
 TEST_F(LinuxBackplane, KeepsDriveStatesWhereOtherProcessesReadThem) {
     environment.set("VEX_BACKPLANE_STATE", dir / "states");
-    const pid_t child = fork();
-    if (child == 0) {
+    EXPECT_TRUE(succeeded(in_child([] {
         const ZentBpApiHandle own = open();
-        _exit(own != nullptr && write(own, 2, 1, 8) == 0 && close(own) == 0 ? 0 : 1);
-    }
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+        return own != nullptr && write(own, 2, 1, 8) == 0 && close(own) == 0;
+    })));
     const ZentBpApiHandle handle = open(on_change);
     ASSERT_NE(handle, nullptr);
     EXPECT_EQ(write(handle, 2, 0, 8), 0u);
     EXPECT_EQ(write(handle, 2, 0, 0x101), 0u);
 
-    const struct {
-        const char* what;
-        uint32_t result;
-    } rows[] = {
-        {"a bay that is not there", write(handle, 1, 0, 8)},
-        {"no position", write(handle, 255, 255, 8)},
-        {"a slot that is not there", write(handle, 2, 2, 8)},
-        {"another type of record", ZentBpApiWriteExec(handle, 2, "1234", "", "", 0)},
-        {"no record", ZentBpApiWriteExec(handle, BPAPI_WRITE_DRIVE_STATE, nullptr, "", "", 0)},
-    };
-    for (const auto& row : rows) {
-        EXPECT_NE(row.result & 0xFF, 0u) << row.what;
-        EXPECT_NE(ZentBpApiError(row.result), nullptr) << row.what;
+    for (const auto& [what, result] : Rows<const char*, uint32_t>{
+             {"a bay that is not there", write(handle, 1, 0, 8)},
+             {"no position", write(handle, 255, 255, 8)},
+             {"a slot that is not there", write(handle, 2, 2, 8)},
+             {"another type of record", ZentBpApiWriteExec(handle, 2, "1234", "", "", 0)},
+             {"no record", ZentBpApiWriteExec(handle, BPAPI_WRITE_DRIVE_STATE, nullptr, "", "", 0)},
+         }) {
+        EXPECT_NE(result & 0xFF, 0u) << what;
+        EXPECT_NE(ZentBpApiError(result), nullptr) << what;
     }
     const auto entry = [](int slot, int state, const char* identify) {
         return "    {\n      \"bayId\": 2,\n      \"slot\": " + std::to_string(slot) +
@@ -385,12 +346,12 @@ TEST_F(LinuxBackplane, ACallbackMayCloseAndReopen) {
     const ZentBpApiHandle next = open(on_change);
     EXPECT_EQ(bp_id(next), 4) << "a first session reads the settings anew";
     EXPECT_EQ(close(next), 0u);
-    EXPECT_EQ(seen.systems, (std::vector<uint8_t>{2, 3}));
+    EXPECT_EQ(seen.systems, (Bytes{2, 3}));
 }
 
 TEST_F(LinuxBackplane, SessionsComeAndGoWhileTheTopologyChanges) {
     std::atomic<int> failures{0};
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&, t] {
             for (int i = 0; i < 60; ++i) {
@@ -406,9 +367,7 @@ TEST_F(LinuxBackplane, SessionsComeAndGoWhileTheTopologyChanges) {
         replace(small_topology(i));
         std::this_thread::sleep_for(milliseconds{1});
     }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    threads.clear();
     EXPECT_EQ(failures, 0);
 }
 

@@ -1,68 +1,50 @@
 #include "platform/debug_log.h"
+#include "tests/support/linux_test.h"
 
-#include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <array>
-#include <cstdlib>
-#include <string>
-#include <thread>
-#include <vector>
 
 namespace {
 
 // What a child writes to standard error when its log is configured so; one entry for each write.
 template <typename Body>
-std::vector<std::string> writes_of(const char* sink, const char* level, Body body) {
+Lines writes_of(const char* sink, const char* level, Body body) {
     std::array<int, 2> ends{};
     EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends.data()), 0);
-    const pid_t child = fork();
-    if (child == 0) {
+    const pid_t child = in_child([&] {
         dup2(ends[1], STDERR_FILENO);
         sink != nullptr ? setenv("VEX_DEBUG_LOG", sink, 1) : unsetenv("VEX_DEBUG_LOG");
         level != nullptr ? setenv("VEX_DEBUG_LEVEL", level, 1) : unsetenv("VEX_DEBUG_LEVEL");
         body();
-        _exit(0);
-    }
+        return true;
+    });
     close(ends[1]);
-    std::vector<std::string> writes;
+    Lines writes;
     std::array<char, 8192> packet{};
     for (ssize_t size; (size = recv(ends[0], packet.data(), packet.size(), 0)) > 0;) {
         writes.emplace_back(packet.data(), static_cast<size_t>(size));
     }
     close(ends[0]);
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0) << "the child ended early";
+    EXPECT_TRUE(succeeded(child)) << "the child ended early";
     return writes;
 }
 
 TEST(DebugLog, LetsTheConfiguredLevelsPassToTheConfiguredSink) {
-    const struct {
-        const char* what;
-        const char* sink;
-        const char* level;
-        std::vector<std::string> passed;
-    } rows[] = {
-        {"default level", "stderr", nullptr, {"1\n", "2\n"}},
-        {"level of its own", "stderr", "4", {"1\n", "2\n", "3\n", "4\n"}},
-        {"everything", "stderr", "99", {"1\n", "2\n", "3\n", "4\n", "5\n", "6\n"}},
-        {"nothing", "stderr", "0", {}},
-        {"a level that is none is the default", "stderr", "4x", {"1\n", "2\n"}},
-        {"no sink", "none", "6", {}},
-        {"the system log is the default", nullptr, "6", {}},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        EXPECT_EQ(writes_of(row.sink, row.level,
+    for (const auto& [what, sink, row_level, passed] :
+         Rows<const char*, const char*, const char*, Lines>{
+             {"default level", "stderr", nullptr, {"1\n", "2\n"}},
+             {"level of its own", "stderr", "4", {"1\n", "2\n", "3\n", "4\n"}},
+             {"everything", "stderr", "99", {"1\n", "2\n", "3\n", "4\n", "5\n", "6\n"}},
+             {"nothing", "stderr", "0", {}},
+             {"a level that is none is the default", "stderr", "4x", {"1\n", "2\n"}},
+             {"no sink", "none", "6", {}},
+             {"the system log is the default", nullptr, "6", {}}}) {
+        EXPECT_EQ(writes_of(sink, row_level,
                             [] {
                                 for (int level = 1; level <= 6; ++level) {
                                     zentprintf(level, 15, "%d\n", level);
                                 }
                             }),
-                  row.passed);
+                  passed);
     }
 }
 
@@ -94,16 +76,13 @@ TEST(DebugLog, KeepsTheNewlineOfWhatItCutsOrCannotConvert) {
 
 TEST(DebugLog, MessagesOfSeveralThreadsDoNotMix) {
     const auto writes = writes_of("stderr", "2", [] {
-        std::vector<std::thread> threads;
+        std::vector<std::jthread> threads;
         for (int thread = 0; thread < 4; ++thread) {
             threads.emplace_back([thread] {
                 for (int line = 0; line < 50; ++line) {
                     zentprintf(2, 15, "%s%d\n", "a line of thread ", thread);
                 }
             });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
         }
     });
     EXPECT_EQ(writes.size(), 200u);

@@ -1,23 +1,7 @@
 #include "platform/evipc.h"
+#include "tests/support/linux_test.h"
 
-#include <gtest/gtest.h>
-
-#include <signal.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cstring>
-#include <map>
-#include <random>
-#include <set>
-#include <sstream>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include "temp_dir.h"
 
 namespace {
 
@@ -37,8 +21,8 @@ int32_t alert(const char* id, const Texts& arguments = {}, const char* fqdd = nu
     return result;
 }
 
-std::vector<std::string> lines_of(const std::string& text) {
-    std::vector<std::string> lines;
+Lines lines_of(const std::string& text) {
+    Lines lines;
     std::istringstream stream{text};
     for (std::string line; std::getline(stream, line);) {
         lines.push_back(line);
@@ -95,26 +79,21 @@ TEST_F(LinuxEventLog, WritesOneLinePerSubmission) {
 }
 
 TEST_F(LinuxEventLog, PacksArgumentsWithinTheirRoom) {
-    const struct {
-        const char* what;
-        Texts texts;
-        uint32_t room;
-        uint32_t used;  // 0: refused
-    } rows[] = {
-        {"fills the room", {"abc", "de"}, 7, 7}, {"one byte short", {"abc", "de"}, 6, 0},
-        {"room left", {"abc"}, 200, 4},          {"an empty text takes its end", {""}, 1, 1},
-        {"no room at all", {""}, 0, 0},          {"a null text", {"a", nullptr}, 200, 0},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+    // used: 0: refused
+    for (const auto& [what, texts, room, used] :
+         Rows<const char*, Texts, uint32_t, uint32_t>{{"fills the room", {"abc", "de"}, 7, 7},
+                                                      {"one byte short", {"abc", "de"}, 6, 0},
+                                                      {"room left", {"abc"}, 200, 4},
+                                                      {"an empty text takes its end", {""}, 1, 1},
+                                                      {"no room at all", {""}, 0, 0},
+                                                      {"a null text", {"a", nullptr}, 200, 0}}) {
         char buffer[201];
         std::memset(buffer, 0x55, sizeof buffer);
-        uint32_t size = row.room;
-        const auto count = static_cast<uint8_t>(row.texts.size());
-        EXPECT_EQ(EVIPCLBuildMsgArgsBuffer(row.texts.data(), count, buffer, &size) == 0,
-                  row.used != 0);
-        EXPECT_EQ(size, row.used != 0 ? row.used : row.room);
-        EXPECT_EQ(buffer[row.room], 0x55);
+        uint32_t size = room;
+        const auto count = static_cast<uint8_t>(texts.size());
+        EXPECT_EQ(EVIPCLBuildMsgArgsBuffer(texts.data(), count, buffer, &size) == 0, used != 0);
+        EXPECT_EQ(size, used != 0 ? used : room);
+        EXPECT_EQ(buffer[room], 0x55);
     }
 }
 
@@ -128,10 +107,7 @@ TEST_F(LinuxEventLog, RefusesWhatItCannotKeepAndWritesNothing) {
     EXPECT_LT(EVIPCLAddTLVToList(6, 1, nullptr, damaged), 0);
     EXPECT_EQ(EVIPCLAddTLVToList(6, 3, "abc", damaged), 0);
     EXPECT_LT(EVIPCLAddTLVToList(6, 3, "abc", nullptr), 0);
-    const struct {
-        const char* what;
-        int32_t result;
-    } rows[] = {
+    const Rows<const char*, int32_t> rows{
         {"severity 0", EVIPCLSubmitEvent(4, 2, 0, "A", 0, "B", nullptr)},
         {"severity 4", EVIPCLSubmitEvent(4, 2, 4, "A", 0, "B", nullptr)},
         {"no message id", EVIPCLSubmitEvent(4, 2, 1, nullptr, 0, "B", nullptr)},
@@ -141,58 +117,46 @@ TEST_F(LinuxEventLog, RefusesWhatItCannotKeepAndWritesNothing) {
         {"arguments without end", EVIPCLSubmitEvent(4, 2, 1, "A", 0, "B", damaged)},
         {"no request", EVIPCLSubmitSingle(nullptr, 2, 0, 1065)},
         {"a request of another length", EVIPCLSubmitSingle(short_request, 2, 0, 1065)},
-        {"two values", EVIPCLSubmitSingle(request, 2, 0, 1066)},
-    };
+        {"two values", EVIPCLSubmitSingle(request, 2, 0, 1066)}};
     EVIPCLFreeTLVList(damaged);
     EXPECT_EQ(EVIPCLFreeTLVList(nullptr), 0);
-    for (const auto& row : rows) {
-        EXPECT_LT(row.result, 0) << row.what;
+    for (const auto& [what, result] : rows) {
+        EXPECT_LT(result, 0) << what;
     }
     EXPECT_FALSE(std::filesystem::exists(log));
 }
 
 TEST_F(LinuxEventLog, ContinuesWhateverItFinds) {
-    const struct {
-        const char* what;
-        const char* current;
-        const char* older;
-        const char* kept;
-        uint64_t next;
-    } rows[] = {
-        {"nothing", "", "", "", 1},
-        {"whole lines", "{\"seq\":7,x}\n{\"seq\":8,x}\n", "", "{\"seq\":7,x}\n{\"seq\":8,x}\n", 9},
-        {"a torn line", "{\"seq\":7,x}\n{\"seq\":8,\"ti", "", "{\"seq\":7,x}\n", 8},
-        {"only a torn line", "{\"seq\":8", "{\"seq\":7,x}\n", "", 8},
-        {"garbage after a power cut", "{\"seq\":7,x}\n\1\1", "", "{\"seq\":7,x}\n", 8},
-        {"a line of somebody else at the end", "{\"seq\":7,x}\nhello\n", "",
-         "{\"seq\":7,x}\nhello\n", 8},
-        {"killed in a rotation", "", "{\"seq\":41,x}\n", "", 42},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+    for (const auto& [what, current, older, kept, next] :
+         Rows<const char*, const char*, const char*, const char*, uint64_t>{
+             {"nothing", "", "", "", 1},
+             {"whole lines", "{\"seq\":7,x}\n{\"seq\":8,x}\n", "", "{\"seq\":7,x}\n{\"seq\":8,x}\n",
+              9},
+             {"a torn line", "{\"seq\":7,x}\n{\"seq\":8,\"ti", "", "{\"seq\":7,x}\n", 8},
+             {"only a torn line", "{\"seq\":8", "{\"seq\":7,x}\n", "", 8},
+             {"garbage after a power cut", "{\"seq\":7,x}\n\1\1", "", "{\"seq\":7,x}\n", 8},
+             {"a line of somebody else at the end", "{\"seq\":7,x}\nhello\n", "",
+              "{\"seq\":7,x}\nhello\n", 8},
+             {"killed in a rotation", "", "{\"seq\":41,x}\n", "", 42}}) {
         std::filesystem::remove(log);  // the new file often gets its number
-        write_file(log, row.current);
-        write_file(rotated(1), row.older);
+        write_file(log, current);
+        write_file(rotated(1), older);
         EXPECT_EQ(alert("CTL1"), 0);
         const std::string content = file_content(log);
-        ASSERT_TRUE(content.starts_with(row.kept));
-        EXPECT_EQ(sequence_of(lines_of(content.substr(std::strlen(row.kept))).at(0)), row.next);
+        ASSERT_TRUE(content.starts_with(kept));
+        EXPECT_EQ(sequence_of(lines_of(content.substr(std::strlen(kept))).at(0)), next);
     }
 }
 
 TEST_F(LinuxEventLog, CapsEachFileByCountAndBytesAndTheirNumber) {
     const std::string text(150, 't');
-    const struct {
-        const char* what;
-        const char* variable;
-        const char* value;
-    } rows[] = {{"by count", "VEX_EVENT_LOG_MAX_RECORDS", "5"},
-                {"by bytes", "VEX_EVENT_LOG_MAX_BYTES", "4096"}};
+    const Rows<const char*, const char*, const char*> rows{
+        {"by count", "VEX_EVENT_LOG_MAX_RECORDS", "5"},
+        {"by bytes", "VEX_EVENT_LOG_MAX_BYTES", "4096"}};
     environment.set("VEX_EVENT_LOG_FILES", "3");
     uint64_t last = 0;
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        environment.set(row.variable, row.value);
+    for (const auto& [what, variable, value] : rows) {
+        environment.set(variable, value);
         for (int i = 0; i < 60; ++i) {
             ASSERT_EQ(alert("CTL1", {text.c_str()}), 0);
         }
@@ -233,25 +197,21 @@ TEST_F(LinuxEventLog, SaysSoWhenItCannotWrite) {
 TEST_F(LinuxEventLog, AFullMediumLeavesNoHalfLine) {
     ASSERT_EQ(alert("CTL1"), 0);
     const std::string before = file_content(log);
-    const pid_t child = fork();
-    if (child == 0) {
+    EXPECT_TRUE(succeeded(in_child([&] {
         signal(SIGXFSZ, SIG_IGN);
         const rlimit limit{before.size() + 10, before.size() + 10};
         setrlimit(RLIMIT_FSIZE, &limit);
-        _exit(alert("CTL2") < 0 ? 0 : 1);
-    }
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+        return alert("CTL2") < 0;
+    })));
     EXPECT_EQ(file_content(log), before);
 }
 
 /* Submits until it is killed; each acknowledged submission's number goes to the pipe. */
-[[noreturn]] void submit_for_ever(int pipe, int writer) {
+bool submit_for_ever(int pipe, int writer) {
     for (uint32_t i = 0;; ++i) {
         const std::string text = std::to_string(writer) + '/' + std::to_string(i);
         if (alert("CTL1", {text.c_str()}) == 0 && write(pipe, &i, sizeof i) != sizeof i) {
-            _exit(1);
+            return false;
         }
     }
 }
@@ -268,14 +228,11 @@ TEST_F(LinuxEventLog, KeepsEveryAcknowledgedRecordOfKilledWriters) {
         if (writer < kWriters) {
             int pipes[2];
             ASSERT_EQ(pipe(pipes), 0);
-            const pid_t child = fork();
-            if (child == 0) {
-                submit_for_ever(pipes[1], writer);
-            }
+            const pid_t child = in_child([&] { return submit_for_ever(pipes[1], writer); });
             close(pipes[1]);
             running[child] = {writer, pipes[0]};
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds{random() % 40});
+        std::this_thread::sleep_for(milliseconds{random() % 40});
         if (running.size() < 3 && writer < kWriters) {
             continue;
         }

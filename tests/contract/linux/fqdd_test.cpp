@@ -1,10 +1,8 @@
-#include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <memory>
-#include <string>
 
 #include "platform/fqdd.h"
+#include "tests/support/linux_test.h"
 
 namespace {
 
@@ -15,63 +13,41 @@ std::string friendly(const char* fqdd) {
 }
 
 TEST(LinuxFqdd, NamesEveryFormTheLibraryBuilds) {
-    const struct {
-        const char* fqdd;
-        const char* name;
-    } rows[] = {
-        {"Disk.Bay.7:Enclosure.Internal.0-2:PCIeExtender.Slot.3",
-         "Disk 7 in Backplane 2 on PCIe Extender in Slot 3"},
-        {"Disk.Bay.0:Enclosure.Internal.0-1:RAID.Slot.3-1",
-         "Disk 0 in Backplane 1 on RAID Controller in Slot 3"},
-        {"Disk.Bay.0:Enclosure.Internal.0-1:RAID.Slot.3-2",
-         "Disk 0 in Backplane 1 on RAID Controller in Slot 3, Function 2"},
-        {"Disk.Bay.11:Enclosure.External.1-0:NonRAID.Slot.6-1",
-         "Disk 11 in Enclosure on Connector 1, Number 0 on Storage Adapter in Slot 6"},
-        {"Disk.Direct.0-1:TAVI.Slot.2-1",
-         "Direct-Attached Disk 0 on Connector 1 on TAVI Boot Controller in Slot 2"},
-        {"Disk.Direct.1:ROR.Integrated.1-1",
-         "Direct-Attached Disk 1 on Integrated ROR Boot Controller 1"},
-        {"Disk.Virtual.239:RAID.Integrated.1-1",
-         "Virtual Disk 239 on Integrated RAID Controller 1"},
-        {"Battery.Integrated.1:RAID.SL.4-1", "Battery 1 on RAID Controller in SL 4"},
-        {"Tape.Bay.2:NonRAID.Integrated.1-1", "Tape Drive 2 on Integrated Storage Adapter 1"},
-        {"Enclosure.Internal.0-4", "Backplane 4"},
-        {"Enclosure.Internal.1-4:RAID.Slot.1-1",
-         "Backplane on Connector 1, Number 4 on RAID Controller in Slot 1"},
-        {"PCIeExtender.Slot.3", "PCIe Extender in Slot 3"},
-        {"PCIeSSD.Slot.3-1", "PCIe SSD in Slot 3"},
-        {"PCIeSSD.Integrated.65535-2", "Integrated PCIe SSD 65535, Function 2"},
-    };
-    for (const auto& row : rows) {
-        EXPECT_EQ(friendly(row.fqdd), row.name) << row.fqdd;
+    for (const auto& [fqdd, name] : Rows<const char*, const char*>{
+             {"Disk.Bay.7:Enclosure.Internal.0-2:PCIeExtender.Slot.3",
+              "Disk 7 in Backplane 2 on PCIe Extender in Slot 3"},
+             {"Disk.Bay.0:Enclosure.Internal.0-1:RAID.Slot.3-1",
+              "Disk 0 in Backplane 1 on RAID Controller in Slot 3"},
+             {"Disk.Bay.0:Enclosure.Internal.0-1:RAID.Slot.3-2",
+              "Disk 0 in Backplane 1 on RAID Controller in Slot 3, Function 2"},
+             {"Disk.Bay.11:Enclosure.External.1-0:NonRAID.Slot.6-1",
+              "Disk 11 in Enclosure on Connector 1, Number 0 on Storage Adapter in Slot 6"},
+             {"Disk.Direct.0-1:TAVI.Slot.2-1",
+              "Direct-Attached Disk 0 on Connector 1 on TAVI Boot Controller in Slot 2"},
+             {"Disk.Direct.1:ROR.Integrated.1-1",
+              "Direct-Attached Disk 1 on Integrated ROR Boot Controller 1"},
+             {"Disk.Virtual.239:RAID.Integrated.1-1",
+              "Virtual Disk 239 on Integrated RAID Controller 1"},
+             {"Battery.Integrated.1:RAID.SL.4-1", "Battery 1 on RAID Controller in SL 4"},
+             {"Tape.Bay.2:NonRAID.Integrated.1-1", "Tape Drive 2 on Integrated Storage Adapter 1"},
+             {"Enclosure.Internal.0-4", "Backplane 4"},
+             {"Enclosure.Internal.1-4:RAID.Slot.1-1",
+              "Backplane on Connector 1, Number 4 on RAID Controller in Slot 1"},
+             {"PCIeExtender.Slot.3", "PCIe Extender in Slot 3"},
+             {"PCIeSSD.Slot.3-1", "PCIe SSD in Slot 3"},
+             {"PCIeSSD.Integrated.65535-2", "Integrated PCIe SSD 65535, Function 2"}}) {
+        EXPECT_EQ(friendly(fqdd), name) << fqdd;
     }
 }
 
 TEST(LinuxFqdd, GivesNothingForOtherTexts) {
-    const char* rows[] = {
-        "",
-        ":",
-        "Disk.Bay.7:",
-        ":Disk.Bay.7",
-        "Disk.Bay.",
-        "Disk.Bay.x",
-        "Disk.Bay.-1",
-        "Disk.Bay.+1",
-        "Disk.Bay.07",
-        "Disk.Bay.123456",
-        "Disk.Bay.7 ",
-        "disk.bay.7",
-        "NIC.Slot.1-1",
-        "RAID.Slot.3",
-        "RAID.Slot.3-1-1",
-        "RAIDX.Slot.3-1",
-        "Enclosure.Internal.0",
-        // parts in an order that no device has
-        "RAID.Slot.3-1:Disk.Bay.7",
-        "Disk.Bay.1:Disk.Bay.2",
-        "RAID.Slot.1-1:RAID.Slot.1-1",
-        "Enclosure.Internal.0-1:Disk.Bay.1",
-    };
+    const char* rows[] = {"", ":", "Disk.Bay.7:", ":Disk.Bay.7", "Disk.Bay.", "Disk.Bay.x",
+                          "Disk.Bay.-1", "Disk.Bay.+1", "Disk.Bay.07", "Disk.Bay.123456",
+                          "Disk.Bay.7 ", "disk.bay.7", "NIC.Slot.1-1", "RAID.Slot.3",
+                          "RAID.Slot.3-1-1", "RAIDX.Slot.3-1", "Enclosure.Internal.0",
+                          // parts in an order that no device has
+                          "RAID.Slot.3-1:Disk.Bay.7", "Disk.Bay.1:Disk.Bay.2",
+                          "RAID.Slot.1-1:RAID.Slot.1-1", "Enclosure.Internal.0-1:Disk.Bay.1"};
     EXPECT_EQ(ConvertFQDDToFriendlyName(nullptr), nullptr);
     for (const char* row : rows) {
         EXPECT_EQ(friendly(row), "(none)") << row;

@@ -1,20 +1,11 @@
-#include <gtest/gtest.h>
 
 #include <arpa/inet.h>
 #include <sys/socket.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <cstdlib>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "platform/ipmi.h"
+#include "tests/support/linux_test.h"
 
 namespace {
-
-using Bytes = std::vector<uint8_t>;
 
 /* An answer of the peer: network function << 2, command, completion code, data. */
 struct Answer {
@@ -148,13 +139,7 @@ TEST_F(LinuxIpmi, SendsTheRequestAndTakesTheMatchingAnswer) {
     const Answer special = {{0xC4, 0xD5, 0x00, 0xA0, 0xA1, 0xAA}};
     Answer longer = kDone;
     longer.bytes.insert(longer.bytes.end(), 20, 0x01);
-    const struct {
-        const char* what;
-        std::vector<Answer> answers;
-        uint32_t room;
-        int completion;
-        Bytes data;
-    } rows[] = {
+    const Rows<const char*, std::vector<Answer>, uint32_t, int, Bytes> rows{
         {"success", {kDone}, 0, 0, {}},
         {"no such command", {{{0xC4, 0xD5, 0xC1}}}, 0, 0xC1, {}},
         {"escaped bytes", {special}, 0, 0, {0xA0, 0xA1, 0xAA}},
@@ -164,16 +149,14 @@ TEST_F(LinuxIpmi, SendsTheRequestAndTakesTheMatchingAnswer) {
         {"an answer to another request first", {{{0xC4, 0xD5, 0xC0}, 1}, kDone}, 0, 0, {}},
         {"an answer of another function first", {{{0xC0, 0xD5, 0xC0}}, kDone}, 0, 0, {}},
         {"a damaged answer first", {{{0xC4, 0xD5, 0xC1}, 0, 1}, kDone}, 0, 0, {}},
-        {"a short answer first", {{{0xC4, 0xD5}}, kDone}, 0, 0, {}},
-    };
+        {"a short answer first", {{{0xC4, 0xD5}}, kDone}, 0, 0, {}}};
     const Bytes wire = {0xC0, 0xD5, 0x00, 0x14, 0x0E, 0x00, 0x00, 0x00, 0x0E, 0x00, 2,
                         5,    8,    0,    0,    0,    0,    0,    0,    0,    0,    0};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        Peer peer{{{.answers = row.answers}}};
-        room = row.room;
-        EXPECT_EQ(identify(peer.endpoint()), row.completion);
-        EXPECT_EQ(Bytes(response, response + length), row.data);
+    for (const auto& [what, row_answers, row_room, completion, data] : rows) {
+        Peer peer{{{.answers = row_answers}}};
+        room = row_room;
+        EXPECT_EQ(identify(peer.endpoint()), completion);
+        EXPECT_EQ(Bytes(response, response + length), data);
         EXPECT_EQ(peer.request(), wire);
         EXPECT_EQ(peer.checksum_of_request(), 0);
     }
@@ -191,29 +174,22 @@ TEST_F(LinuxIpmi, EndsEveryFailureWithACompletionCodeInTime) {
     Peer stranger{{{.answers = {{{0xC4, 0xD5, 0x00}, 1}}}}};
     Peer babble{{{.answers = {endless, endless}}}};
     Peer quitter{{{.answers = {{{0xC4}}}, .then_close = true}}};
-    const struct {
-        const char* what;
-        std::string target;
-        int completion;
-    } rows[] = {
-        {"switched off", "none", 0xFF},
-        {"no such mode", "serial:1", 0xFF},
-        {"a name that would have to be looked up", "tcp:bmc.example:623", 0xFF},
-        {"no port", "tcp:127.0.0.1", 0xFF},
-        {"no such device", "device:/nonexistent/ipmi0", 0xFF},
-        {"a device that speaks no IPMI", "device:/dev/null", 0xFF},
-        {"nobody listens", "tcp:127.0.0.1:1", 0xFF},
-        {"silence", silent.endpoint(), 0xC3},
-        {"only answers to others", stranger.endpoint(), 0xC3},
-        {"babble without end", babble.endpoint(), 0xC3},
-        {"closed in the middle", quitter.endpoint(), 0xFF},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        const auto start = std::chrono::steady_clock::now();
-        EXPECT_EQ(identify(row.target), row.completion);
+    for (const auto& [what, target, completion] : Rows<const char*, std::string, int>{
+             {"switched off", "none", 0xFF},
+             {"no such mode", "serial:1", 0xFF},
+             {"a name that would have to be looked up", "tcp:bmc.example:623", 0xFF},
+             {"no port", "tcp:127.0.0.1", 0xFF},
+             {"no such device", "device:/nonexistent/ipmi0", 0xFF},
+             {"a device that speaks no IPMI", "device:/dev/null", 0xFF},
+             {"nobody listens", "tcp:127.0.0.1:1", 0xFF},
+             {"silence", silent.endpoint(), 0xC3},
+             {"only answers to others", stranger.endpoint(), 0xC3},
+             {"babble without end", babble.endpoint(), 0xC3},
+             {"closed in the middle", quitter.endpoint(), 0xFF}}) {
+        const auto start = Clock::now();
+        EXPECT_EQ(identify(target), completion);
         EXPECT_EQ(length, 0u);
-        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds{2});
+        EXPECT_LT(Clock::now() - start, seconds{2});
     }
 }
 

@@ -1,15 +1,10 @@
-#include <gtest/gtest.h>
 
-#include <array>
-#include <cstring>
-#include <vector>
 
 #include "platform/shm.h"
 #include "tests/contract/contract.h"
+#include "tests/support/linux_test.h"
 
 namespace {
-
-using Bytes = std::vector<uint8_t>;
 
 // Two cards of the FRU table in bytes: ids 0x0102 and 0x0203, types 4 and 17.
 constexpr std::array<uint8_t, 39> kTable{
@@ -68,34 +63,30 @@ TEST_F(LinuxFru, RefusesCardsThatAreNotThere) {
 }
 
 TEST_F(LinuxFru, FollowsNoOffsetIntoTheTableOrOutOfTheRegion) {
-    const struct {
-        const char* what;
-        int at;
-        Bytes bytes;
-        bool information;
-        bool data;
-    } rows[] = {
-        {"no entries", 6, {0, 0}, false, false},
-        {"more entries than fit: they take up the whole region", 6, {0xFF, 0xFF}, false, false},
-        {"information: none", 14, {0, 0, 0, 0}, false, false},
-        {"information in the table", 14, {38, 0, 0, 0}, false, false},
-        {"information right behind the table", 14, {39, 0, 0, 0}, true, false},
-        {"information at the very end", 14, {0x75, 0, 1, 0}, true, false},
-        {"information across the end", 14, {0x76, 0, 1, 0}, false, false},
-        {"information far outside", 14, {0xF8, 0xFF, 0xFF, 0xFF}, false, false},
-        {"data in the table", 256 + 9, {38, 0, 0, 0}, true, false},
-        {"data right behind the table", 256 + 9, {39, 0, 0, 0}, true, true},
-        {"data at the very end", 256 + 9, {0x7F, 0, 1, 0}, true, true},
-        {"data across the end", 256 + 9, {0x80, 0, 1, 0}, true, false},
-        {"data far outside", 256 + 9, {0xFE, 0xFF, 0xFF, 0xFF}, true, false},
-        {"less data than asked for", 256 + 7, {4, 0}, true, false},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+    for (const auto& [what, at, bytes, row_information, row_data] :
+         Rows<const char*, int, Bytes, bool, bool>{
+             {"no entries", 6, {0, 0}, false, false},
+             {"more entries than fit: they take up the whole region",
+              6,
+              {0xFF, 0xFF},
+              false,
+              false},
+             {"information: none", 14, {0, 0, 0, 0}, false, false},
+             {"information in the table", 14, {38, 0, 0, 0}, false, false},
+             {"information right behind the table", 14, {39, 0, 0, 0}, true, false},
+             {"information at the very end", 14, {0x75, 0, 1, 0}, true, false},
+             {"information across the end", 14, {0x76, 0, 1, 0}, false, false},
+             {"information far outside", 14, {0xF8, 0xFF, 0xFF, 0xFF}, false, false},
+             {"data in the table", 256 + 9, {38, 0, 0, 0}, true, false},
+             {"data right behind the table", 256 + 9, {39, 0, 0, 0}, true, true},
+             {"data at the very end", 256 + 9, {0x7F, 0, 1, 0}, true, true},
+             {"data across the end", 256 + 9, {0x80, 0, 1, 0}, true, false},
+             {"data far outside", 256 + 9, {0xFE, 0xFF, 0xFF, 0xFF}, true, false},
+             {"less data than asked for", 256 + 7, {4, 0}, true, false}}) {
         SetUp();
-        put(row.at, row.bytes.data(), row.bytes.size());
-        EXPECT_EQ(information(), row.information);
-        EXPECT_EQ(data(), row.data);
+        put(at, bytes.data(), bytes.size());
+        EXPECT_EQ(information(), row_information);
+        EXPECT_EQ(data(), row_data);
     }
 }
 

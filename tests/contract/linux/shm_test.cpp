@@ -1,25 +1,11 @@
 #include "platform/shm.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <array>
-#include <atomic>
-#include <chrono>
-#include <cstdlib>
-#include <cstring>
-#include <functional>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "platform/linux/shm_admin.h"
 #include "tests/contract/contract.h"
+#include "tests/support/linux_test.h"
 
 namespace {
 
@@ -46,20 +32,6 @@ uint32_t generation() {
     uint32_t number = 0xEEEEEEEE;
     EXPECT_EQ(vexplatform_shm_generation(kRegion, &number), 0);
     return number;
-}
-
-pid_t in_child(const std::function<bool()>& body) {
-    const pid_t child = fork();
-    if (child == 0) {
-        alarm(60);  // a child that hangs fails
-        _exit(body() ? 0 : 1);
-    }
-    return child;
-}
-
-bool succeeded(pid_t child) {
-    int status = -1;
-    return waitpid(child, &status, 0) == child && status == 0;
 }
 
 class LinuxShm : public testing::Test {
@@ -98,40 +70,32 @@ TEST_F(LinuxShm, RefusesObjectsThatAreNotItsOwn) {
         close(fd);
     };
     const std::string folder = "/dev/shm";
-    const struct {
-        const char* what;
-        bool readable;
-        bool root_only;
-        std::function<void()> lay;
-    } rows[] = {
-        {"another size", false, false, [&] { make(100, ""); }},
-        {"other content", false, false, [&] { make(kObjectSize, "something else"); }},
-        {"a symbolic link", false, false,
-         [&] {
-             make(0, "");
-             ASSERT_EQ(rename((folder + name).c_str(), (folder + other).c_str()), 0);
-             ASSERT_EQ(symlink((folder + other).c_str(), (folder + name).c_str()), 0);
-         }},
-        {"another name of a file", true, false,
-         [&] {
-             make(0, "");
-             ASSERT_EQ(link((folder + name).c_str(), (folder + other).c_str()), 0);
-         }},
-        {"another user's object", true, true,
-         [&] {
-             make(0, "");
-             ASSERT_EQ(chown((folder + name).c_str(), kNobody, kNobody), 0);
-         }},
-    };
-    for (const auto& row : rows) {
-        if (row.root_only && geteuid() != 0) {
+    for (const auto& [what, readable, root_only, lay] :
+         Rows<const char*, bool, bool, std::function<void()>>{
+             {"another size", false, false, [&] { make(100, ""); }},
+             {"other content", false, false, [&] { make(kObjectSize, "something else"); }},
+             {"a symbolic link", false, false,
+              [&] {
+                  make(0, "");
+                  ASSERT_EQ(rename((folder + name).c_str(), (folder + other).c_str()), 0);
+                  ASSERT_EQ(symlink((folder + other).c_str(), (folder + name).c_str()), 0);
+              }},
+             {"another name of a file", true, false,
+              [&] {
+                  make(0, "");
+                  ASSERT_EQ(link((folder + name).c_str(), (folder + other).c_str()), 0);
+              }},
+             {"another user's object", true, true, [&] {
+                  make(0, "");
+                  ASSERT_EQ(chown((folder + name).c_str(), kNobody, kNobody), 0);
+              }}}) {
+        if (root_only && geteuid() != 0) {
             continue;
         }
-        SCOPED_TRACE(row.what);
-        row.lay();
-        EXPECT_EQ(read_byte(), row.readable ? 0 : -1);
+        lay();
+        EXPECT_EQ(read_byte(), readable ? 0 : -1);
         EXPECT_NE(write_byte(7), 0);
-        EXPECT_EQ(read_byte(), row.readable ? 0 : -1);
+        EXPECT_EQ(read_byte(), readable ? 0 : -1);
         shm_unlink(name.c_str());
         shm_unlink(other.c_str());
     }
@@ -254,18 +218,18 @@ TEST_F(LinuxShm, AWriterPausesForASlowReaderButNotForEver) {
     pause.l_start = 1;
     pause.l_len = 1;
     ASSERT_EQ(fcntl(fd, F_OFD_SETLK, &pause), 0);
-    const auto start = std::chrono::steady_clock::now();
+    const auto start = Clock::now();
     EXPECT_EQ(write_byte(2), 0);
-    const auto time = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(time, std::chrono::milliseconds{15});
-    EXPECT_LT(time, std::chrono::seconds{5});
+    const auto time = Clock::now() - start;
+    EXPECT_GE(time, milliseconds{15});
+    EXPECT_LT(time, seconds{5});
     close(fd);
     EXPECT_EQ(read_byte(), 2);
 }
 
 TEST_F(LinuxShm, AForkedChildReadsAndWritesWhateverItsParentWasDoing) {
     std::atomic<bool> stop{false};
-    std::thread writer{[&] {
+    std::jthread writer{[&] {
         for (uint8_t value = 0; !stop; ++value) {
             EXPECT_EQ(write_byte(value), 0);
             EXPECT_EQ(read_byte(), value);
@@ -278,7 +242,6 @@ TEST_F(LinuxShm, AForkedChildReadsAndWritesWhateverItsParentWasDoing) {
         EXPECT_EQ(read_byte(10), mark);
     }
     stop = true;
-    writer.join();
 }
 
 // A child shares its parent's open files; the lock of a parent killed in a write must not live on

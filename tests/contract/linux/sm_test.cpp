@@ -1,10 +1,6 @@
 // Misuse and limited locks: the fake fails the test that does such things.
 #include "platform/sm.h"
-
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <thread>
+#include "tests/support/linux_test.h"
 
 namespace {
 
@@ -51,9 +47,9 @@ TEST(LinuxSmMutex, AnswersMisuseWithAnErrorInsteadOfAHang) {
 TEST(LinuxSmMutex, ALimitedLockGivesUpAfterItsTime) {
     const Mutex mutex;
     ASSERT_EQ(SMMutexLock(mutex.handle, SM_WAIT_FOREVER), 0);
-    const auto start = std::chrono::steady_clock::now();
+    const auto start = Clock::now();
     EXPECT_NE(elsewhere([&] { return SMMutexLock(mutex.handle, kShortMs); }), 0);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds{kShortMs});
+    EXPECT_GE(Clock::now() - start, milliseconds{kShortMs});
     EXPECT_EQ(SMMutexUnLock(mutex.handle), 0);
 }
 
