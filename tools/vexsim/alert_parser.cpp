@@ -42,6 +42,9 @@ AlertParser::AlertParser(const Scenario& scenario) {
     for (const NvmeDrive& drive : scenario.nvme) {
         add(drive.fqdd, drive.eid, RT_OBJ_PHYSICAL_DISK, 0);
     }
+    for (const SsdCard& card : scenario.cards) {
+        add(card.fqdd, card.eid, RT_OBJ_ADAPTER, card.eid);
+    }
 }
 
 void AlertParser::add(const std::string& fqdd, uint8_t eid, uint32_t type, uint32_t key) {
