@@ -1,17 +1,11 @@
 #include "rt_cache/rt_cache_bitmap.h"
 
 #include <array>
-#include <bit>
 #include <cstring>
 
 namespace vexutils {
 
 namespace {
-
-// Byte i of a word is its bits 8i to 8i + 7.
-using Word = std::size_t;
-static_assert(std::endian::native == std::endian::little);
-static_assert(kMaxBitmapBytes % sizeof(Word) == 0);
 
 // "xx " and the "0" that a following zero byte starts with: four bytes are one store.
 struct ByteText {
@@ -38,29 +32,42 @@ constexpr std::array<char, 3 * kMaxBitmapBytes> make_zero_text() {
 constexpr auto kByteTexts = make_byte_texts();
 constexpr auto kZeroText = make_zero_text();
 
+// Bytes that are looked at together.
+constexpr std::size_t kStride = 8;
+static_assert(kMaxBitmapBytes % kStride == 0);
+
+void put_byte(char* out, std::uint8_t byte) {
+    std::memcpy(out, &kByteTexts[byte], sizeof(ByteText));
+}
+
+// Unrolled, since a loop costs as much as its bytes.
+void put_stride(char* out, const std::uint8_t* bytes) {
+#pragma GCC unroll 8
+    for (std::size_t i = 0; i < kStride; ++i) {
+        put_byte(out + 3 * i, bytes[i]);
+    }
+}
+
+bool all_zero(const std::uint8_t* bytes) {
+    std::uint64_t bits = 0;
+    static_assert(sizeof(bits) == kStride);
+    std::memcpy(&bits, bytes, sizeof(bits));
+    return bits == 0;
+}
+
 }  // namespace
 
-// Most bytes of most bitmaps are zero: their text is copied at once, and only words that hold a
-// bit are looked at, once if it is the only one, else by byte, unrolled since a loop costs as much
-// as its bytes.
+// Most bytes of most bitmaps are zero: their text is copied at once, and only strides that hold a
+// bit are looked at.
 BitmapText::BitmapText(const std::uint8_t* bitmap) {
-    std::memcpy(text_, kZeroText.data(), kZeroText.size());
-    for (std::size_t at = 0; at < kMaxBitmapBytes; at += sizeof(Word)) {
-        Word word = 0;
-        std::memcpy(&word, bitmap + at, sizeof(word));
-        const auto put = [&](std::size_t i) {
-            std::memcpy(text_ + 3 * (at + i), &kByteTexts[word >> 8 * i & 0xFF], sizeof(ByteText));
-        };
-        if (std::has_single_bit(word)) {
-            put(static_cast<std::size_t>(std::countr_zero(word)) / 8);
-        } else if (word != 0) {
-#pragma GCC unroll 8
-            for (std::size_t i = 0; i < sizeof(Word); ++i) {
-                put(i);
-            }
+    const std::size_t used = used_bitmap_bytes();
+    std::memcpy(text_, kZeroText.data(), 3 * used);
+    for (std::size_t at = 0; at < used; at += kStride) {
+        if (!all_zero(bitmap + at)) {
+            put_stride(text_ + 3 * at, bitmap + at);
         }
     }
-    text_[3 * used_bitmap_bytes()] = '\0';
+    text_[3 * used] = '\0';
 }
 
 }  // namespace vexutils
