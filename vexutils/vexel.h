@@ -3,7 +3,7 @@
  * memory, bounded copies, text fields, flag files, the identify light of PCIe SSDs.
  *
  * Every function is reentrant and may be called from any thread; rt_log_init and rt_log_Exit frame the process's life.
- * Blocks come from vexel_alloc and go back through vexel_free, which are calloc and free.
+ * Blocks come zeroed from vexel_alloc and go back through vexel_free: the C library's, so free() takes them too.
  */
 #ifndef VEXUTILS_VEXEL_H
 #define VEXUTILS_VEXEL_H

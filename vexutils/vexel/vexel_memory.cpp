@@ -8,8 +8,15 @@
 
 using namespace vexutils;
 
+// Most blocks are small, and some C libraries serve those from a list of the thread's own for
+// malloc, but not for calloc. Large ones keep calloc, which leaves fresh pages untouched.
 void* vexel_alloc(size_t size) {
-    return std::calloc(1, size);
+    constexpr std::size_t kSmall = 1024;
+    if (size > kSmall) {
+        return std::calloc(1, size);
+    }
+    void* block = std::malloc(size);
+    return block != nullptr ? std::memset(block, 0, size) : nullptr;
 }
 
 void vexel_free(void* block) {
