@@ -472,7 +472,7 @@ uint8_t rtcache_GetEnclosureFQDD(uint32_t eid, uint32_t enclId, wchar_t **out);
 
 /*
  * Builds the FQDD of a PCIe SSD from the shared-memory tables; a drive without an extender card names PCIe slot 255.
- * globalSlot: 0 to 31.
+ * globalSlot: 0 to 31; others have no position.
  * Returns: a text of at most 59 characters; null if its bay or slot is unknown, a region is not readable or there is no
  * memory. Owns: the caller, vexel_free. Locks: none.
  */

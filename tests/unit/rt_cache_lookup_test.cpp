@@ -140,10 +140,12 @@ TEST_F(Lookup, PcieSsdsAreNamedByTheirExtender) {
         EXPECT_EQ(name(), "none");
         EXPECT_TRUE(logged(2, line)) << line;
     }
+    platform.clear_lines();
+    EXPECT_EQ(vexel_GetPCIeSSDFQDD(SHM_PCIESSD_SLOTS), nullptr) << "one beyond the region's table";
+    EXPECT_TRUE(logged(2, "Failed while getting slot"));
     sNVMeSSDBPInfo = {};
     EXPECT_EQ(name(), "none");
     EXPECT_TRUE(logged(2, "Failed while getting bayID"));
-    EXPECT_EQ(vexel_GetPCIeSSDFQDD(50), nullptr);
 }
 
 TEST_F(Lookup, TheDumpFillsAFileThatExists) {

@@ -215,8 +215,10 @@ uint8_t rtcache_GetEnclosureFQDD(uint32_t eid, uint32_t enclId, wchar_t** out) {
 
 char* vexel_GetPCIeSSDFQDD(uint32_t globalSlot) {
     SsdPosition position;
-    if (RTSHM_readSSDSlotNumFromGblSlotNum(&position.slot, static_cast<std::uint8_t>(globalSlot)) !=
-        0) {
+    // Behind the region's table stand drive states, which would pass for positions.
+    if (globalSlot >= SHM_PCIESSD_SLOTS ||
+        RTSHM_readSSDSlotNumFromGblSlotNum(&position.slot, static_cast<std::uint8_t>(globalSlot)) !=
+            0) {
         LOG(Level::Error, "Failed while getting slot");
         return nullptr;
     }
