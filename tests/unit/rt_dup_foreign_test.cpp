@@ -37,15 +37,15 @@ class ForeignConfig : public PlatformTest {
 };
 
 TEST_F(ForeignConfig, IsCopiedDownToItsMembers) {
-    StorageObjectRecord* copy = DupForeign_Config(&source);
+    StorageObjectRecord* freed = DupForeign_Config(&source);
+    ASSERT_NE(freed, nullptr);
+    platform.clear_lines();
+    StorageObjectRecord* copy = DupForeign_Config(freed);
     ASSERT_NE(copy, nullptr);
+    rtcache_FreeRMObjects(freed, 1);
     const StorageObjectRecord* vds = copy->body.foreign.virtualDisks;
     const StorageObjectRecord* pds = copy->body.foreign.physicalDisks;
-    EXPECT_TRUE(copy->NAME != text && copy->hdr.FQDD != text && vds[0].NAME != text);
-    EXPECT_TRUE(pds[1].NAME != text && vds[0].body.vd.targetID != ids);
     EXPECT_EQ(vds[0].hdr.FQDD + 0, +text) << "a member's FQDD is shared";
-    text[0] = L'?';  // the source goes
-    ids[2] = 0;
     EXPECT_STREQ(copy->NAME + 0, L"a cfg");
     EXPECT_STREQ(copy->hdr.FQDD + 0, L"a cfg");
     EXPECT_STREQ(vds[0].NAME + 0, L"a cfg");

@@ -93,6 +93,8 @@ const std::vector<Kind> kKinds{
     {"battery", 1, allocated<rtraid_DupBattery>, Fqdd::Always, {}, {}},
     {"driver", 5, allocated<rtraid_DupDriver>, Fqdd::Always, {}, {}},
     {"enclosure", 2, filled<rtraid_dupEnclosure>, Fqdd::IfVersion, {}, {}},
+    {"backplane", RT_OBJ_BACKPLANE, filled<rtraid_dupEnclosure>, Fqdd::IfVersion, {}, {}},
+    {"unknown", 99, allocated<rtraid_DupBattery>, Fqdd::Always, {}, {}},
     {"EMM", 6, filled<rtraid_dupEMM>, Fqdd::IfVersion, {}, {}},
     {"fan", 7, filled<rtraid_dupFAN>, Fqdd::IfVersion, {}, {}},
     {"PSU", 8, filled<rtraid_dupPSU>, Fqdd::IfVersion, {}, {}},

@@ -41,6 +41,18 @@ class Topology : public BackplaneTest {
     }
 };
 
+TEST_F(Topology, AnExtenderServesTheSlotsOfFiveBays) {
+    uint8_t* const none = nullptr;
+    uint8_t slot = 99;
+    fill_bay(4, 0, 36, 7);
+    for (const auto& [bay, drive_slot, out, result] : Rows<uint8_t, uint8_t, uint8_t*, uint32_t>{
+             {5, 0, &slot, 2}, {4, 36, &slot, 2}, {4, 35, none, 2}, {4, 35, &slot, 0}}) {
+        EXPECT_EQ(slot, 99);
+        EXPECT_EQ(rtshm_getExtenderSlotFromDriveSlot(bay, drive_slot, out), result);
+    }
+    EXPECT_EQ(slot, 7);
+}
+
 TEST_F(Topology, RisersBecomeExtendersOnce) {
     sNVMeSSDBPInfo.risers[1] = {1, 3, 4, 0};
     sNVMeSSDBPInfo.risers[15] = {2, 16, 4, 0};
