@@ -113,7 +113,7 @@ IpmiResponse exchange(const IpmiRequest& request) {
         return ipmi_exchange_over_tcp(target.substr(kTcpPrefix.size()), request, deadline);
     }
     return ipmi_failure(kIpmiUnspecified,
-                        "VEX_IPMI=" + target + ": expected tcp:HOST:PORT, device:PATH or none");
+                        "VEX_IPMI=" + target + ": expected tcp:ADDRESS:PORT, device:PATH or none");
 }
 
 }  // namespace

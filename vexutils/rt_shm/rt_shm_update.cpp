@@ -359,6 +359,8 @@ void write_images(const StorageInventoryRegion& image) {
 
 // Builds the images and writes them. They are in this frame, since a run must end by writing even
 // without memory: the one large frame of the library, gone before the dump needs stack of its own.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wframe-larger-than="
 [[gnu::noinline]] void publish_inventory(std::uint32_t kron_total) {
     UpdateRun run{};
     run.tape = TAPE_ABSENT;
@@ -376,6 +378,7 @@ void write_images(const StorageInventoryRegion& image) {
     conclude_tape(run);
     write_images(run.image);
 }
+#pragma GCC diagnostic pop
 
 }  // namespace
 

@@ -154,6 +154,8 @@ TEST_F(LinuxEventLog, CapsEachFileByCountAndBytesAndTheirNumber) {
         {"by count", "VEX_EVENT_LOG_MAX_RECORDS", "5"},
         {"by bytes", "VEX_EVENT_LOG_MAX_BYTES", "4096"}};
     environment.set("VEX_EVENT_LOG_FILES", "3");
+    environment.set("VEX_EVENT_LOG_FSYNC", "1");
+    environment.set("VEX_EVENT_LOG_SYSLOG", "1");  // whether anybody listens or not
     uint64_t last = 0;
     for (const auto& [what, variable, value] : rows) {
         environment.set(variable, value);
@@ -219,7 +221,7 @@ bool submit_for_ever(int pipe, int writer) {
 TEST_F(LinuxEventLog, KeepsEveryAcknowledgedRecordOfKilledWriters) {
     constexpr int kWriters = 12;
     constexpr unsigned kSeed = 20240229;
-    environment.set("VEX_EVENT_LOG_MAX_RECORDS", "200");
+    environment.set("VEX_EVENT_LOG_MAX_RECORDS", "2000");
     environment.set("VEX_EVENT_LOG_FILES", "100");
     std::mt19937 random{kSeed};
     std::set<std::string> acknowledged;
