@@ -94,6 +94,21 @@ TEST_F(Vexsim, RefusesABadScenarioBeforeAnythingIsPublished) {
     EXPECT_FALSE(anything_published());
 }
 
+TEST_F(Vexsim, ADroppedCardLeavesTheRegion) {
+    const auto cards = [this](const std::string& scenario) {
+        EXPECT_EQ(vexsim({scenario, "--quiet", "--keep"}).status, 0);
+        const std::string shown = vexinspect({"fru"}).output;
+        return shown.substr(shown.find("PCIe SSD cards"));
+    };
+    const std::string scenario = changed("\"seed\": 20240101,", "");
+    const std::string kept = cards(scenario);
+    EXPECT_NE(kept.find("PCIe SSD cards (1)"), std::string::npos) << kept;
+    const std::string left =
+        cards(changed("\"drop\": \"NonRAID.Slot.7-1\"", "\"drop\": \"PCIeSSD.Slot.9-1\""));
+    EXPECT_NE(left.find("PCIe SSD cards (0)"), std::string::npos) << left;
+    EXPECT_EQ(left.find("Slot.9"), std::string::npos) << left;
+}
+
 TEST_F(Vexsim, RefusesABadTopologyWithItsOwnPlace) {
     const std::string scenario = changed("\"seed\": 20240101,", "");
     std::string topology = shipped("default.topology.json");

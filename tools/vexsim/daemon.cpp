@@ -53,8 +53,9 @@ void Daemon::start_up() {
     stage_ = Stage::Reinventory;
     alerts_.start();
     open_backplane();
-    transcript_.line("start-up: trace log, cache, global status, re-inventory flag, event queue, backplane %s",
-                     has_topology_ ? "sessions" : "(none)");
+    transcript_.line(
+        "start-up: trace log, cache, global status, re-inventory flag, event queue, backplane %s",
+        has_topology_ ? "sessions" : "(none)");
     RTSHM_InitSharedMem();
     RTSHM_InitPCIeSSDSharedMem();
     transcript_.line("regions: storage inventory and PCIe SSD FRU not yet inventoried");

@@ -42,7 +42,7 @@ class Daemon {
     void remove_drive(const std::string& fqdd);
     void insert_drive(const std::string& fqdd, const std::optional<DriveModel>& model);
     // Forgets a controller's endpoint with all that is cached of it.
-    void drop_controller(const std::string& fqdd);
+    void drop(const std::string& fqdd);  // a controller or an SSD card
     // Looks after a change of an NVMe drive's presence.
     void note_ssd_presence(const NvmeDrive& drive);
     void set_inventory_state(const InventoryStateStep& step);
@@ -79,6 +79,7 @@ class Daemon {
     void add_card(const SsdCard& card);
     void publish_ssd(const NvmeDrive& drive) const;
     void withdraw_ssd(const NvmeDrive& drive) const;
+    void drop_card(const SsdCard& card);
     void publish_temperature(const NvmeDrive& drive, int temperature) const;
     void publish_temperature(const SsdCard& card, int temperature) const;
     void refresh();

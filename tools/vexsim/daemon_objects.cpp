@@ -96,7 +96,13 @@ void Daemon::drop_endpoint(uint8_t eid, uint8_t type) {
     drop_command_results(eid);
 }
 
-void Daemon::drop_controller(const std::string& fqdd) {
+void Daemon::drop(const std::string& fqdd) {
+    const auto card = std::ranges::find(cards_, fqdd, &SsdCard::fqdd);
+    if (card != cards_.end()) {
+        drop_card(*card);
+        cards_.erase(card);
+        return;
+    }
     const auto controller = std::ranges::find(controllers_, fqdd, &Controller::fqdd);
     const auto drives = std::ranges::count_if(controller->drives, &Drive::present);
     drop_endpoint(controller->eid, controller->type);

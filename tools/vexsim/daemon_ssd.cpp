@@ -93,6 +93,13 @@ void Daemon::add_card(const SsdCard& card) {
     }
 }
 
+void Daemon::drop_card(const SsdCard& card) {
+    drop_endpoint(card.eid, RTCACHE_TYPE_PCIESSD);
+    expect_zero("RTSHM_ClearFRU", RTSHM_ClearFRU(RTCACHE_TYPE_PCIESSD, card.kind, card.index));
+    expect_zero("RTSHM_ClearFqdd", RTSHM_ClearFqdd(RTCACHE_TYPE_PCIESSD, card.kind, card.index));
+    transcript_.line("endpoint %u: dropped", unsigned{card.eid});
+}
+
 void Daemon::publish_temperature(const SsdCard& card, int temperature) const {
     expect_zero("RTSHM_StoreFRUTemp", RTSHM_StoreFRUTemp(RTCACHE_TYPE_PCIESSD, card.kind,
                                                          card.index, degrees_byte(temperature)));

@@ -42,7 +42,7 @@ class Player {
     void act(const ReinventoryStep& step) { daemon_.set_reinventory(step.running); }
     void act(const ThermalStep& step);
     void act(const AlertAction& step) { daemon_.alerts().play(step); }
-    void act(const DropStep& step) { daemon_.drop_controller(step.fqdd); }
+    void act(const DropStep& step) { daemon_.drop(step.fqdd); }
     void act(const IdentifyStep& step);
     void act(const CommandStep& step) { daemon_.report_command(step); }
     void act(const JobStep& step) { daemon_.set_job(step); }

@@ -67,6 +67,10 @@ class TimelineReader {
             present_[drive.fqdd] = drive.present;
             nvme_.insert(drive.fqdd);
         }
+        for (const SsdCard& card : scenario.cards) {
+            controllers_[card.fqdd] = true;
+            cards_.insert(card.fqdd);
+        }
     }
 
     // The steps of one element of the timeline: one, or as many as it repeats.
@@ -160,10 +164,11 @@ class TimelineReader {
             {"phase", &TimelineReader::read_phase},
             {"reset", &TimelineReader::read_reset},
         };
-        element.expect_object({"at", "every", "times", "poll", "note", "set", "pull", "plug",
-                               "topology", "inventory", "status", "reinventory", "thermal", "drop",
-                               "blink", "unblink", "command", "job", "callback", "event", "alert",
-                               "purge", "drain", "phase", "reset"});
+        element.expect_object({"at",      "every",       "times",   "poll",     "note",
+                               "set",     "pull",        "plug",    "topology", "inventory",
+                               "status",  "reinventory", "thermal", "drop",     "blink",
+                               "unblink", "command",     "job",     "callback", "event",
+                               "alert",   "purge",       "drain",   "phase",    "reset"});
         const std::pair<const char*, Read>* found = nullptr;
         for (const auto& action : kActions) {
             if (element[action.first].exists()) {
@@ -239,7 +244,7 @@ class TimelineReader {
 
     std::string read_controller_fqdd(const JsonReader& field) const {
         const std::string fqdd = field.text(kMaxFqdd);
-        if (!controllers_.contains(fqdd)) {
+        if (!controllers_.contains(fqdd) || cards_.contains(fqdd)) {
             field.fail("expected the FQDD of a controller of this scenario");
         }
         return fqdd;
@@ -253,7 +258,8 @@ class TimelineReader {
     }
 
     Action read_drop(const JsonReader& field) const {
-        return DropStep{read_controller_fqdd(field)};
+        const std::string fqdd = field.text(kMaxFqdd);
+        return DropStep{cards_.contains(fqdd) ? fqdd : read_controller_fqdd(field)};
     }
 
     std::string read_nvme(const JsonReader& field) const {
@@ -332,8 +338,9 @@ class TimelineReader {
     const DriveModels& models_;
     const Scenario& scenario_;
     const AlertParser alerts_;
-    std::map<std::string, bool> controllers_;  // false: dropped
-    std::map<std::string, bool> present_;      // drives
+    std::map<std::string, bool> controllers_;  // and SSD cards; false: dropped
+    std::set<std::string> cards_;
+    std::map<std::string, bool> present_;  // drives
     std::map<std::string, std::string> controller_of_;
     std::set<std::string> nvme_;
     std::vector<Placed> steps_;
