@@ -13,10 +13,7 @@ class BackplaneTest : public PlatformTest {
   protected:
     void SetUp() override {
         EXPECT_EQ(RTSync_Init(), 0u);
-        std::memset(&sNVMeSSDBPInfo, 0, sizeof(sNVMeSSDBPInfo));
-        std::memset(&sNVMeSSDBPVDMInfo, 0, sizeof(sNVMeSSDBPVDMInfo));
-        std::memset(vexutils::latest_drive_states, 0, sizeof(vexutils::latest_drive_states));
-        std::memset(vexutils::acted_drive_states, 0, sizeof(vexutils::acted_drive_states));
+        clear_tables();
         EXPECT_EQ(rtcache_Init(), 0u);
         EXPECT_EQ(rtcache_UpdateCachedObject(RTCACHE_REGISTER, 20, RTCACHE_TYPE_NVME, 0), 0u);
         EXPECT_EQ(rtcache_UpdateCachedObject(RTCACHE_REGISTER, 21, RTCACHE_TYPE_PCIESSD, 0), 0u);
@@ -28,6 +25,13 @@ class BackplaneTest : public PlatformTest {
         RTSync_Destroy();
         rtcache_Destroy();
         g_bpInfo = nullptr;
+        clear_tables();
+    }
+    static void clear_tables() {
+        std::memset(&sNVMeSSDBPInfo, 0, sizeof(sNVMeSSDBPInfo));
+        std::memset(&sNVMeSSDBPVDMInfo, 0, sizeof(sNVMeSSDBPVDMInfo));
+        std::memset(vexutils::latest_drive_states, 0, sizeof(vexutils::latest_drive_states));
+        std::memset(vexutils::acted_drive_states, 0, sizeof(vexutils::acted_drive_states));
     }
 
     void put(size_t offset, const Bytes& bytes) {
@@ -39,16 +43,6 @@ class BackplaneTest : public PlatformTest {
         return {table + offset, table + offset + count};
     }
     static size_t slot_at(unsigned bay, unsigned slot) { return 84 + 16 * (50 * bay + slot); }
-
-    // The messages of a level since the last call, one a line.
-    std::string told(int level) {
-        std::string text;
-        for (const std::string& message : platform.messages(level)) {
-            text += message + "\n";
-        }
-        platform.clear_lines();
-        return text;
-    }
 };
 
 #endif  // TESTS_SUPPORT_BACKPLANE_TEST_H

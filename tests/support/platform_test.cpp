@@ -23,6 +23,15 @@ PlatformTest::~PlatformTest() {
     platform.locks_held = platform.live_mutexes = platform.live_events = platform.live_lists = 0;
 }
 
+std::string PlatformTest::told(int level) {
+    std::string text;
+    for (const std::string& message : platform.messages(level)) {
+        text += message + "\n";
+    }
+    platform.clear_lines();
+    return text;
+}
+
 void PlatformTest::use_log_file() {
     vexutils::log_state.file = vexutils::LogFile::Enabled;
 }

@@ -38,6 +38,8 @@ class PlatformTest : public testing::Test {
     bool logged(int level, const std::string& message) const {
         return platform.logged(level, message);
     }
+    // The messages of a level since the last call, one a line.
+    std::string told(int level);
 
     // A name in a folder of this test's own.
     std::string path(const std::string& name) const { return folder_ / name; }

@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -50,5 +52,11 @@ class Rows {
   private:
     std::vector<Row> rows_;
 };
+
+// The words of a text.
+inline std::vector<std::string> words(const std::string& text) {
+    std::istringstream stream{text};
+    return {std::istream_iterator<std::string>{stream}, {}};
+}
 
 #endif  // TESTS_SUPPORT_ROWS_H

@@ -41,6 +41,8 @@ TEST_F(NotifyQueue, MessagesComeOutInOrderAndAreCounted) {
             EXPECT_EQ(AddEvt(queue_, &messages_[i]), 0);
             EXPECT_EQ(queue_->count, i + 1);
         }
+        EXPECT_EQ(queue_->tail->prev->msg, &messages_[1]) << "linked both ways";
+        EXPECT_EQ(queue_->tail->prev->prev, queue_->head);
         for (uint32_t i = 0; i < 3; ++i) {
             EXPECT_EQ(take(), &messages_[i]);
             EXPECT_EQ(queue_->count, 2 - i);
@@ -49,19 +51,10 @@ TEST_F(NotifyQueue, MessagesComeOutInOrderAndAreCounted) {
         EXPECT_EQ(queue_->tail, nullptr);
     }
     EXPECT_EQ(AddEvt(queue_, nullptr), 0) << "a null message is one too";
-    EXPECT_EQ(queue_->count, 1u);
-}
-
-TEST_F(NotifyQueue, PrimitivesLinkBothWaysWithoutTheLock) {
-    for (int& message : messages_) {
-        EXPECT_EQ(InsertMsgAtQueueTail(queue_, &message), 0);
-    }
-    EXPECT_EQ(queue_->count, 0u) << "only AddEvt counts";
-    EXPECT_EQ(platform.calls(Place::Lock), 0);
-    EXPECT_EQ(queue_->tail->prev->msg, &messages_[1]);
-    EXPECT_EQ(queue_->tail->prev->prev, queue_->head);
-    EXPECT_EQ(InsertMsgAtQueueTail(nullptr, &messages_[0]), -1);
-    EXPECT_EQ(RemoveMsgFromQueueHead(nullptr), nullptr);
+    const int locks = platform.calls(Place::Lock);
+    EXPECT_EQ(InsertMsgAtQueueTail(queue_, messages_), 0);
+    EXPECT_EQ(queue_->count, 1u) << "only AddEvt counts, and locks";
+    EXPECT_EQ(platform.calls(Place::Lock), locks);
 }
 
 TEST_F(NotifyQueue, LinesOfAMessagesWay) {
@@ -90,29 +83,27 @@ TEST_F(NotifyQueue, RefusalsAndFailuresHaveTheirResultAndLine) {
     EXPECT_EQ(removeMsg(nullptr, &message), -1);
     EXPECT_EQ(removeMsg(queue_, nullptr), -1);
     EXPECT_EQ(InitEvtQ(nullptr), -1);
-    EXPECT_EQ(platform.messages(2), (Lines{"pQueue is NULL", "removeMsg:Failed . pQueue NULL",
-                                           "<-- err null inputs", "<-- err null inputs"}));
+    EXPECT_EQ(InsertMsgAtQueueTail(nullptr, messages_), -1);
+    EXPECT_EQ(RemoveMsgFromQueueHead(nullptr), nullptr);
+    EXPECT_TRUE(
+        told(2).starts_with("pQueue is NULL\nremoveMsg:Failed . pQueue NULL\n"
+                            "<-- err null inputs\n<-- err null inputs\n"));
     platform.fail(Place::Lock, 1, true);
     EXPECT_EQ(AddEvt(queue_, messages_), 1);
     EXPECT_EQ(removeMsg(queue_, &message), 1);
-    EXPECT_EQ(platform.messages(1),
-              (Lines{"AddEvt:Failied to lock Mutex", "removeMsg:Failied to lock Mutex"}));
+    EXPECT_EQ(told(1), "AddEvt:Failied to lock Mutex\nremoveMsg:Failied to lock Mutex\n");
     EXPECT_EQ(message, messages_);
-    EXPECT_EQ(queue_->count, 0u);
-}
+    platform.no_faults();
 
-TEST_F(NotifyQueue, WithoutMemoryAMessageIsDroppedInSilence) {
     const AllocationScope scope;
     platform.fail(Place::Allocation);
-    EXPECT_EQ(AddEvt(queue_, messages_), 0);
+    EXPECT_EQ(AddEvt(queue_, messages_), 0) << "dropped in silence";
     EXPECT_EQ(queue_->count, 0u);
-    EXPECT_TRUE(logged(2, "InsertMsgAtQueueTail Failed"));
-
-    NotifQueue* other = queue_;
     platform.fail(Place::Allocation);
+    NotifQueue* other = queue_;
     EXPECT_EQ(InitEvtQ(&other), -1);
     EXPECT_EQ(other, queue_);
-    EXPECT_TRUE(logged(2, "InitEvtQ Failed"));
+    EXPECT_EQ(told(2), "InsertMsgAtQueueTail Failed\nInitEvtQ Failed\n");
 }
 
 }  // namespace

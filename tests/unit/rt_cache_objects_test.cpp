@@ -49,8 +49,7 @@ TEST_F(CachedObjects, EveryKeyTypeKeepsToItsBounds) {
 }
 
 TEST_F(CachedObjects, LimitsBelowTheSlotsNarrowTheFetchOfBackplanesOnly) {
-    max_pciessd_backplanes = 3;
-    max_pciessd_extndrs = 3;
+    max_pciessd_backplanes = max_pciessd_extndrs = 3;
     void* object = &object;
     EXPECT_EQ(rtcache_GetCachedObject(5, 9, 4, &object), 2u);
     EXPECT_EQ(rtcache_SetCachedObject(5, 9, 4, nullptr), 0u);

@@ -43,12 +43,6 @@ class EventReaders : public CacheTest {
         }
         return result;
     }
-    // Rows whose event data has gone to a list.
-    static void free_rows(RtCacheEventRow* events, RtCacheDiskChangeRow* disks) {
-        vexel_free(events);
-        vexel_free(disks);
-    }
-
     RtCacheEventNode* list = nullptr;
 };
 
@@ -78,15 +72,13 @@ TEST_F(EventReaders, DrainedRowsBecomeAListLastFirst) {
     EXPECT_EQ(rtcache_ConvertCacheToEvent(events, nullptr, &list), 2u);
     EXPECT_EQ(rtcache_ConvertCacheToEvent(events, disks, nullptr), 2u);
     events->eventCount = 0xFFFFFFFF;  // no more than the row holds
+    std::ranges::fill(events->events, RtCacheEvent{});
     RtCacheEventNode* others = nullptr;
     EXPECT_EQ(rtcache_ConvertCacheToEvent(events, disks, &others), 0u);
     EXPECT_EQ(gRTCache_EventCount, 106u + 384u);
-    while (others != nullptr) {
-        RtCacheEventNode* next = others->next;
-        vexel_free(others);
-        others = next;
-    }
-    free_rows(events, disks);
+    free_list(others);
+    vexel_free(events);
+    vexel_free(disks);
 }
 
 TEST_F(EventReaders, EventsOfOneTypeAreTakenOut) {
@@ -116,7 +108,8 @@ TEST_F(EventReaders, EventsOfOneTypeAreTakenOut) {
         EXPECT_EQ(disks->eventData[2047] == nullptr, type == 3) << "taken with its bit";
         EXPECT_EQ(text(list), left);
         free_list(list);
-        free_rows(events, disks);
+        vexel_free(events);
+        vexel_free(disks);
         record();
     }
     EXPECT_EQ(rtcache_GetEventsByObjType(kEid, 3, nullptr), 2u);

@@ -5,57 +5,50 @@ namespace {
 class RuntimeCache : public CacheTest {};
 
 TEST_F(RuntimeCache, StartsAfreshAtEveryInit) {
-    for (int life = 0; life < 2; ++life) {
-        EXPECT_EQ(rtcache_GetStorageEIDCount(), 0u);
-        EXPECT_EQ(GetIndexFromEID(8), 255u);
-        EXPECT_EQ(sIDToValueMap[3], 0);
-        StorageEIDTable table{};
-        ASSERT_EQ(rtcache_GetStorageEIDs(&table), 0u);
-        EXPECT_EQ(table.storageEID[107], RTCACHE_EID_FREE);
-        EXPECT_EQ(cache_PDs[107][2047], nullptr);
-        EXPECT_EQ(cache_VDs[107][253], nullptr);
-        add_endpoint(8);
-        rtcache_SetID(3, 77);
-        platform.clear_lines();
-        ASSERT_EQ(rtcache_Init(), 0u);
-        EXPECT_EQ(logged_lines(),
-                  (Lines{"4 --> ", "4 --> ", "4 Freeing PCIeSSD extenders", "4 Freeing PCIeSSD BPs",
-                         "4 <-- ", "4 --> R2X section ", "4 <-- "}));
-    }
+    add_endpoint(8);
+    rtcache_SetID(3, 77);
+    platform.clear_lines();
+    ASSERT_EQ(rtcache_Init(), 0u);
+    EXPECT_EQ(logged_lines(),
+              (Lines{"4 --> ", "4 --> ", "4 Freeing PCIeSSD extenders", "4 Freeing PCIeSSD BPs",
+                     "4 <-- ", "4 --> R2X section ", "4 <-- "}));
+    EXPECT_EQ(rtcache_GetStorageEIDCount(), 0u);
+    EXPECT_EQ(GetIndexFromEID(8), 255u);
+    EXPECT_EQ(sIDToValueMap[3], 0);
+    EXPECT_EQ(cache_StorageEIDInfo.storageEID[107], RTCACHE_EID_FREE);
+    EXPECT_EQ(cache_PDs[107][2047], nullptr);
+    EXPECT_EQ(cache_VDs[107][253], nullptr);
 }
 
-// Every operation that takes the lock and cannot get it.
-std::vector<uint32_t> locked_results() {
-    StorageEIDTable table{};
-    StorageEIDAttr attributes{};
-    uint8_t type = 0;
-    std::vector<uint32_t> results{rtcache_GetLock(),
-                                  rtcache_GetStorageEIDCount(),
-                                  rtcache_GetStorageEIDs(&table),
-                                  rtcache_GetStorageEIDStatus(8, &attributes),
-                                  rtcache_SetStorageEIDStatus(8, 1),
-                                  rtcache_GetStorageEIDType(8, &type),
-                                  rtcache_SetStorageEIDType(8, 1),
-                                  rtcache_SetModularId(8, 1),
-                                  rtcache_UpdateCachedObject(RTCACHE_REGISTER, 9, 1, 0)};
-    EXPECT_EQ(table.storageEID, nullptr);
-    EXPECT_EQ(attributes.eidType + type, 0);
-    return results;
-}
-const std::vector<uint32_t> kNoLock(9, 3);
+// The operations that take the lock.
+StorageEIDTable given_table{};
+StorageEIDAttr given{};
+uint8_t given_byte = 0;
+const std::pair<const char*, uint32_t (*)()> kLocked[] = {
+    {"GetLock", rtcache_GetLock},
+    {"GetStorageEIDCount", rtcache_GetStorageEIDCount},
+    {"GetStorageEIDs", [] { return rtcache_GetStorageEIDs(&given_table); }},
+    {"GetStorageEIDStatus", [] { return rtcache_GetStorageEIDStatus(8, &given); }},
+    {"SetStorageEIDStatus", [] { return rtcache_SetStorageEIDStatus(8, 1); }},
+    {"GetStorageEIDType", [] { return rtcache_GetStorageEIDType(8, &given_byte); }},
+    {"SetStorageEIDType", [] { return rtcache_SetStorageEIDType(8, 1); }},
+    {"SetModularId", [] { return rtcache_SetModularId(8, 1); }},
+    {"UpdateCachedObject", [] { return rtcache_UpdateCachedObject(RTCACHE_REGISTER, 9, 1, 0); }}};
 
 void expect_no_cache() {
-    StorageEIDAttr attributes{};
-    uint8_t byte = 0;
-    void* object = nullptr;
-    EXPECT_EQ(locked_results(), kNoLock);
+    for (const auto& [name, call] : kLocked) {
+        EXPECT_EQ(call(), 3u) << name;
+    }
+    EXPECT_EQ(given_table.storageEID, nullptr);
+    EXPECT_EQ(given.eidType + given_byte, 0);
     EXPECT_EQ(rtcache_SetStorageEIDStatusNoLock(8, 1), 0u);
-    EXPECT_EQ(rtcache_GetStorageEIDStatusNoLock(8, &attributes), 1u);
-    EXPECT_EQ(rtcache_GetStorageEIDTypeNoLock(8, &byte), 1u);
-    EXPECT_EQ(rtcache_GetModularIdNoLock(8, &byte), 1u);
+    EXPECT_EQ(rtcache_GetStorageEIDStatusNoLock(8, &given), 1u);
+    EXPECT_EQ(rtcache_GetStorageEIDTypeNoLock(8, &given_byte), 1u);
+    EXPECT_EQ(rtcache_GetModularIdNoLock(8, &given_byte), 1u);
     EXPECT_EQ(GetIndexFromEID(8), 255u);
+    void* object = nullptr;
     for (const uint32_t key_type : {1u, 2u, 3u, 4u, 5u, 6u, 8u}) {
-        EXPECT_EQ(rtcache_SetCachedObject(key_type, 8, 0, &byte), 1u) << key_type;
+        EXPECT_EQ(rtcache_SetCachedObject(key_type, 8, 0, &given_byte), 1u) << key_type;
         EXPECT_EQ(rtcache_GetCachedObject(key_type, 8, 0, &object), 1u) << key_type;
     }
 }
@@ -65,7 +58,16 @@ TEST_F(RuntimeCache, WithoutACacheNothingIsFoundOrTouched) {
     expect_no_cache();
     platform.clear_lines();
     rtcache_FreeMem();
-    EXPECT_EQ(logged_lines(), Lines{"1 <-- err mutex failrtcache_FreeMem"});
+    platform.fail(Place::MutexCreate, 1);
+    EXPECT_EQ(rtcache_Init(), 1u);
+    EXPECT_EQ(logged_lines(),
+              (Lines{"1 <-- err mutex failrtcache_FreeMem", "4 --> ", "4 --> R2X section ",
+                     "1 <-- rtcache_Init failed to create mutex"}));
+    expect_no_cache();
+    platform.fail(Place::MutexCreate, 2);  // the lock of the KRON states
+    EXPECT_EQ(rtcache_Init(), 1u);
+    EXPECT_EQ(logged_lines().back(), "4 --> R2X section ");
+    EXPECT_EQ(rtcache_Init(), 0u) << "repairs it";
 }
 
 TEST_F(RuntimeCache, AFailedInitKeepsItsArraysUntilTheNextOneOrDestroy) {
@@ -87,19 +89,6 @@ TEST_F(RuntimeCache, AFailedInitKeepsItsArraysUntilTheNextOneOrDestroy) {
         }
     }
     EXPECT_EQ(n, 11);  // six arrays, two tables of two blocks
-}
-
-TEST_F(RuntimeCache, AFailedLockCreationIsRepairedByTheNextInit) {
-    rtcache_Destroy();
-    platform.clear_lines();
-    platform.fail(Place::MutexCreate, 1);
-    EXPECT_EQ(rtcache_Init(), 1u);
-    EXPECT_EQ(logged_lines().back(), "1 <-- rtcache_Init failed to create mutex");
-    expect_no_cache();
-    platform.fail(Place::MutexCreate, 2);  // the lock of the KRON states
-    EXPECT_EQ(rtcache_Init(), 1u);
-    EXPECT_EQ(logged_lines().back(), "4 --> R2X section ");
-    EXPECT_EQ(rtcache_Init(), 0u);
 }
 
 TEST_F(RuntimeCache, DestroyWithTheLockRefusedFreesNothing) {
@@ -240,33 +229,25 @@ TEST_F(RuntimeCache, UnknownEidsReadAsSuccessUnderTheLockAndAsNotFoundWithout) {
 }
 
 TEST_F(RuntimeCache, NullOutputsAndRefusedLocksAreReportedOnce) {
-    const auto lines = [](const char* text, std::initializer_list<const char*> names) {
-        Lines result;
-        for (const char* name : names) {
-            result.push_back(std::string{text} + "rtcache_" + name);
-        }
-        return result;
-    };
     add_endpoint(8, 7);
-    platform.clear_lines();
-    for (const uint32_t result :
-         {rtcache_GetStorageEIDs(nullptr), rtcache_GetStorageEIDStatus(8, nullptr),
-          rtcache_GetStorageEIDType(8, nullptr), rtcache_GetStorageEIDStatusNoLock(8, nullptr),
-          rtcache_GetStorageEIDTypeNoLock(8, nullptr), rtcache_GetModularIdNoLock(8, nullptr)}) {
-        EXPECT_EQ(result, 2u);
+    for (const auto& [name, call] : Rows<std::string, uint32_t (*)()>{
+             {"GetStorageEIDs", [] { return rtcache_GetStorageEIDs(nullptr); }},
+             {"GetStorageEIDStatus", [] { return rtcache_GetStorageEIDStatus(8, nullptr); }},
+             {"GetStorageEIDType", [] { return rtcache_GetStorageEIDType(8, nullptr); }},
+             {"GetStorageEIDStatusNoLock",
+              [] { return rtcache_GetStorageEIDStatusNoLock(8, nullptr); }},
+             {"GetStorageEIDTypeNoLock",
+              [] { return rtcache_GetStorageEIDTypeNoLock(8, nullptr); }},
+             {"GetModularIdNoLock", [] { return rtcache_GetModularIdNoLock(8, nullptr); }}}) {
+        platform.clear_lines();
+        EXPECT_EQ(call(), 2u);
+        EXPECT_EQ(logged_lines(), Lines{"2 <-- err null inputsrtcache_" + name});
     }
-    EXPECT_EQ(logged_lines(),
-              lines("2 <-- err null inputs", {"GetStorageEIDs", "GetStorageEIDStatus",
-                                              "GetStorageEIDType", "GetStorageEIDStatusNoLock",
-                                              "GetStorageEIDTypeNoLock", "GetModularIdNoLock"}));
     platform.fail(Place::Lock, 1, true);
-    EXPECT_EQ(locked_results(), kNoLock);
-    Lines expected = lines("1 <-- err mutex fail",
-                           {"GetLock", "GetStorageEIDCount", "GetStorageEIDs",
-                            "GetStorageEIDStatus", "SetStorageEIDStatus", "GetStorageEIDType",
-                            "SetStorageEIDType", "SetModularId", "UpdateCachedObject"});
-    expected.insert(expected.end() - 1, "5 --> enter with EID:9");
-    EXPECT_EQ(logged_lines(), expected);
+    for (const auto& [name, call] : kLocked) {
+        EXPECT_EQ(call(), 3u);
+        EXPECT_EQ(told(1), std::string{"<-- err mutex failrtcache_"} + name + "\n");
+    }
     EXPECT_EQ(cache_StorageEIDInfo.eidInfo[0].eidType, 7);
 }
 

@@ -46,18 +46,18 @@ TEST_F(ForeignConfig, IsCopiedDownToItsMembers) {
     const StorageObjectRecord* vds = copy->body.foreign.virtualDisks;
     const StorageObjectRecord* pds = copy->body.foreign.physicalDisks;
     EXPECT_EQ(vds[0].hdr.FQDD + 0, +text) << "a member's FQDD is shared";
-    EXPECT_STREQ(copy->NAME + 0, L"a cfg");
-    EXPECT_STREQ(copy->hdr.FQDD + 0, L"a cfg");
-    EXPECT_STREQ(vds[0].NAME + 0, L"a cfg");
-    EXPECT_STREQ(pds[1].NAME + 0, L"a cfg");
+    for (const wchar_t* copied : {copy->NAME, copy->hdr.FQDD, vds[0].NAME, pds[1].NAME}) {
+        EXPECT_STREQ(copied, L"a cfg");
+    }
     EXPECT_EQ(vds[0].body.vd.targetID[2], 7u);
     EXPECT_TRUE(vds[1].NAME == nullptr && vds[1].body.vd.targetID == nullptr);
     EXPECT_TRUE(
         logged(4, "id:  7 Size:4886718345,Stae:68719476735,Slot: 4 ,Hotspare:1,Name: (null)"));
-    EXPECT_EQ(platform.count_logged(4, "Copied VD Name"), 1);
-    EXPECT_EQ(platform.count_logged(4, "Copied PD Name"), 1);
-    EXPECT_EQ(platform.count_logged(4, "Copied pds"), 1);
+    for (const char* line : {"Copied VD Name", "Copied PD Name", "Copied pds"}) {
+        EXPECT_EQ(platform.count_logged(4, line), 1) << line;
+    }
     rtcache_FreeRMObjects(copy, 1);
+    EXPECT_TRUE(logged(4, "Memory freed FOREIGN_CONFIG"));
 }
 
 TEST_F(ForeignConfig, OneEmptyArrayIsSharedTwoAreRefused) {
@@ -77,7 +77,8 @@ TEST_F(ForeignConfig, OneEmptyArrayIsSharedTwoAreRefused) {
     ASSERT_NE(copy, nullptr);
     EXPECT_EQ(copy->body.foreign.virtualDisks + 0, nullptr);
     EXPECT_FALSE(logged(2, "<--error3 DupForeign_Config"));
-    rtcache_FreeRMObjects(copy, 1);
+    copy->body.foreign.virtualDisks = reinterpret_cast<StorageObjectRecord*>(0xFFFFFFFF);
+    rtcache_FreeRMObjects(copy, 1);  // nor is what was never set
 }
 
 TEST_F(ForeignConfig, GoesOnWithoutWhatCannotBeAllocated) {

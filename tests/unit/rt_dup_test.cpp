@@ -41,18 +41,17 @@ struct Value {
 struct Field {
     size_t position, bytes;  // 0 bytes: a wide text
 };
-enum class Fqdd { Always, IfVersion };
 struct Kind {
     const char* what;
     uint32_t type;
     Copier copy;
-    Fqdd fqdd;
-    std::vector<Value> values;
-    std::vector<Field> owned;  // besides the two of the header
+    const char* freed;  // lines of its freeing, between entry and exit
+    std::vector<Value> values = {};
+    std::vector<Field> owned = {};  // besides the two of the header
 };
 
 Kind adapter_kind() {
-    Kind kind{"adapter", 0, allocated<DupAdapter>, Fqdd::Always, {}, {}};
+    Kind kind{"adapter", 0, allocated<DupAdapter>, ""};
     kind.values = {{AT(88, body.adapter.capabilityMask), 4, 0x80000101},
                    {AT(160, body.adapter.capabilityMultiplier), 1, 2}};
     kind.owned = {{AT(112, body.adapter.text112), 0}, {AT(116, body.adapter.capabilities), 6 * 60}};
@@ -63,20 +62,12 @@ Kind adapter_kind() {
     return kind;
 }
 
-Kind disk_kind() {
-    Kind kind{"disk", 3, filled<rtraid_dupPD>, Fqdd::IfVersion, {}, {}};
-    kind.values = {{AT(503, body.pd.wordCount), 1, 255}};
-    kind.owned = {{AT(384, body.pd.keyId), 256},   {AT(417, body.pd.text417), 256},
-                  {AT(426, body.pd.text426), 128}, {AT(430, body.pd.text430), 128},
-                  {AT(434, body.pd.text434), 256}, {AT(504, body.pd.words), 255 * 4}};
-    return kind;
-}
-
 Kind smart_kind(const char* what, uint32_t selector, size_t pages) {
-    Kind kind{what, 10, filled<rtraid_dupSmartPD>, Fqdd::Always, {}, {}};
+    Kind kind{what, 10, filled<rtraid_dupSmartPD>, "OBJTYPE is SMART_DATA_OBJ\nFreeing logPages\n"};
     kind.values = {{AT(68, body.smart.pageSelector), 4, selector},
                    {AT(80, body.smart.flags), 4, pages == 0 ? 2u : 0xFDu}};
     if (pages == 0) {
+        kind.freed = "OBJTYPE is SMART_DATA_OBJ\nFreeing rawData\n";
         kind.owned = {{AT(226, body.smart.nvmeBlock), 512}};
     }
     for (size_t i = 0; i < pages; ++i) {
@@ -90,26 +81,39 @@ Kind smart_kind(const char* what, uint32_t selector, size_t pages) {
 
 const std::vector<Kind> kKinds{
     adapter_kind(),
-    {"battery", 1, allocated<rtraid_DupBattery>, Fqdd::Always, {}, {}},
-    {"driver", 5, allocated<rtraid_DupDriver>, Fqdd::Always, {}, {}},
-    {"enclosure", 2, filled<rtraid_dupEnclosure>, Fqdd::IfVersion, {}, {}},
-    {"backplane", RT_OBJ_BACKPLANE, filled<rtraid_dupEnclosure>, Fqdd::IfVersion, {}, {}},
-    {"unknown", 99, allocated<rtraid_DupBattery>, Fqdd::Always, {}, {}},
-    {"EMM", 6, filled<rtraid_dupEMM>, Fqdd::IfVersion, {}, {}},
-    {"fan", 7, filled<rtraid_dupFAN>, Fqdd::IfVersion, {}, {}},
-    {"PSU", 8, filled<rtraid_dupPSU>, Fqdd::IfVersion, {}, {}},
-    {"temperature probe", 9, filled<rtraid_dupTEMPPROBE>, Fqdd::IfVersion, {}, {}},
-    disk_kind(),
+    {"battery", 1, allocated<rtraid_DupBattery>, ""},
+    {"driver", 5, allocated<rtraid_DupDriver>, ""},
+    {"unknown", 99, allocated<rtraid_DupDriver>, ""},
+    {"enclosure", 2, filled<rtraid_dupEnclosure>, "OBJTYPE is ENCLOSURE\n"},
+    {"backplane", 240, filled<rtraid_dupEnclosure>, ""},
+    {"EMM", 6, filled<rtraid_dupEMM>, ""},
+    {"fan", 7, filled<rtraid_dupFAN>, ""},
+    {"PSU", 8, filled<rtraid_dupPSU>, ""},
+    {"temperature probe", 9, filled<rtraid_dupTEMPPROBE>, ""},
+    {"disk",
+     3,
+     filled<rtraid_dupPD>,
+     "OBJTYPE is PHYSICALDISK\n",
+     {{AT(503, body.pd.wordCount), 1, 255}},
+     {{AT(384, body.pd.keyId), 256},
+      {AT(417, body.pd.text417), 256},
+      {AT(426, body.pd.text426), 128},
+      {AT(430, body.pd.text430), 128},
+      {AT(434, body.pd.text434), 256},
+      {AT(504, body.pd.words), 255 * 4}}},
     {"virtual disk",
      4,
      filled<rtraid_DupVD>,
-     Fqdd::Always,
+     "OBJTYPE is LOGICALDISK\n",
      {{AT(500, body.vd.memberCount), 4, 300}},
      {{AT(504, body.vd.targetID), 300 * 4}}},
     smart_kind("SMART, NVMe whatever the selector", 32, 0),
     smart_kind("SMART, seven pages", 32, 7),
     smart_kind("SMART, five pages", 16, 5),
-    {"SMART, names only", 5, filled<rtraid_dupNVMeSmartData>, Fqdd::Always, {}, {}}};
+    {"SMART, names only", 5, filled<rtraid_dupNVMeSmartData>, ""}};
+
+// Without a version they share the FQDD.
+constexpr uint32_t kVersioned[] = {2, 3, 6, 7, 8, 9, 240};
 
 class Duplicates : public PlatformTest {
   protected:
@@ -197,7 +201,7 @@ TEST_F(Duplicates, OutliveTheSourceAndAreFlatElsewhere) {
                                   reinterpret_cast<const char*>(&source)[i];
                 EXPECT_TRUE(same || in_a_field(i)) << i;
             }
-            const bool shared = kind.fqdd == Fqdd::IfVersion && version == 0;
+            const bool shared = version == 0 && std::ranges::count(kVersioned, kind.type) != 0;
             for (const Field& field : fields) {
                 EXPECT_EQ(pointer(copy, field.position) == pointer(source, field.position),
                           shared && field.position == kFqdd)
@@ -208,9 +212,30 @@ TEST_F(Duplicates, OutliveTheSourceAndAreFlatElsewhere) {
                 fields.pop_back();  // went with the source
             }
             EXPECT_EQ(count_missing(), 0);
+            platform.clear_lines();
             free_copy();
+            const std::string lines = told(4);
+            EXPECT_TRUE(lines.starts_with("--> enter with obj addr:0x"));
+            EXPECT_EQ(lines.substr(lines.find('\n') + 1), kind.freed + std::string{"<-- exit\n"});
         }
     }
+}
+
+TEST_F(Duplicates, FieldsThatWereNeverSetAreNotFreed) {
+    for (const Kind& kind : kKinds) {
+        for (const uintptr_t sentinel : {uintptr_t{0xFFFFFFFF}, uintptr_t{0xFFFFFFFE}, UINTPTR_MAX,
+                                         UINTPTR_MAX - 1, uintptr_t{0}}) {
+            build(kind, 7);
+            auto* records = static_cast<StorageObjectRecord*>(vexel_alloc(2 * sizeof(source)));
+            std::memcpy(&records[1], &source, sizeof(source));  // these are
+            for (const Field& field : fields) {
+                put(field.position, &sentinel, sizeof(sentinel));
+            }
+            std::memcpy(&records[0], &source, sizeof(source));
+            rtcache_FreeRMObjects(records, 2);
+        }
+    }
+    rtcache_FreeRMObjects(nullptr, 5);
 }
 
 TEST_F(Duplicates, AreWholeButForTheFieldWhoseAllocationFailed) {
@@ -237,30 +262,31 @@ TEST_F(Duplicates, AreWholeButForTheFieldWhoseAllocationFailed) {
     }
 }
 
-TEST_F(Duplicates, WithoutMemoryARecordIsRefusedAndATextIsNull) {
-    const AdapterKeyRecord key{};
-    source = {};
-    const AllocationScope scope;
+TEST_F(Duplicates, MissingArgumentsAndMemoryAreNamed) {
     const auto refuse = [this](auto duplicate, const auto& from, const std::string& name) {
+        EXPECT_EQ(duplicate(nullptr), nullptr);
         platform.fail(Place::Allocation);
+        const AllocationScope scope;
         EXPECT_EQ(duplicate(&from), nullptr);
-        EXPECT_TRUE(logged(2, "<--error2 " + name)) << name;
+        EXPECT_EQ(told(2), "<--error1 " + name + "\n<--error2 " + name + "\n");
     };
+    source = {};
     refuse(DupAdapter, source, "DupAdapter");
     refuse(rtraid_DupBattery, source, "rtraid_DupBattery");
     refuse(rtraid_DupDriver, source, "rtraid_DupDriver");
-    refuse(rtraid_DupAdapterKey, key, "rtraid_DupAdapterKey");
-    wchar_t text[] = L"text";
-    const PCIeSSDAdapterNames names{text, text};
-    fields = {{kName, 0}, {kFqdd, 0}, {AT(112, body.adapter.text112), 0}};
-    for (size_t n = 0; n < fields.size(); ++n) {
-        platform.fail(Place::Allocation, static_cast<int>(n) + 1);
-        EXPECT_EQ(DupPCIeSSDAdapter(&names, &copy), 0);
-        for (size_t i = 0; i < fields.size(); ++i) {
-            EXPECT_EQ(pointer(copy, fields[i].position) == nullptr, i == n) << i << n;
-        }
-        free_fields(copy);
+    refuse(rtraid_DupAdapterKey, AdapterKeyRecord{}, "rtraid_DupAdapterKey");
+    const PCIeSSDAdapterNames names{};
+    EXPECT_EQ(DupPCIeSSDAdapter(nullptr, &copy) + DupPCIeSSDAdapter(&names, nullptr), -2);
+    EXPECT_EQ(rtraid_DupVD(&source, nullptr) + rtraid_DupVD(nullptr, &copy), -2);
+    for (const auto fill : {rtraid_dupEnclosure, rtraid_dupEMM, rtraid_dupFAN, rtraid_dupPSU,
+                            rtraid_dupTEMPPROBE, rtraid_dupSmartPD, rtraid_dupNVMeSmartData}) {
+        EXPECT_EQ(fill(nullptr, &copy) + fill(&source, nullptr), -2);
     }
+    EXPECT_EQ(rtraid_dupPD(nullptr, &copy), 0xFFFFFFFFu);
+    EXPECT_EQ(rtraid_dupPD(&source, nullptr), 0xFFFFFFFFu);
+    EXPECT_EQ(told(2),
+              "<--error1 DupPCIeSSDAdapter\n<--error2 DupPCIeSSDAdapter\n"
+              "<--error1 rtraid_DupVD\n<--error1 rtraid_DupVD\n");
 }
 
 TEST_F(Duplicates, TextsOfADiskAreBoundedAndEndOnePastTheirEnd) {
@@ -320,9 +346,11 @@ TEST_F(Duplicates, CapabilityEntriesAreCountedByMaskAndMultiplier) {
 TEST_F(Duplicates, ArraysWithoutElementsOrWithoutASource) {
     uint32_t word = 1;
     source = {};
+    source.objType = 3;
     source.body.pd.words = source.body.vd.targetID = &word;  // the same bytes
     EXPECT_EQ(rtraid_dupPD(&source, &copy), 0u);
     EXPECT_EQ(pointer(copy, AT(504, body.pd.words)), &word) << "a disk shares it";
+    free_copy();
     source.body.vd.memberCount = 0;
     EXPECT_EQ(rtraid_DupVD(&source, &copy), 0);
     EXPECT_EQ(pointer(copy, AT(504, body.vd.targetID)), nullptr) << "a virtual disk has none";
@@ -348,23 +376,17 @@ TEST_F(Duplicates, SomeLeaveTheRestOfTheRecordAlone) {
         std::memcpy(&copy, &before, sizeof(copy));
         EXPECT_EQ(adapter ? DupPCIeSSDAdapter(&names, &copy) : rtraid_dupSmartPD(&source, &copy),
                   0);
-        fields = {{kName, 0}, {kFqdd, 0}};
-        EXPECT_STREQ(static_cast<wchar_t*>(pointer(copy, kName)), name);
-        EXPECT_STREQ(static_cast<wchar_t*>(pointer(copy, kFqdd)), fqdd);
+        std::vector<std::pair<size_t, std::wstring>> texts{{kName, name}, {kFqdd, fqdd}};
         if (adapter) {
-            fields.push_back({AT(112, body.adapter.text112), 0});
-            EXPECT_STREQ(static_cast<wchar_t*>(pointer(copy, fields[2].position)),
-                         L"Not Applicable");
+            texts.push_back({AT(112, body.adapter.text112), L"Not Applicable"});
         }
-        free_fields(copy);
-        for (const Field& field : fields) {
-            std::memset(reinterpret_cast<char*>(&copy) + field.position, 0xEE, sizeof(void*));
+        for (const auto& [position, text] : texts) {
+            EXPECT_EQ(static_cast<wchar_t*>(pointer(copy, position)), text);
+            vexel_free(pointer(copy, position));
+            std::memset(reinterpret_cast<char*>(&copy) + position, 0xEE, sizeof(void*));
         }
         EXPECT_EQ(std::memcmp(&copy, &before, sizeof(copy)), 0);
     }
-}
-
-TEST_F(Duplicates, AdapterKeyIsFlat) {
     AdapterKeyRecord key;
     std::memset(&key, 0xA5, sizeof(key));
     AdapterKeyRecord* duplicate = rtraid_DupAdapterKey(&key);
@@ -372,51 +394,33 @@ TEST_F(Duplicates, AdapterKeyIsFlat) {
     vexel_free(duplicate);
 }
 
-TEST_F(Duplicates, NullArgumentsAreRefused) {
-    const PCIeSSDAdapterNames names{};
-    EXPECT_EQ(DupAdapter(nullptr), nullptr);
-    EXPECT_EQ(rtraid_DupBattery(nullptr), nullptr);
-    EXPECT_EQ(rtraid_DupDriver(nullptr), nullptr);
-    EXPECT_EQ(rtraid_DupAdapterKey(nullptr), nullptr);
-    EXPECT_EQ(DupPCIeSSDAdapter(nullptr, &copy), -1);
-    EXPECT_EQ(rtraid_DupVD(&source, nullptr), -1);
-    for (const char* name : {"DupAdapter", "rtraid_DupBattery", "rtraid_DupDriver",
-                             "rtraid_DupAdapterKey", "DupPCIeSSDAdapter", "rtraid_DupVD"}) {
-        EXPECT_EQ(platform.count_logged(2, std::string{"<--error1 "} + name), 1) << name;
-    }
-    EXPECT_EQ(DupPCIeSSDAdapter(&names, nullptr), -1);
-    EXPECT_TRUE(logged(2, "<--error2 DupPCIeSSDAdapter"));
-    for (const auto fill : {rtraid_dupEnclosure, rtraid_dupEMM, rtraid_dupFAN, rtraid_dupPSU,
-                            rtraid_dupTEMPPROBE, rtraid_dupSmartPD, rtraid_dupNVMeSmartData}) {
-        EXPECT_EQ(fill(nullptr, &copy) + fill(&source, nullptr), -2);
-    }
-    EXPECT_EQ(rtraid_dupPD(nullptr, &copy), 0xFFFFFFFFu);
-    EXPECT_EQ(rtraid_dupPD(&source, nullptr), 0xFFFFFFFFu);
-    EXPECT_EQ(platform.messages(2).size(), 7u) << "the others are silent";
-}
-
 TEST_F(Duplicates, LogWhatTheyCopied) {
     wchar_t name[] = L"Disk 0";
     uint32_t ids[] = {11, 12};
     source = {};
     source.NAME = name;
-    EXPECT_EQ(rtraid_dupPD(&source, &copy), 0u);
-    vexel_free(copy.NAME);
     source.body.vd.size = 0x123456789;
     source.body.vd.memberCount = 2;
     source.body.vd.targetID = ids;
     EXPECT_EQ(rtraid_DupVD(&source, &copy), 0);
-    vexel_free(copy.NAME);
     vexel_free(copy.body.vd.targetID);
+    vexel_free(copy.NAME);
+    EXPECT_EQ(told(4),
+              "--> rtraid_DupVD\nVD Size=4886718345 \nPD targetID=11\nPD targetID=12\n"
+              "<-- rtraid_DupVD\n");
     EXPECT_EQ(rtraid_dupEnclosure(&source, &copy), 0);
     vexel_free(copy.NAME);
-    for (const char* text :
-         {"PCIeSSD hdr.FQDD=(null) NAME=Disk 0 pDestPD->hdr.VERSION=0",
-          "rtraid_dupPD pSrcPD->keyId = (null) , pDestPD->keyId = (null)", "VD Size=4886718345 ",
-          "PD targetID=11", "PD targetID=12", "DUPE-ENCLOSURE After copy NAME=Disk 0"}) {
-        EXPECT_EQ(platform.count_logged(4, text), 1) << text;
+    EXPECT_EQ(told(4),
+              "--> rtraid_dupEnclosure\nDUPE-ENCLOSURE After copy NAME=Disk 0\n"
+              "<-- rtraid_dupEnclosure\n");
+    source.body = {};
+    EXPECT_EQ(rtraid_dupPD(&source, &copy), 0u);
+    vexel_free(copy.NAME);
+    for (const char* text : {"PCIeSSD hdr.FQDD=(null) NAME=Disk 0 pDestPD->hdr.VERSION=0",
+                             "rtraid_dupPD pSrcPD->keyId = (null) , pDestPD->keyId = (null)"}) {
+        EXPECT_TRUE(logged(4, text)) << text;
     }
-    EXPECT_EQ(platform.lines().size(), 5u + 5u + 3u);
+    EXPECT_EQ(platform.lines().size(), 5u);
 }
 
 }  // namespace

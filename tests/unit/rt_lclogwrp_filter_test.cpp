@@ -1,5 +1,3 @@
-#include <sstream>
-
 #include "rt_lclogwrp.h"
 #include "rt_sync.h"
 #include "tests/support/platform_test.h"
@@ -19,11 +17,6 @@ const std::string kInventoryOnly = "CTL148 CTL147 CTL149";
 const std::string kReplayOnly = "CTL81 PDR84 VQLT096 VQLT080";
 const std::string kUpdate = "SWU8665 SWU8666 SWU8667 SWU8668 SWU8669 SWU8670 SWU8671 SWU8672";
 const std::string kUnlisted = "CTL1 PDR8 SWU8673 ENC2 CTL14 pdr3";
-
-std::vector<std::string> words(const std::string& text) {
-    std::istringstream stream{text};
-    return {std::istream_iterator<std::string>{stream}, {}};
-}
 
 class Filter : public PlatformTest {
     void SetUp() override { ASSERT_EQ(RTSync_Init(), 0u); }

@@ -222,30 +222,4 @@ TEST_F(Backplane, ThePrintedSnapshotKeepsItsWording) {
               "Riser Info, 2 risers:\nNumber: 9, Type: 0x0c, Slot 3\n");
 }
 
-TEST_F(Backplane, NoSnapshotWritesOutsideItsFields) {
-    platform.record_lines(false);
-    EXPECT_EQ(rtshm_BpApiInit(), 0u);
-    std::mt19937 random{20240611};
-    const auto info = std::make_unique<BpApiInfo>();
-    for (int round = 0; round < 300; ++round) {
-        Bytes bytes(sizeof(BpApiInfo));
-        for (uint8_t& byte : bytes) {  // half of them small, so that positions are often valid
-            byte = static_cast<uint8_t>(random() % (random() % 2 != 0 ? 8 : 256));
-        }
-        put(0, bytes);
-        std::memcpy(info.get(), bytes.data(), bytes.size());
-        NVMeHotPlugCallback(info.get());
-        EXPECT_EQ(rtshm_BpDataUpdate(), 0u);
-    }
-    for (uint8_t bay = 0; bay < 5; ++bay) {
-        EXPECT_EQ(table_bytes(4 + 16u * bay, 2), (Bytes{bay, 0})) << "all bays came up";
-        for (unsigned slot = 0; slot < 50; ++slot) {
-            const NVMeSlotEntry& entry = sNVMeSSDBPInfo.slots[50u * bay + slot];
-            EXPECT_TRUE((entry.bayId == bay || entry.bayId == 0) && entry.slot % 50 <= slot);
-            EXPECT_EQ(entry.rsvd2[0] | entry.rsvd2[1] | entry.i2cEid | entry.vdmEid, 0);
-        }
-    }
-    EXPECT_EQ(table_bytes(4084 + 16, 48), Bytes(48, 0)) << "a snapshot has four risers";
-}
-
 }  // namespace

@@ -1,4 +1,3 @@
-#include "internal/vexel_state.h"
 #include "rt_shm.h"
 #include "tests/support/platform_test.h"
 
@@ -42,9 +41,7 @@ TEST_F(PcieSsdStatus, StatusOfASlotAndChangeCounter) {
 
 TEST_F(PcieSsdStatus, StatusBlockIsOneWrite) {
     Bytes block(128);
-    for (size_t i = 0; i < block.size(); ++i) {
-        block[i] = static_cast<uint8_t>(i + 1);
-    }
+    std::iota(block.begin(), block.end(), uint8_t{1});
     std::ranges::fill(region, 0x10);
     Bytes expected = region;
     std::ranges::copy(block, expected.begin() + 142);
@@ -83,51 +80,6 @@ TEST_F(PcieSsdStatus, PresenceCounterIsComparedWithTheLastOneSeen) {
     EXPECT_EQ(RTSHM_ReadPCIeSSDPresenceSharedMem(&changed), 0u);
     EXPECT_EQ(changed, 1) << "a failed read has seen nothing";
     EXPECT_EQ(RTSHM_ReadPCIeSSDPresenceSharedMem(nullptr), 2u);
-}
-
-// Every call of the service by every operation fails once.
-TEST_F(PcieSsdStatus, EveryFailureOfTheServiceEndsTheOperationWith3) {
-    const std::string status_file = path("status"), fru_file = path("fru");
-    write_file(status_file, "1 0x10\n");
-    write_file(fru_file, std::string(512, 'f'));
-    vexutils::flag_paths.ssd_status = status_file.c_str();
-    vexutils::flag_paths.ssd_fru = fru_file.c_str();
-    static Bytes bytes(512);
-    static uint8_t byte;
-    static uint16_t word;
-    const struct {
-        const char* what;
-        uint32_t (*run)();
-        int reads, writes;
-    } rows[] = {{"drive", [] { return RTSHM_StoreFRU(7, 0, 1, 2, 3, bytes.data(), 512); }, 0, 5},
-                {"card", [] { return RTSHM_StoreFRU(11, 0, 1, 2, 3, bytes.data(), 512); }, 0, 6},
-                {"temperature", [] { return RTSHM_StoreFRUTemp(7, 0, 1, 50); }, 0, 1},
-                {"clear", [] { return RTSHM_ClearFRU(7, 0, 1); }, 0, 2},
-                {"clear text", [] { return RTSHM_ClearFqdd(7, 0, 1); }, 0, 1},
-                {"text", [] { return RTSHM_Add_NVMeSSD_FQDD_toSHM(1, "D"); }, 0, 1},
-                {"base", [] { return RTSHM_GetPCIeSSDGlobalSlotNumberBase(0, &byte); }, 1, 0},
-                {"presence", [] { return RTSHM_ReadPCIeSSDPresenceSharedMem(&byte); }, 1, 0},
-                {"read status", [] { return RTSHM_readPciessdDriveStatusFromShm(&word, 3); }, 1, 0},
-                {"status", [] { return updatePciessdDriveStatusToShm(1, 2); }, 1, 2},
-                {"status block", [] { return updatePciessdiBCDDataToShm(bytes.data()); }, 1, 2},
-                {"simulation", [] { return RTSHM_SimulatePCIeSSD(); }, 3, 7}};
-    for (const auto& row : rows) {
-        for (const auto& [place, calls] :
-             {std::pair{Place::ShmRead, row.reads}, std::pair{Place::ShmWrite, row.writes}}) {
-            for (int n = 1; n <= calls + 1; ++n) {
-                SCOPED_TRACE(testing::Message() << row.what << ", call " << n);
-                platform.clear_lines();
-                platform.clear_writes();
-                platform.fail(place, n);
-                EXPECT_EQ(row.run(), n <= calls ? 3u : 0u);
-                EXPECT_EQ(platform.messages(2).empty(), n > calls);
-                EXPECT_TRUE(place == Place::ShmRead || n > calls ||
-                            platform.writes().size() == static_cast<size_t>(n - 1))
-                    << "nothing is written after the failure";
-                platform.no_faults();
-            }
-        }
-    }
 }
 
 }  // namespace

@@ -109,19 +109,4 @@ TEST_F(PcieSsdTopology, CablingOfAnEndpoint) {
     EXPECT_EQ(rtshm_IsDriveBehindKRONfromBPAPIByEID(nullptr, 20), 1u);
 }
 
-TEST_F(PcieSsdTopology, AnyContentsOfTheRegionsAreTaken) {
-    std::mt19937 random{19};
-    for (int run = 0; run < 200; ++run) {
-        platform.clear_lines();
-        std::generate_n(cards.begin(), 132, random);
-        std::ranges::generate(status, random);
-        for (int i = 0; i < 16; ++i) {
-            cards[5 + 8 * static_cast<size_t>(i)] = 3;
-        }
-        const uint32_t extenders = rtshm_getPCIessdExtcard();
-        EXPECT_TRUE(extenders == 0 || extenders == 3);
-        EXPECT_EQ(rtshm_getPCIessdBp(), 0u);
-    }
-}
-
 }  // namespace

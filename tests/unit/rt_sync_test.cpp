@@ -2,30 +2,10 @@
 
 #include <pthread.h>
 
-#include <cerrno>
 #include <ctime>
 #include <future>
 
 #include "tests/support/platform_test.h"
-
-namespace {
-
-bool threads_start = true;
-
-}  // namespace
-
-extern "C" {
-
-int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
-                          void* (*start)(void*), void* argument);
-int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
-                          void* (*start)(void*), void* argument);
-
-int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
-                          void* (*start)(void*), void* argument) {
-    return threads_start ? __real_pthread_create(thread, attributes, start, argument) : EAGAIN;
-}
-}
 
 namespace {
 
@@ -48,27 +28,28 @@ constexpr RTSyncGlobalStatus kGiven{0xAAAA, 0xBBBB, 13, 14, 15, 16};
 
 TEST_F(Sync, EachFunctionWritesItsOwnFieldsOfTheStatus) {
     ASSERT_EQ(RTSync_Init(), 0u);
-    const struct {
-        const char* what;
-        uint32_t (*call)();
-        RTSyncGlobalStatus after;
-    } rows[] = {
-        {"set", [] { return RTSync_SetGlobalStatus(kGiven); }, {0xAAAA, 0x2222, 13, 14, 15, 16}},
-        {"poll", [] { return RTSync_SetGlobalPoll(kGiven); }, {0x1111, 0x2222, 3, 14, 15, 16}},
-        {"reset", [] { return RTSync_Reset(); }, kBefore},
-        {"destroy", [] { return RTSync_Destroy(); }, kBefore},
-        {"a second destroy", [] { return RTSync_Destroy(); }, kBefore},
-        {"init", [] { return RTSync_Init(); }, {0, 0x2222, 0, 4, 5, 6}}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+    for (const auto& [what, call, after] : Rows<const char*, uint32_t (*)(), RTSyncGlobalStatus>{
+             {"set",
+              [] { return RTSync_SetGlobalStatus(kGiven); },
+              {0xAAAA, 0x2222, 13, 14, 15, 16}},
+             {"poll", [] { return RTSync_SetGlobalPoll(kGiven); }, {0x1111, 0x2222, 3, 14, 15, 16}},
+             {"reset", RTSync_Reset, kBefore},
+             {"destroy", RTSync_Destroy, kBefore},
+             {"a second destroy", RTSync_Destroy, kBefore},
+             {"init", RTSync_Init, {0, 0x2222, 0, 4, 5, 6}}}) {
         grtsync_Status = kBefore;
-        EXPECT_EQ(row.call(), 0u);
-        expect_status(row.after);
+        EXPECT_EQ(call(), 0u);
+        expect_status(after);
     }
     RTSyncGlobalStatus copy = kGiven;
     EXPECT_EQ(RTSync_GetGlobalStatus(&copy), 0u);
     expect_status(copy);
     EXPECT_EQ(RTSync_GetGlobalStatus(nullptr), 2u);
+    EXPECT_EQ(RTSync_LockGlobalStatus(), 0u);
+    EXPECT_EQ(platform.locks_held, 1) << "the lock is the caller's";
+    EXPECT_EQ(RTSync_UnLockGlobalStatus(), 0u);
+    EXPECT_NE(RTSync_UnLockGlobalStatus(), 0u) << "not held: the platform's answer comes through";
+    EXPECT_TRUE(platform.lines().empty());
 }
 
 TEST_F(Sync, BothPollTimesBecomeNow) {
@@ -82,77 +63,55 @@ TEST_F(Sync, BothPollTimesBecomeNow) {
     expect_status({0x1111, 0x2222, 3, 4, now, now});
 }
 
-TEST_F(Sync, TheStatusLockIsTheCallers) {
-    ASSERT_EQ(RTSync_Init(), 0u);
-    EXPECT_EQ(RTSync_LockGlobalStatus(), 0u);
-    EXPECT_EQ(platform.locks_held, 1);
-    EXPECT_EQ(RTSync_UnLockGlobalStatus(), 0u);
-    EXPECT_NE(RTSync_UnLockGlobalStatus(), 0u) << "not held: the platform's answer comes through";
-    EXPECT_TRUE(platform.lines().empty());
-}
-
 TEST_F(Sync, FailedLocksAreLoggedAndChangeNothing) {
     static uint8_t out;
     const std::string text = "<-- err mutex fail";
     const std::string flag_text = "<-- err gKronReinventoryThread_mutex mutex fail ";
-    const struct {
-        std::string line;
-        uint32_t (*call)();
-        uint32_t result;
-        bool silent_without_mutex;
-    } rows[] = {
+    const Rows<std::string, uint32_t (*)(), uint32_t, bool> rows{
+        // silent without a mutex?
         {text + "RTSync_LockGlobalStatus", RTSync_LockGlobalStatus, 3, false},
         {text + "RTSync_SetGlobalPoll", [] { return RTSync_SetGlobalPoll(kGiven); }, 1, false},
-        {text + "RTSync_updateGlobalPoll", [] { return RTSync_updateGlobalPoll(kGiven); }, 1,
-         false},
+        {text + "RTSync_updateGlobalPoll", [] { return RTSync_updateGlobalPoll({}); }, 1, false},
         {text + "RTSync_SetKronStatus", [] { return RTSync_SetKronStatus(1, 2); }, 1, true},
         {text + "RTSync_GetKronStatus", [] { return RTSync_GetKronStatus(1, &out); }, 1, true},
         {flag_text + "rtraid_GetKRONInventoryThreadFlag",
          [] { return rtraid_GetKRONInventoryThreadFlag(&out); }, 1, true},
         {flag_text + "rtraid_SetKRONInventoryThreadFlag",
          [] { return rtraid_SetKRONInventoryThreadFlag(1); }, 1, false}};
+    grtsync_Status = kBefore;
+    out = 0xEE;
+    platform.fail(Place::Lock, 1, true);
     for (const bool created : {false, true}) {
         if (created) {
-            ASSERT_EQ(RTSync_Init(), 0u);
-            ASSERT_EQ(RTSync_KronStateInit(), 0u);
-            ASSERT_EQ(rtraid_KRONInventoryThreadHandlerMutexInit(), 0u);
-        }
-        for (const auto& row : rows) {
-            SCOPED_TRACE(row.line + (created ? "" : ", no mutex"));
-            platform.clear_lines();
-            platform.fail(Place::Lock);
+            EXPECT_EQ(RTSync_Init() + RTSync_KronStateInit(), 0u);
+            EXPECT_EQ(rtraid_KRONInventoryThreadHandlerMutexInit(), 0u);
             grtsync_Status = kBefore;
-            out = 0xEE;
-            EXPECT_EQ(row.call(), row.result);
-            EXPECT_EQ(logged(1, row.line), created || !row.silent_without_mutex);
-            EXPECT_EQ(platform.lines().size(), created || !row.silent_without_mutex ? 1u : 0u);
-            expect_status(kBefore);
-            EXPECT_EQ(out, 0xEE);
-            EXPECT_EQ(gKRONReInventoryThreadRunning, 0);
         }
+        for (const auto& [line, call, result, silent] : rows) {
+            EXPECT_EQ(call(), result);
+            EXPECT_EQ(told(1), created || !silent ? line + "\n" : "");
+        }
+        expect_status(kBefore);
+        EXPECT_EQ(out, 0xEE);
+        EXPECT_EQ(gKRONReInventoryThreadRunning, 0);
     }
     platform.no_faults();
     EXPECT_EQ(RTSync_GetKronStatus(1, &out), 255u) << "the failed set stored nothing";
 }
 
 TEST_F(Sync, WithoutAMutexInitSaysSoAndLeavesTheStateAlone) {
-    const struct {
-        uint32_t (*call)();
-        const char* line;
-    } rows[] = {
-        {RTSync_Init, "<-- RTSync_Init failed to create mutex"},
-        {RTSync_Reset, "<-- RTSync_Reset failed to create mutex"},
-        {RTSync_KronStateInit, "<-- RTSync_KronStateInit failed to create mutex"},
-        {rtraid_KRONInventoryThreadHandlerMutexInit,
-         "<-- rtraid_KRONInventoryThreadHandlerMutexInit failed to create KRON Reinventory Thread "
-         "mutex"}};
     grtsync_Status = kBefore;
     gKRONState[0] = {9, 8, {}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.line);
+    for (const auto& [line, call] : Rows<const char*, uint32_t (*)()>{
+             {"<-- RTSync_Init failed to create mutex", RTSync_Init},
+             {"<-- RTSync_Reset failed to create mutex", RTSync_Reset},
+             {"<-- RTSync_KronStateInit failed to create mutex", RTSync_KronStateInit},
+             {"<-- rtraid_KRONInventoryThreadHandlerMutexInit failed to create KRON Reinventory "
+              "Thread mutex",
+              rtraid_KRONInventoryThreadHandlerMutexInit}}) {
         platform.fail(Place::MutexCreate);
-        EXPECT_EQ(row.call(), 1u);
-        EXPECT_TRUE(logged(1, row.line));
+        EXPECT_EQ(call(), 1u);
+        EXPECT_TRUE(logged(1, line));
         expect_status(kBefore);
         EXPECT_EQ(gKRONState[0].eid, 9);
     }
@@ -215,12 +174,7 @@ TEST_F(Sync, TheReinventoryFlagIsZeroOrOne) {
     EXPECT_EQ(rtraid_GetKRONInventoryThreadFlag(nullptr), 2u);
 }
 
-struct Seen {
-    void* argument;
-    bool detached;
-    size_t stack;
-};
-std::promise<Seen> seen;
+std::promise<std::tuple<void*, int, size_t>> seen;
 
 void* look_around(void* argument) {
     pthread_attr_t attributes;
@@ -230,26 +184,18 @@ void* look_around(void* argument) {
     pthread_attr_getdetachstate(&attributes, &state);
     pthread_attr_getstacksize(&attributes, &stack);
     pthread_attr_destroy(&attributes);
-    seen.set_value({argument, state == PTHREAD_CREATE_DETACHED, stack});
+    seen.set_value({argument, state, stack});
     return nullptr;
 }
 
 TEST_F(Sync, WorkersRunDetachedOnASmallStack) {
-    seen = {};
-    int argument = 0;
-    EXPECT_EQ(RTSync_FFThreadStart(look_around, &argument), 1u);
-    const Seen result = seen.get_future().get();
-    EXPECT_EQ(result.argument, &argument);
-    EXPECT_TRUE(result.detached);
-    EXPECT_GE(result.stack, 102400u);
-    EXPECT_LT(result.stack, 2 * 102400u) << "not the default of megabytes";
-}
-
-TEST_F(Sync, AWorkerThatCannotStartIsZero) {
-    threads_start = false;
-    EXPECT_EQ(RTSync_FFThreadStart(look_around, nullptr), 0u);
-    threads_start = true;
-    EXPECT_TRUE(logged(1, "<-- err pthreadRTSync_FFThreadStart " + std::to_string(EAGAIN)));
+    int given = 0;
+    EXPECT_EQ(RTSync_FFThreadStart(look_around, &given), 1u);
+    const auto [argument, state, stack] = seen.get_future().get();
+    EXPECT_EQ(argument, &given);
+    EXPECT_EQ(state, PTHREAD_CREATE_DETACHED);
+    EXPECT_GE(stack, 102400u);
+    EXPECT_LT(stack, 2 * 102400u) << "not the default of megabytes";
 }
 
 }  // namespace
