@@ -24,88 +24,35 @@ std::string output_of(const std::string& command) {
     return output;
 }
 
-std::string without_comments(const std::string& text) {
-    std::string result;
-    for (size_t at = 0; at < text.size();) {
-        if (text.compare(at, 2, "/*") == 0) {
-            at = text.find("*/", at) + 2;
-        } else if (text[at] == '#' && (at == 0 || text[at - 1] == '\n')) {
-            while (at < text.size() && text[at] != '\n') {
-                at += text[at] == '\\' ? 2u : 1u;
-            }
-        } else {
-            result += text[at++];
-        }
-    }
-    return result;
-}
-
-// Name declared by one statement of a header; empty for types and assertions.
-std::string declared_name(std::string statement) {
-    statement = std::regex_replace(statement, std::regex{R"(__attribute__\s*\(\(.*\)\))"}, "");
-    statement = std::regex_replace(statement, std::regex{R"(\s+)"}, " ");
-    statement.erase(0, statement.find_first_not_of(' '));
-    static const std::regex kFunction{
-        R"(^(?!typedef|static_assert|struct \w+ \{|enum)[^({]*?(\w+) ?\()"};
-    static const std::regex kVariable{R"(^extern [^({]*?(\w+) ?(?:\[[^\]]*\])*$)"};
-    std::smatch match;
-    if (std::regex_search(statement, match, kVariable) ||
-        std::regex_search(statement, match, kFunction)) {
-        return match[1];
-    }
-    return "";
-}
-
-Names declared_in(const std::filesystem::path& header) {
-    std::string text = without_comments(file_content(header));
-    text = std::regex_replace(text, std::regex{R"(extern "C" \{)"}, "");
+Names matches(const std::string& text, const char* pattern) {
+    const std::regex expression{pattern};
     Names names;
-    std::string statement;
-    int depth = 0;
-    for (const char character : text) {
-        depth += character == '{' ? 1 : character == '}' ? -1 : 0;
-        if (character != ';' || depth > 0) {
-            statement += character;
-            continue;
-        }
-        depth = 0;  // the brace that closes extern "C" opens nothing
-        if (const std::string name = declared_name(statement); !name.empty()) {
-            names.insert(name);
-        }
-        statement.clear();
+    for (std::sregex_iterator match{text.begin(), text.end(), expression}, end; match != end;
+         ++match) {
+        EXPECT_TRUE(names.insert((*match)[1]).second) << (*match)[1] << " stands there twice";
     }
     return names;
 }
 
+// A declaration starts its line, which nothing else does that has a ")" or "]" or name before ";".
 Names declared() {
-    Names names;
+    std::string text;
     for (const auto& entry : std::filesystem::directory_iterator{SOURCE_FOLDER "/vexutils"}) {
-        if (entry.path().extension() == ".h") {
-            names.merge(declared_in(entry.path()));
-        }
+        text += entry.path().extension() == ".h" ? file_content(entry.path()) : "";
     }
+    Names names = matches(text, R"(\nextern [^"(;]*?(\w+)(?:\[[^;]*\])?;)");
+    names.merge(matches(text, R"(\n(?!typedef|static_assert|extern)\w[^;{}()#=]*?(\w+)\()"));
     return names;
 }
 
 Names mapped() {
-    const std::string map = file_content(SOURCE_FOLDER "/vexutils/libvexutils.map");
-    static const std::regex kName{R"(\n +(\w+);)"};
-    Names names;
-    for (std::sregex_iterator match{map.begin(), map.end(), kName}, end; match != end; ++match) {
-        EXPECT_TRUE(names.insert((*match)[1]).second) << (*match)[1] << " stands twice in the map";
-    }
-    return names;
+    return matches(file_content(SOURCE_FOLDER "/vexutils/libvexutils.map"), R"(\n +(\w+);)");
 }
 
 Names exported() {
-    std::istringstream lines{output_of(NM " -D --defined-only --format=posix " LIBRARY)};
-    Names names;
-    for (std::string line; std::getline(lines, line);) {
-        const std::string name = line.substr(0, line.find_first_of("@ "));
-        if (name != "VEXUTILS_1") {
-            names.insert(name);
-        }
-    }
+    Names names = matches(output_of(NM " -D --defined-only --format=posix " LIBRARY),
+                          R"((\w+)@?\S* [^\n]*\n)");
+    names.erase("VEXUTILS_1");
     return names;
 }
 

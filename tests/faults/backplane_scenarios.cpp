@@ -16,20 +16,20 @@ int64_t sum(Results... results) {
 Scenarios backplane_scenarios() {
     return {
         {"main session",
-         {0, {1}},
+         {0, {0, 1}},
          [] {
              rtshm_BpApiExit();
              const uint32_t result = rtshm_BpApiInit();
              return (bpAPIHandler != nullptr) == (result == 0) ? result : 100;
          }},
         {"KRON session",
-         {0, {1}},
+         {0, {0, 1}},
          [] {
              rtshm_BpApiKronExit();
              const uint32_t result = rtshm_BpApiKronInit();
              return (bpAPIKronHandler != nullptr) == (result == 0) ? result : 100;
          }},
-        {"snapshot", {0, {5}}, [] { return rtshm_BpDataUpdate(); }},
+        {"snapshot", {0, {0, 5}}, [] { return rtshm_BpDataUpdate(); }},
         {"hot plug",
          {4},
          [] {
@@ -81,23 +81,23 @@ Scenarios backplane_scenarios() {
                  getBayIDandSlotFromFqdd("Disk.Bay.7:Enclosure.Internal.0-2", 0, &bay, &slot),
                  getSlotandSlotIndexfromFQDD("PCIeSSD.Slot.3-1", 0, &bay, &slot, &type));
          }},
-        {"extenders", {0, {3}}, [] { return rtshm_getNVMeExtcard(); }},
-        {"extender", {0, {3}}, [] { return processNVMeExtndrcardInfo(1, 5); }},
+        {"extenders", {0, {0, 3}}, [] { return rtshm_getNVMeExtcard(); }},
+        {"extender", {0, {0, 3}}, [] { return processNVMeExtndrcardInfo(1, 5); }},
         {"backplanes", {0}, [] { return rtshm_getNVMeBPs(); }},
         {"backplane",
-         {0, {3}},
+         {0, {0, 3}},
          [] {
              return processNVMeBackplaneInfo(&sNVMeSSDBPInfo.bays[1], &sNVMeSSDBPInfo.slots[51]);
          }},
-        {"SSD extenders", {0, {3}}, [] { return rtshm_getPCIessdExtcard(); }},
-        {"SSD extender", {0, {3}}, [] { return processPciessdExtndrcardInfo(1, 6); }},
-        {"SSD backplanes", {0, {3}}, [] { return rtshm_getPCIessdBp(); }},
-        {"SSD backplane", {0, {3}}, [] { return processPciessdBackplaneInfo(1, 2, 3, 4); }},
-        {"blink", {0, {1}}, [] { return BlinkNVMeSSD(1, 2); }},
-        {"stop to blink", {0, {1}}, [] { return UnBlinkNVMeSSD(1, 2, 3); }},
+        {"SSD extenders", {0, {0, 3}}, [] { return rtshm_getPCIessdExtcard(); }},
+        {"SSD extender", {0, {0, 3}}, [] { return processPciessdExtndrcardInfo(1, 6); }},
+        {"SSD backplanes", {0, {0, 3}}, [] { return rtshm_getPCIessdBp(); }},
+        {"SSD backplane", {0, {0, 3}}, [] { return processPciessdBackplaneInfo(1, 2, 3, 4); }},
+        {"blink", {0, {0, 1}}, [] { return BlinkNVMeSSD(1, 2); }},
+        {"stop to blink", {0, {0, 1}}, [] { return UnBlinkNVMeSSD(1, 2, 3); }},
         {"stop all", {0, {1}}, [] { return UnBlinkAllNVMeSSDS(kNvme, 1, 2, 3); }},
         {"status to the backplane",
-         {0, {1}, true},
+         {0, {0, 1}, true},
          [] {
              const fake::Platform& platform = fake::platform();
              const int sessions = platform.open_sessions();

@@ -37,20 +37,20 @@ int64_t read(uint32_t (*get)(uint32_t, uint8_t*), uint32_t eid) {
 Scenarios cache_scenarios() {
     return {
         {"start and stop",
-         {0, {1}},
+         {0, {0, 1}},
          [] {
              stop();
              return start() ? 0 : 1;
          }},
         {"cache",
-         {0, {1, 3}},
+         {0, {0, 1, 3}},
          [] {
              const uint32_t result = rtcache_Init();
              return is_empty() && (result != 0 || is_whole()) ? result : 100;
          }},
         {"end of the cache", {0}, [] { return rtcache_Destroy(); }},
         {"freed memory",
-         {0, {1, 3}},
+         {0, {0, 1, 3}},
          [] {
              rtcache_FreeMem();
              rtcache_Destroy();

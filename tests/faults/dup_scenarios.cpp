@@ -26,10 +26,10 @@ int64_t freed(StorageObjectRecord* record) {
 
 Scenarios dup_scenarios() {
     return {
-        {"adapter", {1, {0}}, [] { return freed(DupAdapter(&sources.adapter)); }},
-        {"battery", {1, {0}}, [] { return freed(rtraid_DupBattery(&sources.battery)); }},
-        {"driver", {1, {0}}, [] { return freed(rtraid_DupDriver(&sources.driver)); }},
-        {"foreign config", {1, {0}}, [] { return freed(DupForeign_Config(&sources.foreign)); }},
+        {"adapter", {1, {1, 0}}, [] { return freed(DupAdapter(&sources.adapter)); }},
+        {"battery", {1, {1, 0}}, [] { return freed(rtraid_DupBattery(&sources.battery)); }},
+        {"driver", {1, {1, 0}}, [] { return freed(rtraid_DupDriver(&sources.battery)); }},
+        {"foreign config", {1, {1, 0}}, [] { return freed(DupForeign_Config(&sources.foreign)); }},
         {"adapter key",
          {1, {0}},
          [] {
@@ -48,13 +48,17 @@ Scenarios dup_scenarios() {
         {"disk", {0}, [] { return copied(rtraid_dupPD, sources.disk); }},
         {"virtual disk", {0}, [] { return copied(rtraid_DupVD, sources.virtual_disk); }},
         {"enclosure", {0}, [] { return copied(rtraid_dupEnclosure, sources.enclosure); }},
-        {"management module", {0}, [] { return copied(rtraid_dupEMM, sources.emm); }},
-        {"fan", {0}, [] { return copied(rtraid_dupFAN, sources.fan); }},
-        {"power supply", {0}, [] { return copied(rtraid_dupPSU, sources.psu); }},
-        {"probe", {0}, [] { return copied(rtraid_dupTEMPPROBE, sources.probe); }},
+        {"parts of an enclosure",
+         {0},
+         [] {
+             return copied(rtraid_dupEMM, sources.enclosure) +
+                    copied(rtraid_dupFAN, sources.enclosure) +
+                    copied(rtraid_dupPSU, sources.enclosure) +
+                    copied(rtraid_dupTEMPPROBE, sources.enclosure);
+         }},
         {"SMART pages", {0}, [] { return copied(rtraid_dupSmartPD, sources.smart_pages); }},
         {"SMART block", {0}, [] { return copied(rtraid_dupSmartPD, sources.smart_block); }},
-        {"flat SMART", {0}, [] { return copied(rtraid_dupNVMeSmartData, sources.smart_flat); }},
+        {"flat SMART", {0}, [] { return copied(rtraid_dupNVMeSmartData, sources.battery); }},
     };
 }
 

@@ -21,7 +21,7 @@ int64_t put(uint32_t type) {
 Scenarios queue_scenarios() {
     return {
         {"queue",
-         {0, {-1}},
+         {0, {0, -1}},
          [] {
              NotifQueue* made = nullptr;
              const int32_t result = InitEvtQ(&made);
@@ -32,7 +32,7 @@ Scenarios queue_scenarios() {
              return result;
          }},
         {"message",
-         {0, {1, 10, 11}},
+         {0, {0, 1, 10, 11}},
          [] {
              void* message = nullptr;
              const int32_t added = AddEvt(queue, queue);
@@ -52,10 +52,10 @@ Scenarios queue_scenarios() {
              rtraid_EventQueue_Destroy();
              return rtraid_EventQueue_Init();
          }},
-        {"event", {0, {-1}}, [] { return put(RTRAID_CALLBACK_POWERON); }},
-        {"table event", {0, {-1}}, [] { return put(RTRAID_CALLBACK_ENDPOINT_TABLE); }},
+        {"event", {0, {0, -1}}, [] { return put(RTRAID_CALLBACK_POWERON); }},
+        {"table event", {0, {0, -1}}, [] { return put(RTRAID_CALLBACK_ENDPOINT_TABLE); }},
         {"taken event",
-         {1, {0}},
+         {1, {1, 0}},
          [] {
              rtraid_EventQueue_SetStatus(RTRAID_EVTQ_READY);
              if (gpRtraid_EventQueue->head == nullptr) {

@@ -28,7 +28,7 @@ Scenarios region_scenarios() {
              return g_IsTapeDrivePresent;
          }},
         {"tape section", {0, {5}}, [] { return RTSHM_InitTBUSharedMem(TAPE_PRESENT); }},
-        {"polling flags", {0, {3}}, [] { return read(RTSHM_ReadSharedThermalPolling); }},
+        {"polling flags", {0, {0, 3}}, [] { return read(RTSHM_ReadSharedThermalPolling); }},
         {"split mode", {0, {3}}, [] { return read(RTSHM_readBackplaneSharedMem); }},
         {"dump", {0}, [] { return (RTSHM_DumpSharedMem(), 0); }},
         {"inventory", {0, {}, true}, [] { return RTSHM_UpdateSharedMem(1); }},
@@ -71,7 +71,7 @@ Scenarios region_scenarios() {
              static const uint8_t block[128] = {};
              return updatePciessdiBCDDataToShm(block);
          }},
-        {"simulated drives", {0, {3}}, [] { return RTSHM_SimulatePCIeSSD(); }},
+        {"simulated drives", {0, {0, 3}}, [] { return RTSHM_SimulatePCIeSSD(); }},
         {"HBA card", {0, {2, 3}}, [] { return card(get_HBA_FRU_Info, 9, 3); }},
         {"boot card", {0, {2, 3}}, [] { return card(get_KRON_TAVI_FRU_Info, 17, 255); }},
         {"model of the boot card", {0, {1}}, [] { return is_TAVI_A2_Present(); }},

@@ -12,7 +12,7 @@ namespace faults {
 // What a call may return, and under which lock it is made.
 struct Promise {
     int64_t done;                      // result without a failure
-    std::vector<int64_t> failed = {};  // others that the function promises for one
+    std::vector<int64_t> failed = {};  // with one; none: as without
     bool holds_cache = false;          // called with mutexRtCache held
 };
 

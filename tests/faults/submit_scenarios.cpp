@@ -7,13 +7,13 @@ namespace faults {
 Scenarios submit_scenarios() {
     return {
         {"alert",
-         {0, {-1}},
+         {0, {0, -1}},
          [] {
              const char* const arguments[] = {"a", nullptr, "c"};
              return rt_JWLOGCMNSubmitEvent(1, "CTL140", L"RAID.Slot.1-1", arguments, 3);
          }},
         {"alert in inventory",
-         {0, {-1}},
+         {0, {0, -1}},
          [] {
              grtsync_Status.phase = RTSYNC_PHASE_INVENTORY;
              return rt_JWLOGCMNSubmitEvent(1, "CTL140", L"RAID.Slot.1-1", nullptr, 0);

@@ -76,7 +76,7 @@ Scenarios sync_scenarios() {
          }},
         {"set re-inventory flag", {0, {1}}, [] { return rtraid_SetKRONInventoryThreadFlag(1); }},
         {"long job filter",
-         {2, {0, 1}},
+         {2, {2, 0, 1}},
          [] {
              static std::vector<const wchar_t*> fqdds(200, L"RAID.Slot.3-%%1");
              const void* before = g_hybridJobData;

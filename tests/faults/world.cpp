@@ -4,6 +4,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <ostream>
@@ -34,13 +35,12 @@ uint8_t page[RT_NVME_BLOCK_SIZE] = {1};
 AdapterCapabilityEntry capabilities[2];
 StorageObjectRecord members[100];
 
-StorageObjectRecord record(uint32_t type) {
+StorageObjectRecord record(uint32_t type, wchar_t* fqdd = fqdd_text) {
     StorageObjectRecord result{};
     result.objType = type;
     result.NAME = name_text;
     result.hdr.VERSION = 1;
-    result.hdr.FQDD =
-        type == RT_OBJ_ENCLOSURE || type == RT_OBJ_BACKPLANE ? enclosure_text : fqdd_text;
+    result.hdr.FQDD = fqdd;
     return result;
 }
 
@@ -48,21 +48,14 @@ StorageObjectRecord record(uint32_t type) {
 
 Sources::Sources()
     : adapter(record(RT_OBJ_ADAPTER)),
-      battery(record(RT_OBJ_BATTERY)),
-      driver(record(RT_OBJ_DRIVER)),
       disk(record(RT_OBJ_PHYSICAL_DISK)),
       virtual_disk(record(RT_OBJ_VIRTUAL_DISK)),
-      enclosure(record(RT_OBJ_ENCLOSURE)),
-      backplane(record(RT_OBJ_BACKPLANE)),
-      emm(record(RT_OBJ_EMM)),
-      fan(record(RT_OBJ_FAN)),
-      psu(record(RT_OBJ_PSU)),
-      probe(record(RT_OBJ_TEMPERATURE_PROBE)),
       smart_pages(record(RT_OBJ_SMART_DATA)),
       smart_block(record(RT_OBJ_SMART_DATA)),
-      smart_flat(record(RT_OBJ_SMART_DATA)),
       foreign(record(RT_OBJ_FOREIGN_CONFIG)),
-      key{},
+      battery(record(RT_OBJ_BATTERY)),
+      enclosure(record(RT_OBJ_ENCLOSURE, enclosure_text)),
+      backplane(record(RT_OBJ_BACKPLANE, enclosure_text)),
       card{name_text, fqdd_text} {
     adapter.body.adapter.text112 = name_text;
     for (AdapterTextEntry& entry : adapter.body.adapter.entries) {
@@ -70,11 +63,11 @@ Sources::Sources()
     }
     adapter.body.adapter.capabilityMask = 3;
     adapter.body.adapter.capabilities = capabilities;
-    disk.body.pd.keyId = disk.body.pd.text417 = disk.body.pd.text426 = key_text;
-    disk.body.pd.text430 = disk.body.pd.text434 = key_text;
-    disk.body.pd.wordCount = 4;
-    disk.body.pd.words = words;
-    disk.body.pd.enclosureId = kBackplaneKey;
+    PhysicalDiskBody& pd = disk.body.pd;
+    pd.keyId = pd.text417 = pd.text426 = pd.text430 = pd.text434 = key_text;
+    pd.wordCount = 4;
+    pd.words = words;
+    pd.enclosureId = kBackplaneKey;
     virtual_disk.body.vd.memberCount = 4;
     virtual_disk.body.vd.targetID = words;
     smart_pages.body.smart.pageSelector = RT_SMART_SELECT_7_PAGES;
@@ -84,9 +77,7 @@ Sources::Sources()
     }
     smart_block.body.smart.flags = RT_SMART_FLAG_NVME;
     smart_block.body.smart.nvmeBlock = page;
-    for (StorageObjectRecord& member : members) {
-        member = virtual_disk;
-    }
+    std::ranges::fill(members, virtual_disk);
     foreign.body.foreign.virtualDiskCount = foreign.body.foreign.physicalDiskCount = 100;
     foreign.body.foreign.virtualDisks = foreign.body.foreign.physicalDisks = members;
 }
@@ -138,7 +129,7 @@ bool add_controller(uint8_t eid, uint8_t type) {
     }
     node->adapter = DupAdapter(&sources.adapter);
     node->battery = rtraid_DupBattery(&sources.battery);
-    node->driver = rtraid_DupDriver(&sources.driver);
+    node->driver = rtraid_DupDriver(&sources.battery);
     node->adapterKey = rtraid_DupAdapterKey(&sources.key);
     node->pciInfo = block<RtCachePciInfo>();
     done &= node->adapter != nullptr && node->pciInfo != nullptr && node->battery != nullptr;
@@ -178,10 +169,6 @@ bool add_objects(uint8_t eid) {
            done;
 }
 
-void* extra_commands() {
-    return vexel_alloc(16);
-}
-
 bool start_cache() {
     max_adapters = 6;
     max_physicaldevices = 32;
@@ -192,8 +179,7 @@ bool start_cache() {
     done &= add_objects(kKron);
     done &= rtcache_UpdateCachedObject(RTCACHE_REGISTER, kNvme, RTCACHE_TYPE_NVME, 0) == 0;
     done &= rtcache_UpdateCachedObject(RTCACHE_REGISTER, kCard, RTCACHE_TYPE_PCIESSD, 0) == 0;
-    void* commands = extra_commands();
-    return cached<void>(RTCACHE_KEY_COMMANDS, kKron, kKron, commands,
+    return cached<void>(RTCACHE_KEY_COMMANDS, kKron, kKron, vexel_alloc(16),
                         [](void*& refused) { vexel_free(refused); }) &&
            done;
 }
@@ -361,47 +347,6 @@ std::ostream& operator<<(std::ostream& out, const Holdings& held) {
     return out << held.blocks << " blocks, " << held.mutexes << " mutexes, " << held.events
                << " events, " << held.lists << " lists, " << held.sessions << " sessions, "
                << held.locks << " locks, descriptor " << held.lowest_free_descriptor;
-}
-
-namespace {
-
-// Reads its texts to the end.
-void check_record(const StorageObjectRecord* record) {
-    for (const wchar_t* text : {record != nullptr ? record->NAME : nullptr,
-                                record != nullptr ? record->hdr.FQDD : nullptr}) {
-        EXPECT_LT(text != nullptr ? std::wcslen(text) : 0, 64u);
-    }
-}
-
-}  // namespace
-
-void check_state() {
-    EXPECT_LE(cache_StorageEIDInfo.eidCount, max_adapters);
-    for (uint32_t row = 0; cache_Events != nullptr && row < max_adapters; ++row) {
-        EXPECT_LE(cache_Events[row].eventCount, uint32_t{RTCACHE_EVENTCACHE_DEPTH});
-    }
-    for (uint32_t eid = 0; eid < RTCACHE_EID_SLOTS; ++eid) {
-        if (const RtCacheControllerNode* node = cache_AllEIDs[eid]; node != nullptr) {
-            check_record(node->adapter);
-            check_record(node->battery);
-            check_record(node->foreignConfig);
-        }
-    }
-    for (uint32_t row = 0; cache_PDs != nullptr && row < max_adapters; ++row) {
-        for (uint32_t key = 0; key < max_physicaldevices; ++key) {
-            if (const RtCacheDiskNode* node = cache_PDs[row][key]; node != nullptr) {
-                check_record(node->enclObj->enclType.physicalDisk.Obj);
-            }
-        }
-    }
-    if (queue != nullptr) {
-        uint32_t count = 0;
-        for (const NotifNode* node = queue->head; node != nullptr; node = node->next) {
-            ++count;
-            EXPECT_TRUE(node->next != nullptr || node == queue->tail);
-        }
-        EXPECT_EQ(queue->count, count);
-    }
 }
 
 // ---- Memory that no failure reaches -------------------------------------------------------------

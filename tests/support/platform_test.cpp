@@ -32,6 +32,18 @@ std::string PlatformTest::told(int level) {
     return text;
 }
 
+std::string PlatformTest::lines_of(const std::string& place) {
+    std::string text;
+    for (const fake::LogLine& line : platform.lines()) {
+        const size_t at = line.text.find(place + ":");
+        if (at == 0 || (at != std::string::npos && line.function == place)) {
+            text += std::to_string(line.level) + " " + line.message + "|";
+        }
+    }
+    platform.clear_lines();
+    return text;
+}
+
 void PlatformTest::use_log_file() {
     vexutils::log_state.file = vexutils::LogFile::Enabled;
 }

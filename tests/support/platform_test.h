@@ -10,6 +10,7 @@
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <numeric>
 #include <random>
 #include <string>
 #include <thread>
@@ -40,6 +41,8 @@ class PlatformTest : public testing::Test {
     }
     // The messages of a level since the last call, one a line.
     std::string told(int level);
+    // The same of a function or, with "file.cpp", of a file: "level message|" each.
+    std::string lines_of(const std::string& place);
 
     // A name in a folder of this test's own.
     std::string path(const std::string& name) const { return folder_ / name; }

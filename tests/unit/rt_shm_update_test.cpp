@@ -1,5 +1,5 @@
 #include <deque>
-#include <numeric>
+#include <set>
 
 #include "rt_shm.h"
 #include "rt_sync.h"
@@ -9,6 +9,12 @@ namespace {
 
 constexpr uint8_t kDone = 2;
 constexpr auto kDirect = L"Disk.Direct.0";
+
+// Where readers find things in region 3.
+constexpr size_t kControllers = 0, kPciSlot = 4, kTemperature = 20, kBatteryTemperature = 84,
+                 kPolling = 580, kDrives = 724, kBay = 728, kSlot = 983, kMedia = 1493,
+                 kDriveTemperature = 2003, kChassisSlot = 4808, kBatteries = 23678,
+                 kComplete = 23698, kTape = 23702;
 
 class Update : public CacheTest {
   protected:
@@ -98,23 +104,14 @@ class Update : public CacheTest {
         EXPECT_EQ(RTSHM_UpdateSharedMem(kron_total), 0u);
     }
 
-    // Region 3, by the offsets that its readers know.
-    unsigned at(size_t offset, int bytes = 1) {
-        unsigned value = 0;
-        for (int i = 0; i < bytes; ++i) {
-            value |= unsigned{platform.region(3)[offset + static_cast<size_t>(i)]} << (8 * i);
+    // The first byte of each, in decimal.
+    std::string at(std::initializer_list<size_t> offsets) {
+        std::string text;
+        for (const size_t offset : offsets) {
+            text += (text.empty() ? "" : " ") + std::to_string(platform.region(3)[offset]);
         }
-        return value;
+        return text;
     }
-    unsigned controller_count() { return at(0, 4); }
-    unsigned temperature() { return at(20, 4); }
-    unsigned battery_temperature() { return at(84, 4); }
-    unsigned polling_disabled() { return at(580); }
-    unsigned drive_count() { return at(724, 4); }
-    unsigned drive(size_t array) { return at(724 + array); }
-    unsigned battery_count() { return at(23678, 4); }
-    unsigned complete() { return at(23698); }
-    unsigned tape() { return at(23702); }
 };
 
 TEST_F(Update, PublishesASmallServerByteByByte) {
@@ -178,13 +175,7 @@ TEST_F(Update, PublishesASmallServerByteByByte) {
     }
     EXPECT_EQ(platform.region(3), image);
 
-    std::string lines;
-    for (const fake::LogLine& line : platform.lines()) {
-        if (line.function == "RTSHM_UpdateSharedMem") {
-            lines += std::to_string(line.level) + " " + line.message + "|";
-        }
-    }
-    EXPECT_EQ(lines,
+    EXPECT_EQ(lines_of("RTSHM_UpdateSharedMem"),
               "4 ControllerStruct 724 PDStruct 22954 BatteryStruct 24|4 kronTotalCount = 1|"
               "2 DisableHBADrivePolling:0 DisableKRONDrivePolling0 |"
               "4 --> Reading BPAPI to Update SharedMem  RTSHM_UpdateSharedMem|"
@@ -209,30 +200,30 @@ TEST_F(Update, PublishesASmallServerByteByByte) {
 }
 
 TEST_F(Update, EndpointsArePublishedByTypeAndInventoryState) {
-    for (const auto& [what, row_type, state, entered, row_complete, line] :
-         Rows<const char*, uint8_t, uint8_t, unsigned, unsigned, const char*>{
-             {"KRON", 1, 2, 1, 1, nullptr},
-             {"KRON, partial", 1, 3, 0, 255,
+    // count, complete
+    for (const auto& [what, type, state, published, line] :
+         Rows<const char*, uint8_t, uint8_t, const char*, const char*>{
+             {"KRON", 1, 2, "1 1", nullptr},
+             {"KRON, partial", 1, 3, "0 255",
               "KRON re-inventory is in progress for KRON ctrlId:[7]"},
-             {"KRON 18, partial", 18, 3, 1, 1,
+             {"KRON 18, partial", 18, 3, "1 1",
               "Ignoring the partial inventory case for KRON ctrlId:[7]"},
-             {"KRON 18, started", 18, 1, 0, 255, nullptr},
-             {"HBA, any state", 10, 0, 1, 255, nullptr},
-             {"controller 12", 12, 0, 1, 255, nullptr},
-             {"boot card", 17, 0, 1, 255, "TAVI-B1 Temperature = 45"},
-             {"NVMe", 7, 2, 0, 255, "Not KRON or HBA or TAVI, ignoring"}}) {
-        controller(7, row_type);
+             {"KRON 18, started", 18, 1, "0 255", nullptr},
+             {"HBA, any state", 10, 0, "1 255", nullptr},
+             {"controller 12", 12, 0, "1 255", nullptr},
+             {"boot card", 17, 0, "1 255", "TAVI-B1 Temperature = 45"},
+             {"NVMe", 7, 2, "0 255", "Not KRON or HBA or TAVI, ignoring"}}) {
+        controller(7, type);
         rtcache_SetStorageEIDStatus(7, state);
         run(1);
-        EXPECT_EQ(controller_count(), entered);
-        EXPECT_EQ(complete(), row_complete);
+        EXPECT_EQ(at({kControllers, kComplete}), published);
         EXPECT_TRUE(line == nullptr || logged(4, line));
         clear();
     }
     controller(3, 1).node.pciInfo = nullptr;
     controller(4, 1).node.adapter = nullptr;
     run();
-    EXPECT_EQ(controller_count(), 0u);
+    EXPECT_EQ(at({kControllers}), "0");
     EXPECT_EQ(platform.count_logged(2, " contiue2"), 1);
 }
 
@@ -241,66 +232,59 @@ TEST_F(Update, HbasStayOutWhileTheyAreInventoriedAgain) {
     disk(9, 0);
     grtsync_Status.phase = RTSYNC_PHASE_HBA_REINVENTORY;
     run();
-    EXPECT_EQ(controller_count(), 0u);
-    EXPECT_EQ(complete(), 0xFFu);
+    EXPECT_EQ(at({kControllers, kComplete}), "0 255");
     EXPECT_TRUE(logged(4, "HBA re-inventory is in progress for at least one HBA. SKiP HBA id 9"));
     platform.fail(Place::Lock, 2, true);  // the first is the cache's
     run();
-    EXPECT_EQ(controller_count(), 1u) << "an unreadable status keeps no HBA out";
+    EXPECT_EQ(at({kControllers, kTape}), "1 0") << "an unreadable status keeps none out";
     EXPECT_EQ(platform.count_logged(2, " GlobalStatus failed!!"), 2);
-    EXPECT_EQ(tape(), 0u);
 }
 
 TEST_F(Update, DeviceIdsDecideOnBatteryAndDrives) {
-    const std::vector<unsigned> no_battery{0x1F3C, 0x1F3D, 0x1F44, 0x1F45, 0x1F46, 0x1F4B,
-                                           0x1F4C, 0x1F4E, 0x1F50, 0x1F51, 0x1F52, 0x1F53,
-                                           0x2172, 0x2173, 0x2174, 0x2177, 0x2199};
-    const std::vector<unsigned> external{0x1F2D, 0x1F41, 0x1F46, 0x1FC9,
-                                         0x1FE2, 0x200D, 0x213A, 0x2212};
+    const std::set<unsigned> no_battery{0x1F3C, 0x1F3D, 0x1F44, 0x1F45, 0x1F46, 0x1F4B,
+                                        0x1F4C, 0x1F4E, 0x1F50, 0x1F51, 0x1F52, 0x1F53,
+                                        0x2172, 0x2173, 0x2174, 0x2177, 0x2199};
+    const std::set<unsigned> external{0x1F2D, 0x1F41, 0x1F46, 0x1FC9,
+                                      0x1FE2, 0x200D, 0x213A, 0x2212};
     Controller& kron = controller(8, RTCACHE_TYPE_KRON);
     disk(8, 0);
     for (unsigned device = 0x1F2C; device <= 0x2213; ++device) {
-        SCOPED_TRACE(device);
         kron.pci.device = static_cast<uint16_t>(device);
         run();
-        const bool outside = std::ranges::count(external, device) > 0;
-        const bool battery = std::ranges::count(no_battery, device) == 0;
-        ASSERT_EQ(battery_temperature(), battery ? 31u : 0xFFFFFFFFu);
-        ASSERT_EQ(polling_disabled(), outside ? 0xFEu : 0u);
-        ASSERT_EQ(drive_count(), outside ? 0u : 1u);
-        ASSERT_EQ(battery_count(), outside ? 0u : 1u);
+        const std::string battery = no_battery.contains(device) ? "255" : "31";
+        ASSERT_EQ(at({kBatteryTemperature, kPolling, kDrives, kBatteries}),
+                  battery + (external.contains(device) ? " 254 0 0" : " 0 1 1"))
+            << device;
     }
     clear();
-    controller(8, RTCACHE_TYPE_KRON_18, 0x1F3C).adapter.body.adapter.capability = 0x10;
+    AdapterBody& newer = controller(8, RTCACHE_TYPE_KRON_18, 0x1F3C).adapter.body.adapter;
+    newer.capability = 0x10;
     run();
-    EXPECT_EQ(battery_temperature(), 31u);
-    controllers[0].adapter.body.adapter.capability = 0xFFFFFFEF;
+    EXPECT_EQ(at({kBatteryTemperature}), "31");
+    newer.capability = 0xFFFFFFEF;
     run();
-    EXPECT_EQ(battery_temperature(), 0xFFFFFFFFu);
+    EXPECT_EQ(at({kBatteryTemperature}), "255");
     EXPECT_TRUE(logged(4, "Battery Unsupported for index 0"));
 }
 
 TEST_F(Update, DisabledPollingHidesTemperatures) {
-    for (const auto& [what, row_type, row_device, flags, row_controller, row_battery, polling,
-                      row_drive, pci_slot] :
-         Rows<const char*, uint8_t, uint16_t, uint8_t, unsigned, unsigned, unsigned, unsigned,
-              unsigned>{{"KRON", 1, 1, 2, ~0u, ~0u, 0, 255, 0},
-                        {"KRON, the HBA's bit", 1, 1, 1, 45, 31, 0, 38, 0},
-                        {"HBA", 10, 1, 1, 45, ~0u, 1, 255, 255},
-                        {"HBA, the KRON's bit", 10, 1, 2, 45, ~0u, 0, 38, 255},
-                        {"HBA that is always polled", 10, 0x1FD3, 1, 45, ~0u, 0, 38, 255},
-                        {"boot card", 17, 1, 2, 45, ~0u, 1, 255, 255},
-                        {"boot card, the HBA's bit", 17, 1, 1, 45, ~0u, 0, 38, 255},
-                        {"controller 12", 12, 1, 2, ~0u, ~0u, 1, 255, 255}}) {
-        controller(8, row_type, row_device);
+    // temperatures of controller, battery and drive, polling, PCI slot
+    for (const auto& [what, type, device, flags, published] :
+         Rows<const char*, uint8_t, uint16_t, uint8_t, const char*>{
+             {"KRON", 1, 1, 2, "255 255 255 0 0"},
+             {"KRON, the HBA's bit", 1, 1, 1, "45 31 38 0 0"},
+             {"HBA", 10, 1, 1, "45 255 255 1 255"},
+             {"HBA, the KRON's bit", 10, 1, 2, "45 255 38 0 255"},
+             {"HBA that is always polled", 10, 0x1FD3, 1, "45 255 38 0 255"},
+             {"boot card", 17, 1, 2, "45 255 255 1 255"},
+             {"boot card, the HBA's bit", 17, 1, 1, "45 255 38 0 255"},
+             {"controller 12", 12, 1, 2, "255 255 255 1 255"}}) {
+        controller(8, type, device);
         disk(8, 0);
         platform.region(55)[522] = flags;
         run();
-        EXPECT_EQ(temperature(), row_controller);
-        EXPECT_EQ(battery_temperature(), row_battery);
-        EXPECT_EQ(polling_disabled(), polling);
-        EXPECT_EQ(drive(1279), row_drive);
-        EXPECT_EQ(at(4), pci_slot);
+        EXPECT_EQ(at({kTemperature, kBatteryTemperature, kDriveTemperature, kPolling, kPciSlot}),
+                  published);
         clear();
     }
 }
@@ -313,82 +297,78 @@ TEST_F(Update, NothingIsEnteredBeyondTheRegion) {
     for (uint16_t id = 0; id < 256; ++id) {
         disk(16, id);
     }
-    run(16);
-    EXPECT_EQ(controller_count(), 16u);
-    EXPECT_EQ(drive_count(), 255u);
-    EXPECT_EQ(battery_count(), 8u);
+    run(16);  // the seventeenth is not counted either
+    EXPECT_EQ(at({kControllers, kDrives, kBatteries, kComplete}), "16 255 8 1");
     EXPECT_EQ(platform.count_logged(4, "IS A MODULAR CONTROLLER"), 1);
-    EXPECT_EQ(complete(), 1u) << "the seventeenth is not counted either";
     clear();
 
     controller(254, RTCACHE_TYPE_KRON);
     disk(254, 2046);
     disk(254, 2047);
     run();
-    EXPECT_EQ(drive_count(), 1u) << "the last slot is not looked at";
+    EXPECT_EQ(at({kDrives}), "1") << "the last slot is not looked at";
     max_physicaldevices = 1;
     run();
-    EXPECT_EQ(drive_count(), 0u);
+    EXPECT_EQ(at({kDrives}), "0");
 }
 
 TEST_F(Update, WaitsForATapeDriveBeforeItIsCalledAbsent) {
     controller(9, RTCACHE_TYPE_HBA);
+    RtCacheDiskNode** slots = cache_PDs[GetIndexFromEID(9)];
     disk(9, 0, L"Tape.1");
     run();
     EXPECT_EQ(g_IsTapeDrivePresent, TAPE_PRESENT);  // and the count starts afresh
     RTSHM_InitSharedMem();
-    cache_PDs[GetIndexFromEID(9)][0] = nullptr;
+    slots[0] = nullptr;
     run();
     EXPECT_EQ(g_IsTapeDrivePresent, TAPE_UNKNOWN) << "no drives, no answer";
     disk(9, 0);
     for (int i = 1; i <= 121; ++i) {
         run();
-        ASSERT_EQ(tape(), 0u);
+        ASSERT_EQ(at({kTape}), "0");
         ASSERT_TRUE(logged(4, "--> Tape drive wait count 120:" + std::to_string(i)));
     }
     run();
-    EXPECT_EQ(tape(), 2u);
+    EXPECT_EQ(at({kTape}), "2");
     EXPECT_EQ(g_IsTapeDrivePresent, TAPE_ABSENT);
     disk(9, 1, L"Tape.1");
     run();
-    EXPECT_EQ(tape(), 1u);
-    cache_PDs[GetIndexFromEID(9)][1] = nullptr;
+    EXPECT_EQ(at({kTape}), "1");
+    slots[1] = nullptr;
     run();
-    EXPECT_EQ(tape(), 2u) << "a known answer changes at once";
+    EXPECT_EQ(at({kTape}), "2") << "a known answer changes at once";
 }
 
 TEST_F(Update, DrivesArePlacedByEnclosureOrFqdd) {
-    // media: 255: the drive is not published
-    for (const auto& [what, row_type, row_fqdd, row_enclosure, enclosure_type, external, row_bay,
-                      chassis_slot, media, line] :
-         Rows<const char*, uint8_t, const wchar_t*, uint16_t, uint32_t, uint8_t, unsigned, unsigned,
-              unsigned, const char*>{
-             {"direct", 1, kDirect, 0xFFFF, 2, 0, 0, 0, 0, "4 u16EnclDeviceID is not proper"},
-             {"neither", 1, L"Disk.Bay.0", 0xFFFF, 2, 0, 255, 255, 255,
+    const char* const none = "0 255 255 255";
+    const char* const failed = "2 Failed to get the enclosure object";
+    // drives, bay, chassis slot, media
+    for (const auto& [what, type, fqdd, key, enclosure_type, external, published, line] :
+         Rows<const char*, uint8_t, const wchar_t*, uint16_t, uint32_t, uint8_t, const char*,
+              const char*>{
+             {"direct", 1, kDirect, 0xFFFF, 2, 0, "1 0 0 0", "4 u16EnclDeviceID is not proper"},
+             {"neither", 1, L"Disk.Bay.0", 0xFFFF, 2, 0, none,
               "4 Disk attached to an enclosure, so continue"},
-             {"no FQDD", 1, nullptr, 0xFFFF, 2, 0, 255, 255, 255, nullptr},
-             {"tape behind KRON", 18, L"Tape.1", 0xFFFF, 2, 0, 0, 0, 2, nullptr},
-             {"tape of an HBA", 10, L"Tape.1", 9, 2, 1, 3, 4, 2,
+             {"no FQDD", 1, nullptr, 0xFFFF, 2, 0, none, nullptr},
+             {"tape behind KRON", 18, L"Tape.1", 0xFFFF, 2, 0, "1 0 0 2", nullptr},
+             {"tape of an HBA", 10, L"Tape.1", 9, 2, 1, "1 3 4 2",
               "4 PDStruct.au8DriveMediaType[0]:2"},
-             {"tape in an enclosure", 1, L"Tape.1", 9, 2, 1, 3, 4, 0, nullptr},
-             {"external", 1, L"", 9, 2, 1, 3, 4, 0, "4 enclosure is not of type BACKPLANE"},
-             {"not flagged", 1, L"", 9, 2, 0, 0, 0, 0, nullptr},
-             {"backplane", 18, L"", 9, 240, 0, 3, 3, 0, "4 enclosure is internal BACKPLANE"},
-             {"backplane of an HBA", 10, L"", 9, 240, 0, 0, 0, 0, nullptr},
-             {"no node", 1, L"", 8, 2, 1, 0, 0, 0, "2 Failed to get the enclosure object"},
-             {"a disk", 1, L"", 0, 2, 1, 0, 0, 0, "2 Failed to get the enclosure object"},
-             {"beyond", 1, L"", 0xFFFE, 2, 1, 0, 0, 0, "2 Failed to get the enclosure object"}}) {
-        controller(8, row_type);
+             {"tape in an enclosure", 1, L"Tape.1", 9, 2, 1, "1 3 4 0", nullptr},
+             {"external", 1, L"", 9, 2, 1, "1 3 4 0", "4 enclosure is not of type BACKPLANE"},
+             {"not flagged", 1, L"", 9, 2, 0, "1 0 0 0", nullptr},
+             {"backplane", 18, L"", 9, 240, 0, "1 3 3 0", "4 enclosure is internal BACKPLANE"},
+             {"backplane of an HBA", 10, L"", 9, 240, 0, "1 0 0 0", nullptr},
+             {"no node", 1, L"", 8, 2, 1, "1 0 0 0", failed},
+             {"a disk", 1, L"", 0, 2, 1, "1 0 0 0", failed},
+             {"beyond", 1, L"", 0xFFFE, 2, 1, "1 0 0 0", failed}}) {
+        controller(8, type);
         EnclosureBody& place = enclosure(8, 9, enclosure_type);
         place.bayId = 3;
         place.chassisSlot = 4;
         place.externalFlag = external;
-        disk(8, 0, row_fqdd, row_enclosure);
+        disk(8, 0, fqdd, key);
         run();
-        EXPECT_EQ(drive_count(), media == 255 ? 0u : 1u);
-        EXPECT_EQ(drive(4), row_bay);
-        EXPECT_EQ(drive(4084), chassis_slot);
-        EXPECT_EQ(drive(769), media);
+        EXPECT_EQ(at({kDrives, kBay, kChassisSlot, kMedia}), published);
         EXPECT_TRUE(line == nullptr || logged(line[0] - '0', line + 2));
         clear();
     }
@@ -407,35 +387,34 @@ TEST_F(Update, BackplaneSlotsComeFromTheBayThatMatches) {
     snapshot_drive(20, 2, 7, 5);
     snapshot_drive(249, 2, 9, 4);
     BpApiBay& bay = info.bays[5];
-    for (const auto& [what, row_id, raid, controller_bay, second_id, secondary, row_slot] :
-         Rows<const char*, uint8_t, uint8_t, uint8_t, uint8_t, uint8_t, unsigned>{
-             {"primary with another second id", 2, 1, 2, 5, 0, 4},
-             {"secondary by its controller bay", 3, 1, 2, 0, 1, 8},
-             {"secondary of another bay", 2, 1, 3, 6, 1, 4},
-             {"not managed", 2, 0, 2, 6, 0, 4},
-             {"not managed either", 2, 3, 2, 6, 0, 4},
-             {"primary", 2, 2, 0, 6, 0, 9}}) {
-        bay.bayId = row_id;
-        bay.raidManagement = raid;
-        bay.controllerBay = controller_bay;
-        bay.secondId = second_id;
-        bay.secondary = secondary;
+    // id, managed, controller's bay, second id, secondary
+    for (const auto& [what, matched, slot] : Rows<const char*, Bytes, const char*>{
+             {"primary with another second id", {2, 1, 2, 5, 0}, "4"},
+             {"secondary by its controller bay", {3, 1, 2, 0, 1}, "8"},
+             {"secondary of another bay", {2, 1, 3, 6, 1}, "4"},
+             {"not managed", {2, 0, 2, 6, 0}, "4"},
+             {"not managed either", {2, 3, 2, 6, 0}, "4"},
+             {"primary", {2, 2, 0, 6, 0}, "9"}}) {
+        bay.bayId = matched[0];
+        bay.raidManagement = matched[1];
+        bay.controllerBay = matched[2];
+        bay.secondId = matched[3];
+        bay.secondary = matched[4];
         run();
-        EXPECT_EQ(drive(259), row_slot);
+        EXPECT_EQ(at({kSlot}), slot);
     }
     EXPECT_TRUE(logged(3, "driveCnt:255 limited to 250"));
 
-    for (const auto& [place, row_slot, line] : Rows<Place, unsigned, const char*>{
-             {Place::BpRead, 4, "4  Read Status 7 BP_API_Read Failure "},
-             {Place::Allocation, 4, "2 <-- error:malloc to BP_Info is Failed!!"},
-             {Place::BpOpen, 4, "2 <-- error:bpAPIKronHandler is NULL!!"},
-             {Place::ShmRead, 9, "2 Unable to read Thermal flag from  Shared memeory"}}) {
-        SCOPED_TRACE(line);
+    for (const auto& [line, place, slot] : Rows<const char*, Place, const char*>{
+             {"4  Read Status 7 BP_API_Read Failure ", Place::BpRead, "4"},
+             {"2 <-- error:malloc to BP_Info is Failed!!", Place::Allocation, "4"},
+             {"2 <-- error:bpAPIKronHandler is NULL!!", Place::BpOpen, "4"},
+             {"2 Unable to read Thermal flag from  Shared memeory", Place::ShmRead, "9"}}) {
         rtshm_BpApiKronExit();
         platform.fail(place);
         const AllocationScope counted;
         run();
-        EXPECT_EQ(drive(259), row_slot);
+        EXPECT_EQ(at({kSlot}), slot);
         EXPECT_TRUE(logged(line[0] - '0', line + 2));
     }
 }
@@ -455,7 +434,7 @@ TEST_F(Update, SomeDrivesAreLeftOut) {
     const std::wstring long_fqdd = L"Disk.Direct." + std::wstring(80, L'\u00e4');
     disk(20, 0, long_fqdd.c_str()).record.body.pd.protocol = 0x100;
     run();
-    EXPECT_EQ(drive_count(), 2u);
+    EXPECT_EQ(at({kDrives}), "2");
     const auto* fqdd = reinterpret_cast<const char*>(&platform.region(3)[5828]);
     EXPECT_EQ(std::string(fqdd + 70), "Disk.Direct." + std::string(57, '?')) << "69 characters";
     for (const char* line : {" pPDCache->enclObj is NULL, so continue",
@@ -464,7 +443,7 @@ TEST_F(Update, SomeDrivesAreLeftOut) {
         EXPECT_EQ(platform.count_logged(2, line), 1) << line;
     }
     EXPECT_TRUE(logged(4, " drive:0x1 is in multipath but not primary"));
-    EXPECT_EQ(at(548, 4), 0x04040300u) << "kinds: KRON, TAVI, ROR, unknown boot card";
+    EXPECT_EQ(at({548, 549, 550, 551}), "0 3 4 4") << "KRON, TAVI, ROR, unknown";
 }
 
 }  // namespace
