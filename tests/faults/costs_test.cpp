@@ -8,6 +8,7 @@
 #include "rt_evtq.h"
 #include "rt_shm.h"
 #include "tests/faults/world.h"
+#include "tests/support/rows.h"
 #include "vexel.h"
 
 namespace faults {
@@ -21,8 +22,7 @@ struct Cost {
     int dumped = 0;  // of the lines, those of a dump: they stay out of the log file
 };
 
-template <class Operation>
-Cost count(const Operation& operation) {
+Cost count(void (*operation)()) {
     fake::Platform& platform = fake::platform();
     platform.clear_lines();
     platform.fail(Place::Allocation, 0);
@@ -37,70 +37,56 @@ Cost count(const Operation& operation) {
             platform.calls(Place::System) - calls};
 }
 
-void keep_nothing(RtCacheEventRow* events, RtCacheDiskChangeRow* disks) {
+void fetch() {
+    void* node = nullptr;
+    EXPECT_EQ(rtcache_GetCachedObject(RTCACHE_KEY_DISK, kKron, kDiskKey, &node), 0u);
+}
+
+void drain() {
+    RtCacheEventRow* events = nullptr;
+    RtCacheDiskChangeRow* disks = nullptr;
+    EXPECT_EQ(rtcache_GetCachedEvents(kHba, &events, &disks), 0u);
     const fake::AllocationPause pause;
     vexel_free(events);
     vexel_free(disks);
 }
 
-const struct {
-    const char* what;
-    Cost cost;
-    void (*run)();
-} kOperations[] = {
+void queue_event() {
+    EndpointEvent event{1, 0, {0}};
+    rtraid_EventQueue_SetStatus(RTRAID_EVTQ_READY);
+    EXPECT_EQ(rtraid_EventQueue_Put(&event), 0);
+    vexel_free(rtraid_EventQueue_Get());
+}
+
+void queue_message() {
+    void* message = nullptr;
+    EXPECT_EQ(AddEvt(queue, queue), 0);
+    EXPECT_EQ(removeMsg(queue, &message), 0);
+}
+
+const Rows<const char*, Cost, void (*)()> kOperations{
     {"endpoint look-up", {0, 0}, [] { EXPECT_NE(GetIndexFromEID(kKron), 255u); }},
-    {"fetched object",
-     {0, 0},
-     [] {
-         void* node = nullptr;
-         EXPECT_EQ(rtcache_GetCachedObject(RTCACHE_KEY_DISK, kKron, kDiskKey, &node), 0u);
-     }},
-    {"recorded list event",
-     {2, 0},
-     [] { rtcache_CopyCachedEvent(kKron, RT_OBJ_VIRTUAL_DISK, 1, 1, nullptr); }},
-    {"recorded disk change",
-     {5, 0},
-     [] { rtcache_CopyCachedEvent(kKron, RT_OBJ_PHYSICAL_DISK, 3, 1, nullptr); }},
-    {"drained endpoint",
-     {2, 2},
-     [] {
-         RtCacheEventRow* events = nullptr;
-         RtCacheDiskChangeRow* disks = nullptr;
-         EXPECT_EQ(rtcache_GetCachedEvents(kHba, &events, &disks), 0u);
-         keep_nothing(events, disks);
-     }},
-    {"event through the endpoint queue",
-     {11, 2},
-     [] {
-         EndpointEvent event{1, 0, {0}};
-         rtraid_EventQueue_SetStatus(RTRAID_EVTQ_READY);
-         EXPECT_EQ(rtraid_EventQueue_Put(&event), 0);
-         vexel_free(rtraid_EventQueue_Get());
-     }},
-    {"message through the notification queue",
-     {10, 1},
-     [] {
-         void* message = nullptr;
-         EXPECT_EQ(AddEvt(queue, queue), 0);
-         EXPECT_EQ(removeMsg(queue, &message), 0);
-     }},
+    {"fetched object", {0, 0}, fetch},
+    {"list event", {2, 0}, [] { rtcache_CopyCachedEvent(kKron, 4, 1, 1, nullptr); }},
+    {"disk change", {5, 0}, [] { rtcache_CopyCachedEvent(kKron, 3, 3, 1, nullptr); }},
+    {"drained endpoint", {2, 2}, drain},
+    {"event through the endpoint queue", {11, 2}, queue_event},
+    {"message through the notification queue", {10, 1}, queue_message},
     {"inventory update", {67, 2, 1, 34}, [] { EXPECT_EQ(RTSHM_UpdateSharedMem(1), 0u); }},
 };
 
 // A line is one open, one write and one close; the close is not counted here.
 TEST(Costs, LinesCallsAndAllocationsOfAnOperationAreFixed) {
-    for (const auto& operation : kOperations) {
-        for (const bool file : {false, true}) {
-            SCOPED_TRACE(testing::Message() << operation.what << ", file " << file);
+    for (const bool file : {false, true}) {
+        for (const auto& [what, expected, run] : kOperations) {
             const World world;
             vexutils::log_state.file =
                 file ? vexutils::LogFile::Enabled : vexutils::LogFile::Disabled;
-            const Cost expected = operation.cost;
-            const Cost counted = count(operation.run);
+            const Cost counted = count(run);
             EXPECT_EQ(counted.lines, expected.lines);
             EXPECT_EQ(counted.allocations, expected.allocations);
             const int logged = file ? expected.lines - expected.dumped : 0;
-            EXPECT_EQ(counted.calls, expected.calls + 2 * logged);
+            EXPECT_EQ(counted.calls, expected.calls + 2 * logged) << "file " << file;
         }
     }
 }

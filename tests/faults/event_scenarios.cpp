@@ -66,15 +66,12 @@ Scenarios event_scenarios() {
              RtCacheEventRow* events = nullptr;
              RtCacheDiskChangeRow* disks = nullptr;
              const uint32_t result = rtcache_GetCachedEvents(kKron, &events, &disks);
-             const bool whole =
-                 (events != nullptr) == (result == 0) && (result != 0 || events->eventCount == 3);
              if (result == 0) {
                  vexutils::free_held_data(*events);
-                 vexutils::free_held_data(*disks);
              }
              vexel_free(events);
              vexel_free(disks);
-             return whole ? result : 100;
+             return result;
          }},
         {"list of drained events",
          {0, {3}},
@@ -84,14 +81,12 @@ Scenarios event_scenarios() {
              events->eventCount = RTCACHE_EVENTCACHE_DEPTH;
              disks->bitmap[3] = 0xFF;
              RtCacheEventNode* head = nullptr;
-             const uint32_t before = gRTCache_EventCount;
+             gRTCache_EventCount = 0;
              const uint32_t result = rtcache_ConvertCacheToEvent(events, disks, &head);
-             const bool whole = gRTCache_EventCount - before == (result == 0 ? 392 : 0) &&
-                                (head != nullptr) == (result == 0);
              free_list(head);
              vexel_free(events);
              vexel_free(disks);
-             return whole ? result : 100;
+             return gRTCache_EventCount == (result == 0 ? 392 : 0) ? result : 100;
          }},
         {"events by object type",
          {0, {3, 30, 33}},

@@ -40,7 +40,6 @@ int64_t read(uint32_t (*get)(uint8_t*, Parameters...),
 using Scenarios = std::vector<Scenario>;
 Scenarios vexel_scenarios();
 Scenarios sync_scenarios();
-Scenarios dup_scenarios();
 Scenarios queue_scenarios();
 Scenarios cache_scenarios();
 Scenarios event_scenarios();

@@ -13,13 +13,7 @@ sem_t thread_ran;
 
 Scenarios sync_scenarios() {
     return {
-        {"status mutex",
-         {0, {1}},
-         [] {
-             RTSync_Destroy();
-             const uint32_t result = RTSync_Init();
-             return (rtsync_mutex != nullptr) == (result == 0) ? result : 100;
-         }},
+        {"status mutex", {0, {1}}, [] { return (RTSync_Destroy(), RTSync_Init()); }},
         {"new status mutex", {0, {1}}, [] { return RTSync_Reset(); }},
         {"status",
          {0, {3}},
@@ -46,34 +40,22 @@ Scenarios sync_scenarios() {
          }},
         {"reset states",
          {0, {1}},
-         [] {
-             RTSync_KronStateDestroy();
-             const uint32_t result = RTSync_KronStateInit();
-             return int64_t{result} + (result != 0) * (rtraid_kron_state_mutex != nullptr);
-         }},
+         [] { return (RTSync_KronStateDestroy(), RTSync_KronStateInit()); }},
         {"set reset state", {0, {1}}, [] { return RTSync_SetKronStatus(7, 3); }},
         {"reset state",
          {0, {1}},
          [] {
+             uint8_t status;
              gKRONState[0] = {9, 4, {}};
-             uint8_t status = 77;
-             const uint32_t result = RTSync_GetKronStatus(9, &status);
-             return status == (result == 0 ? 4 : 77) ? result : 100;
+             return RTSync_GetKronStatus(9, &status);
          }},
         {"re-inventory mutex",
          {0, {1}},
          [] {
              rtraid_KRONInventoryThreadHandlerMutexDestroy();
-             const uint32_t result = rtraid_KRONInventoryThreadHandlerMutexInit();
-             return int64_t{result} + (result != 0) * (gKronReinventoryThread_mutex != nullptr);
+             return rtraid_KRONInventoryThreadHandlerMutexInit();
          }},
-        {"re-inventory flag",
-         {0, {1}},
-         [] {
-             uint8_t flag = 9;
-             const uint32_t result = rtraid_GetKRONInventoryThreadFlag(&flag);
-             return flag == (result == 0 ? gKRONReInventoryThreadRunning : 9) ? result : 100;
-         }},
+        {"re-inventory flag", {0, {1}}, [] { return read(rtraid_GetKRONInventoryThreadFlag); }},
         {"set re-inventory flag", {0, {1}}, [] { return rtraid_SetKRONInventoryThreadFlag(1); }},
         {"long job filter",
          {2, {2, 0, 1}},

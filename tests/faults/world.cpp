@@ -4,7 +4,6 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <ostream>
@@ -16,182 +15,44 @@
 #include "rt_shm.h"
 #include "rt_shm/nvme_table.h"
 #include "rt_sync.h"
+#include "tests/support/objects.h"
 #include "vexel.h"
 
 namespace faults {
 
 NotifQueue* queue;
 
-// ---- Objects ------------------------------------------------------------------------------------
-
-namespace {
-
-wchar_t name_text[] = L"A name";
-wchar_t fqdd_text[] = L"RAID.Slot.1-1";
-wchar_t enclosure_text[] = L"Enclosure.Internal.0-1:RAID.Slot.1-1";
-char key_text[256] = "key";
-uint32_t words[4] = {1, 2, 3, 4};
-uint8_t page[RT_NVME_BLOCK_SIZE] = {1};
-AdapterCapabilityEntry capabilities[2];
-StorageObjectRecord members[100];
-
-StorageObjectRecord record(uint32_t type, wchar_t* fqdd = fqdd_text) {
-    StorageObjectRecord result{};
-    result.objType = type;
-    result.NAME = name_text;
-    result.hdr.VERSION = 1;
-    result.hdr.FQDD = fqdd;
-    return result;
-}
-
-}  // namespace
-
-Sources::Sources()
-    : adapter(record(RT_OBJ_ADAPTER)),
-      disk(record(RT_OBJ_PHYSICAL_DISK)),
-      virtual_disk(record(RT_OBJ_VIRTUAL_DISK)),
-      smart_pages(record(RT_OBJ_SMART_DATA)),
-      smart_block(record(RT_OBJ_SMART_DATA)),
-      foreign(record(RT_OBJ_FOREIGN_CONFIG)),
-      battery(record(RT_OBJ_BATTERY)),
-      enclosure(record(RT_OBJ_ENCLOSURE, enclosure_text)),
-      backplane(record(RT_OBJ_BACKPLANE, enclosure_text)),
-      card{name_text, fqdd_text} {
-    adapter.body.adapter.text112 = name_text;
-    for (AdapterTextEntry& entry : adapter.body.adapter.entries) {
-        entry.text = name_text;
-    }
-    adapter.body.adapter.capabilityMask = 3;
-    adapter.body.adapter.capabilities = capabilities;
-    PhysicalDiskBody& pd = disk.body.pd;
-    pd.keyId = pd.text417 = pd.text426 = pd.text430 = pd.text434 = key_text;
-    pd.wordCount = 4;
-    pd.words = words;
-    pd.enclosureId = kBackplaneKey;
-    virtual_disk.body.vd.memberCount = 4;
-    virtual_disk.body.vd.targetID = words;
-    smart_pages.body.smart.pageSelector = RT_SMART_SELECT_7_PAGES;
-    for (SmartPageSlot& slot : smart_pages.body.smart.pages) {
-        slot.page = page;
-        slot.length = 8;
-    }
-    smart_block.body.smart.flags = RT_SMART_FLAG_NVME;
-    smart_block.body.smart.nvmeBlock = page;
-    std::ranges::fill(members, virtual_disk);
-    foreign.body.foreign.virtualDiskCount = foreign.body.foreign.physicalDiskCount = 100;
-    foreign.body.foreign.virtualDisks = foreign.body.foreign.physicalDisks = members;
-}
-
-const Sources sources;
-
 // ---- Start and stop -----------------------------------------------------------------------------
 
 namespace {
 
-template <class T>
-T* block() {
-    return static_cast<T*>(vexel_alloc(sizeof(T)));
+constexpr wchar_t kEnclosure[] = L"Enclosure.Internal.0-1:RAID.Slot.1-1";
+
+void store(uint32_t key_type, uint8_t eid, uint16_t key, void* node) {
+    EXPECT_EQ(rtcache_SetCachedObject(key_type, eid, key, node), 0u);
 }
 
-// Hands an object to the cache, or frees it.
-template <class Node>
-bool cached(uint32_t key_type, uint32_t eid, uint16_t key, Node* node, void (*free_node)(Node*&)) {
-    if (node == nullptr) {
-        return false;
+void add_objects() {
+    for (const auto& [eid, type] :
+         {std::pair{kKron, RTCACHE_TYPE_KRON}, {kHba, RTCACHE_TYPE_HBA}}) {
+        rtcache_UpdateCachedObject(RTCACHE_REGISTER, eid, type, 1);
+        rtcache_SetStorageEIDStatus(eid, 2);
     }
-    const bool locked = rtcache_GetLock() == 0;
-    const bool stored = locked && rtcache_SetCachedObject(key_type, eid, key, node) == 0;
-    if (!stored) {
-        free_node(node);
-    }
-    if (locked) {
-        SMMutexUnLock(mutexRtCache);
-    }
-    return stored;
-}
-
-template <class Copy, class Result>
-StorageObjectRecord* copy_of(const StorageObjectRecord& source,
-                             Result (*copy)(const Copy*, Copy*)) {
-    auto* result = block<StorageObjectRecord>();
-    if (result != nullptr) {
-        copy(&source, result);
-    }
-    return result;
-}
-
-bool add_controller(uint8_t eid, uint8_t type) {
-    bool done = rtcache_UpdateCachedObject(RTCACHE_REGISTER, eid, type, 1) == 0;
-    done &= rtcache_SetStorageEIDStatus(eid, 2) == 0;
-    auto* node = block<RtCacheControllerNode>();
-    if (node == nullptr) {
-        return false;
-    }
-    node->adapter = DupAdapter(&sources.adapter);
-    node->battery = rtraid_DupBattery(&sources.battery);
-    node->driver = rtraid_DupDriver(&sources.battery);
-    node->adapterKey = rtraid_DupAdapterKey(&sources.key);
-    node->pciInfo = block<RtCachePciInfo>();
-    done &= node->adapter != nullptr && node->pciInfo != nullptr && node->battery != nullptr;
-    return cached<RtCacheControllerNode>(
-               RTCACHE_KEY_CONTROLLER, eid, eid, node,
-               [](RtCacheControllerNode*& refused) { vexutils::free_controller(refused); }) &&
-           done;
-}
-
-bool add_disk(uint8_t eid, uint16_t key, uint32_t type, StorageObjectRecord* made) {
-    auto* node = block<RtCacheDiskNode>();
-    auto* link = block<RtCacheEnclosureLink>();
-    if (node == nullptr || link == nullptr || made == nullptr) {
-        vexel_free(node);
-        vexel_free(link);
-        rtcache_FreeRMObjects(made, 1);
-        return false;
-    }
-    link->enclType.physicalDisk.Obj = made;
-    *node = {type, link};
-    return cached(RTCACHE_KEY_DISK, eid, key, node, vexutils::free_disk);
-}
-
-bool add_objects(uint8_t eid) {
-    bool done = add_disk(eid, kDiskKey, RT_OBJ_PHYSICAL_DISK, copy_of(sources.disk, rtraid_dupPD));
-    done &= add_disk(eid, kEnclosureKey, RT_OBJ_ENCLOSURE,
-                     copy_of(sources.enclosure, rtraid_dupEnclosure));
-    done &= add_disk(eid, kBackplaneKey, RT_OBJ_BACKPLANE,
-                     copy_of(sources.backplane, rtraid_dupEnclosure));
-    auto* node = block<RtCacheVirtualDiskNode>();
-    if (node == nullptr) {
-        return false;
-    }
-    *node = {RT_OBJ_VIRTUAL_DISK, copy_of(sources.virtual_disk, rtraid_DupVD)};
-    return cached(RTCACHE_KEY_VIRTUAL_DISK, eid, kVirtualDiskKey, node,
-                  vexutils::free_virtual_disk) &&
-           done;
-}
-
-bool start_cache() {
-    max_adapters = 6;
-    max_physicaldevices = 32;
-    max_logicaldevices = 8;
-    bool done = rtcache_Init() == 0;
-    done &= add_controller(kKron, RTCACHE_TYPE_KRON);
-    done &= add_controller(kHba, RTCACHE_TYPE_HBA);
-    done &= add_objects(kKron);
-    done &= rtcache_UpdateCachedObject(RTCACHE_REGISTER, kNvme, RTCACHE_TYPE_NVME, 0) == 0;
-    done &= rtcache_UpdateCachedObject(RTCACHE_REGISTER, kCard, RTCACHE_TYPE_PCIESSD, 0) == 0;
-    return cached<void>(RTCACHE_KEY_COMMANDS, kKron, kKron, vexel_alloc(16),
-                        [](void*& refused) { vexel_free(refused); }) &&
-           done;
-}
-
-bool start_backplanes() {
-    std::memset(&sNVMeSSDBPInfo, 0, sizeof(sNVMeSSDBPInfo));
-    std::memset(&sNVMeSSDBPVDMInfo, 0, sizeof(sNVMeSSDBPVDMInfo));
-    bool done = rtshm_BpApiInit() == 0;
-    done &= rtshm_BpApiKronInit() == 0;
+    rtcache_UpdateCachedObject(RTCACHE_REGISTER, kNvme, RTCACHE_TYPE_NVME, 0);
+    rtcache_UpdateCachedObject(RTCACHE_REGISTER, kCard, RTCACHE_TYPE_PCIESSD, 0);
+    EXPECT_EQ(rtcache_GetLock(), 0u);
+    store(RTCACHE_KEY_CONTROLLER, kKron, kKron, make_controller());
+    store(RTCACHE_KEY_CONTROLLER, kHba, kHba, make_controller());
+    RtCacheDiskNode* disk = make_disk();
+    disk->enclObj->enclType.physicalDisk.Obj->body.pd.enclosureId = kBackplaneKey;
+    store(RTCACHE_KEY_DISK, kKron, kDiskKey, disk);
+    store(RTCACHE_KEY_DISK, kKron, kEnclosureKey, make_disk(RT_OBJ_ENCLOSURE, kEnclosure));
+    store(RTCACHE_KEY_DISK, kKron, kBackplaneKey, make_disk(RT_OBJ_BACKPLANE, kEnclosure));
+    store(RTCACHE_KEY_VIRTUAL_DISK, kKron, kVirtualDiskKey, make_virtual_disk());
+    store(RTCACHE_KEY_COMMANDS, kKron, kKron, vexel_alloc(16));
+    SMMutexUnLock(mutexRtCache);
     rtshm_UpdateNVMeSSDSlotToEID(1, 2, kNvme);
     rtshm_UpdateNVMeSSDSlotToVDMEID(1, 2, kVdmEid);
-    return done;
 }
 
 void drop_event_queue() {
@@ -220,13 +81,17 @@ void drop_queue() {
 }  // namespace
 
 bool start() {
+    max_adapters = 6;
+    max_physicaldevices = 32;
+    max_logicaldevices = 8;
     bool done = RTSync_Init() == 0;
     done &= rtraid_KRONInventoryThreadHandlerMutexInit() == 0;
     done &= rtraid_EventQueue_Init() == 0;
     done &= InitEvtQ(&queue) == 0 && queue->mutex != nullptr;
-    done &= start_cache();
-    done &= start_backplanes();
-    const wchar_t* fqdds[] = {fqdd_text, L"TAVI.Slot.2"};
+    done &= rtcache_Init() == 0;
+    done &= rtshm_BpApiInit() == 0;
+    done &= rtshm_BpApiKronInit() == 0;
+    const wchar_t* fqdds[] = {L"RAID.Slot.1-1", L"TAVI.Slot.2"};
     updateNotifFQDD(2, fqdds);
     return done && g_hybridJobData != nullptr;
 }
@@ -326,7 +191,10 @@ World::World() {
     flags.ssd_fru = path("fru", std::string(3 * SHM_FRU_IMAGE_BYTES, 'f').c_str());
     fill_snapshot(platform.snapshot);
     fill_regions(platform);
+    std::memset(&sNVMeSSDBPInfo, 0, sizeof(sNVMeSSDBPInfo));
+    std::memset(&sNVMeSSDBPVDMInfo, 0, sizeof(sNVMeSSDBPVDMInfo));
     EXPECT_TRUE(start());
+    add_objects();
 }
 
 World::~World() {
@@ -356,16 +224,9 @@ void* room(size_t size) {
     return vexel_alloc(size);
 }
 
-StorageObjectRecord* room_for_record() {
-    return static_cast<StorageObjectRecord*>(room(sizeof(StorageObjectRecord)));
-}
-
 EventData* event_data(const char* id) {
-    auto* data = static_cast<EventData*>(room(sizeof(EventData)));
-    data->messageId = static_cast<char*>(room(std::strlen(id) + 1));
-    std::strcpy(data->messageId, id);
-    data->messageArgs = room(8);
-    return data;
+    const fake::AllocationPause pause;
+    return make_event_data(id);
 }
 
 void free_list(RtCacheEventNode* list) {

@@ -14,16 +14,6 @@ namespace faults {
 enum : uint8_t { kKron = 1, kHba = 10, kNvme = 20, kCard = 21, kVdmEid = 40 };
 enum : uint16_t { kDiskKey = 3, kEnclosureKey = 5, kBackplaneKey = 6, kVirtualDiskKey = 2 };
 
-// Objects to copy, in static memory.
-struct Sources {
-    Sources();
-    StorageObjectRecord adapter, disk, virtual_disk, smart_pages, smart_block, foreign;
-    StorageObjectRecord battery, enclosure, backplane;  // parts of others are like these
-    AdapterKeyRecord key{};
-    PCIeSSDAdapterNames card;
-};
-extern const Sources sources;
-
 // Starts the daemon's part; goes on when something fails. Returns whether nothing did.
 bool start();
 // Ends it, whatever start() got done.
@@ -53,7 +43,6 @@ std::string file(const std::string& name, const std::string& content);
 
 // Memory that no failure reaches.
 void* room(size_t size);
-StorageObjectRecord* room_for_record();
 EventData* event_data(const char* id);
 void free_list(RtCacheEventNode* list);
 

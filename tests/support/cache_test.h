@@ -4,6 +4,7 @@
 
 #include "rt_cache.h"
 #include "rt_cache/rt_cache_nodes.h"
+#include "tests/support/objects.h"
 #include "tests/support/platform_test.h"
 
 // Holds mutexRtCache.
@@ -12,15 +13,6 @@ struct CacheLock {
     ~CacheLock() { SMMutexUnLock(mutexRtCache); }
     CacheLock(const CacheLock&) = delete;
 };
-
-// Event data as VEXEL builds it.
-inline EventData* make_event_data(const char* id) {
-    auto* data = static_cast<EventData*>(vexel_alloc(sizeof(EventData)));
-    data->messageId = static_cast<char*>(vexel_alloc(strlen(id) + 1));
-    memcpy(data->messageId, id, strlen(id) + 1);
-    data->messageArgs = vexel_alloc(8);
-    return data;
-}
 
 // What a drain hands over, with the event data.
 struct Drained {

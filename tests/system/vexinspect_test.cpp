@@ -1,5 +1,7 @@
 // What another process sees of the regions.
 
+#include <regex>
+
 #include "tests/system/tool_process.h"
 #include "vexinspect/layout_table.h"
 
@@ -30,15 +32,10 @@ TEST_F(Vexinspect, JsonOfTheShippedScenarioIsAsExpected) {
 TEST_F(Vexinspect, EverythingFitsATerminal) {
     ASSERT_EQ(vexsim({"--quiet", "--keep"}).status, 0);
     for (const char* command : {"list", "show", "map", "fru"}) {
-        SCOPED_TRACE(command);
         const ToolResult result = vexinspect({command});
         EXPECT_EQ(result.status, 0);
-        std::istringstream lines(result.output);
-        int count = 0;
-        for (std::string line; std::getline(lines, line); ++count) {
-            EXPECT_LE(line.size(), 80u) << line;
-        }
-        EXPECT_GT(count, 4);
+        EXPECT_GT(std::ranges::count(result.output, '\n'), 4) << command;
+        EXPECT_FALSE(std::regex_search(result.output, std::regex("[^\n]{81}"))) << result.output;
     }
 }
 
@@ -58,9 +55,6 @@ TEST_F(Vexinspect, FruShowsControllersDrivesAndCards) {
 TEST_F(Vexinspect, MapShowsWhatTheStateFolderTells) {
     const std::string state = folder() + "/state";
     ASSERT_EQ(vexsim({"--quiet", "--keep", "--state", state}).status, 0);
-    const auto line_count = [](const std::string& map) {
-        return std::count(map.begin(), map.end(), '\n');
-    };
     const std::string map = vexinspect({"--state", state, "map"}).output;
     EXPECT_NE(map.find("|  NVMe  |* NVMe *|  NVMe  |  NVMe  |  NVMe  |   .    |\n"
                        "  | EID 32 | EID 33 | EID 34 | EID 35 | EID 36 | EID 37 | EID 38 |"),
@@ -68,7 +62,6 @@ TEST_F(Vexinspect, MapShowsWhatTheStateFolderTells) {
         << map;
     const std::string plain = vexinspect({"map"}).output;
     EXPECT_EQ(plain.find("EID"), std::string::npos);
-    EXPECT_EQ(line_count(plain), line_count(map));
     write_file("state/endpoints.json", R"({"format": 1, "endpoints": [{"eid": 1, "bay": 300}]})");
     const ToolResult bad = vexinspect({"--state", state, "map"});
     EXPECT_EQ(bad.status, 1);

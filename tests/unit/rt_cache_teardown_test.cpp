@@ -4,37 +4,8 @@
 
 namespace {
 
-// Objects as VEXEL stores them; each block a record or a text of its own.
-template <class T>
-T* make(const T& value) {
-    auto* made = static_cast<T*>(vexel_alloc(sizeof(T)));
-    *made = value;
-    return made;
-}
-wchar_t* make_text() {
-    return static_cast<wchar_t*>(vexel_alloc(8));
-}
-StorageObjectRecord* make_record(uint32_t type, uint32_t version = 1) {
-    StorageObjectRecord record{};
-    record.objType = type;
-    record.NAME = make_text();
-    record.hdr.VERSION = version;
-    record.hdr.FQDD = make_text();
-    return make(record);
-}
-RtCacheControllerNode* make_controller(uint32_t type = RT_OBJ_ADAPTER) {
-    return make(RtCacheControllerNode{type, make_record(0), make_record(1), make_record(5),
-                                      vexel_alloc(292), make_record(11), make(RtCachePciInfo{}),
-                                      vexel_alloc(16), 0});
-}
-RtCacheDiskNode* make_disk(uint32_t type = RT_OBJ_PHYSICAL_DISK) {
-    return make(RtCacheDiskNode{type, make(RtCacheEnclosureLink{{{make_record(type)}}})});
-}
-RtCacheVirtualDiskNode* make_virtual_disk() {
-    return make(RtCacheVirtualDiskNode{RT_OBJ_VIRTUAL_DISK, make_record(RT_OBJ_VIRTUAL_DISK)});
-}
 BpStatusInfo* make_backplane() {  // its FQDD is its own, though it has no version
-    return make(BpStatusInfo{0, 0, 0, 0, 0, make_record(RT_OBJ_BACKPLANE, 0)});
+    return make(BpStatusInfo{0, 0, 0, 0, 0, make_record(RT_OBJ_BACKPLANE, L"BP", 0)});
 }
 ExtenderCardInfo* make_extender() {
     return make(ExtenderCardInfo{make_text(), make_text(), 0});

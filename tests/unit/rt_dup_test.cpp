@@ -298,20 +298,22 @@ TEST_F(Duplicates, TextsOfADiskAreBoundedAndEndOnePastTheirEnd) {
         source = {};
         auto* exact = static_cast<char*>(vexel_alloc(256));  // ends where it must not be read
         std::memcpy(exact, text.data(), 256);
-        source.body.pd.keyId = source.body.pd.text417 = exact;
-        source.body.pd.text426 = source.body.pd.text430 = source.body.pd.text434 = text.data();
+        PhysicalDiskBody& disk = source.body.pd;
+        disk.keyId = disk.text417 = exact;
+        disk.text426 = disk.text430 = disk.text434 = text.data();
         ASSERT_EQ(rtraid_dupPD(&source, &copy), 0u);
-        std::string key = text;
-        key[256] = key[zero] = '\0';
-        EXPECT_EQ(std::string(copy.body.pd.keyId, 257), key);
-        EXPECT_EQ(std::string(copy.body.pd.text417, 257), key);
-        EXPECT_EQ(copy.body.pd.text426 + 0, text.substr(0, std::min<size_t>(length, 127)));
-        EXPECT_EQ(copy.body.pd.text430 + 0, text.substr(0, std::min<size_t>(length, 127)));
-        EXPECT_EQ(copy.body.pd.text434 + 0, text.substr(0, std::min<size_t>(length, 255)));
-        for (char* block : {copy.body.pd.keyId, copy.body.pd.text417, copy.body.pd.text426,
-                            copy.body.pd.text430, copy.body.pd.text434, exact}) {
-            vexel_free(block);
+        const std::string shorter = text.substr(0, std::min<size_t>(length, 127));
+        const std::string longer = text.substr(0, std::min<size_t>(length, 255));
+        text[256] = text[zero] = '\0';
+        for (char* key : {copy.body.pd.keyId, copy.body.pd.text417}) {
+            EXPECT_EQ(std::string(key, 257), text);
         }
+        EXPECT_EQ(copy.body.pd.text426 + 0, shorter);
+        EXPECT_EQ(copy.body.pd.text430 + 0, shorter);
+        EXPECT_EQ(copy.body.pd.text434 + 0, longer);
+        copy.objType = RT_OBJ_PHYSICAL_DISK;
+        free_copy();
+        vexel_free(exact);
     }
 }
 

@@ -18,72 +18,47 @@ class Identify : public BackplaneTest {
 };
 
 TEST_F(Identify, EachWritesItsRecordAndOnlyAFailedStatusLeavesASession) {
-    const struct {
-        const char* what;
-        std::function<uint32_t()> run;
-        Bytes record;
-        bool own_session;
-        const char *open_failed, *write_failed, *done;
-        uint32_t result_without_session = 1;
-        int left_open = 0;
-    } rows[] = {{"blink",
-                 [] { return BlinkNVMeSSD(2, 7); },
-                 {2, 7, 8, 0},
-                 true,
-                 "<-- unable to Open backplaneApi. u8SSDSlotNum:7,BPAPIOpen: Error:(null)",
-                 "<-- unable to write backplaneApi. u8Ret:7,NVMeSSDBlink: Error:(null)",
-                 "<-- Exit BlinkNVMeSSD"},
-                {"unblink",
-                 [] { return UnBlinkNVMeSSD(2, 7, 0x1234); },
-                 {2, 7, 0x34, 0x12},
-                 true,
-                 "Error:bpAPIHandler is NULL u8bayId:2 Slot:7",
-                 "<-- unable to write backplaneApi. u8Ret:7,NVMeSSDUnBlink: Error:(null)",
-                 "<-- Exit UnBlinkNVMeSSD"},
-                {"unblink all",
-                 [] { return UnBlinkAllNVMeSSDS(9, 2, 7, 0x1234); },
-                 {2, 7, 0x34, 0x12},
-                 false,
-                 "Error:bpAPIHandler is NULL u8bayId:2 Slot:7",
-                 "<-- unable to write backplaneApi. u8Ret:7,NVMeSSDUnBlink: Error:(null)",
-                 "<-- Unblink Sucess for EID:9"},
-                {"status",
-                 [] { return updateNVMeSSDDriveStatusToBP(0x1234, 7, 20); },
-                 {2, 7, 0x34, 0x12},
-                 true,
-                 "<--NVMeSSDDriveStatus update Done!! u16DriveStatus:4660",
-                 "<-- unable to write backplane api info. u8Ret:7, Error:(null)",
-                 "<--NVMeSSDDriveStatus update Done!! u16DriveStatus:4660",
-                 0,
-                 1}};
+    const std::string no_session = "Error:bpAPIHandler is NULL u8bayId:2 Slot:7";
+    const std::string write = "<-- unable to write backplaneApi. u8Ret:7,NVMeSSD";
+    const std::string updated = "<--NVMeSSDDriveStatus update Done!! u16DriveStatus:4660";
+    const Bytes blinks{2, 7, 8, 0}, state{2, 7, 0x34, 0x12};
     sNVMeSSDBPInfo.slots[107].i2cEid = 20;
     platform.bp_error_text = nullptr;
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+    // Lines without a session, after a failed write and at the end; result without a session.
+    for (const auto& [what, call, record, unopened, unwritten, done, result] :
+         Rows<std::string, uint32_t (*)(), Bytes, std::string, std::string, std::string, uint32_t>{
+             {"blink", [] { return BlinkNVMeSSD(2, 7); }, blinks,
+              "<-- unable to Open backplaneApi. u8SSDSlotNum:7,BPAPIOpen: Error:(null)",
+              write + "Blink: Error:(null)", "<-- Exit BlinkNVMeSSD", 1},
+             {"unblink", [] { return UnBlinkNVMeSSD(2, 7, 0x1234); }, state, no_session,
+              write + "UnBlink: Error:(null)", "<-- Exit UnBlinkNVMeSSD", 1},
+             {"all", [] { return UnBlinkAllNVMeSSDS(9, 2, 7, 0x1234); }, state, no_session,
+              write + "UnBlink: Error:(null)", "<-- Unblink Sucess for EID:9", 1},
+             {"status", [] { return updateNVMeSSDDriveStatusToBP(0x1234, 7, 20); }, state, updated,
+              "<-- unable to write backplane api info. u8Ret:7, Error:(null)", updated, 0}}) {
+        const bool own_session = what != "all";
         platform.fail(Place::BpOpen);
-        EXPECT_EQ(row.run(), row.result_without_session);
-        EXPECT_TRUE(logged(4, row.open_failed));
+        EXPECT_EQ(call(), result);
+        EXPECT_TRUE(logged(4, unopened));
         EXPECT_EQ(written(), Bytes{});
 
         platform.no_faults();
-        if (!row.own_session) {
-            EXPECT_EQ(rtshm_BpApiInit(), 0u);
-        }
+        EXPECT_EQ(own_session ? 0 : rtshm_BpApiInit(), 0u);
         const int others = platform.open_sessions();
-        EXPECT_EQ(row.run(), 0u);
-        EXPECT_EQ(written(), row.record);
-        EXPECT_TRUE(logged(4, row.done));
+        EXPECT_EQ(call(), 0u);
+        EXPECT_EQ(written(), record);
+        EXPECT_TRUE(logged(4, done));
         EXPECT_EQ(platform.open_sessions(), others);
 
         platform.fail(Place::BpClose);
-        EXPECT_EQ(row.run(), 0u);
+        EXPECT_EQ(call(), 0u);
         EXPECT_EQ(told(4).find("--> Failed to Close to BPAPI @ ") != std::string::npos,
-                  row.own_session);
+                  own_session);
 
         platform.fail(Place::BpWrite);
-        EXPECT_EQ(row.run(), 1u);
-        EXPECT_TRUE(logged(4, row.write_failed));
-        EXPECT_EQ(platform.open_sessions(), others + row.left_open);
+        EXPECT_EQ(call(), 1u);
+        EXPECT_TRUE(logged(4, unwritten));
+        EXPECT_EQ(platform.open_sessions(), others + (what == "status"));
         rtshm_BpApiExit();
         platform.sessions.clear();
         written();

@@ -1,4 +1,3 @@
-#include <deque>
 #include <set>
 
 #include "rt_shm.h"
@@ -18,20 +17,6 @@ constexpr size_t kControllers = 0, kPciSlot = 4, kTemperature = 20, kBatteryTemp
 
 class Update : public CacheTest {
   protected:
-    struct Controller {
-        uint8_t eid;
-        RtCacheControllerNode node;
-        StorageObjectRecord adapter, battery;
-        RtCachePciInfo pci;
-    };
-    struct Disk {
-        RtCacheDiskNode node;
-        RtCacheEnclosureLink link;
-        StorageObjectRecord record;
-    };
-    std::deque<Controller> controllers;  // the test keeps what the cache would own
-    std::deque<Disk> disks;
-
     void SetUp() override {
         CacheTest::SetUp();
         ASSERT_EQ(RTSync_Init(), 0u);
@@ -39,55 +24,38 @@ class Update : public CacheTest {
     }
 
     void TearDown() override {
-        clear();
         rtshm_BpApiKronExit();
         RTSync_Destroy();
         CacheTest::TearDown();
     }
 
-    void clear() {
-        for (const Controller& controller : controllers) {
-            const uint32_t row = GetIndexFromEID(controller.eid);
-            std::fill_n(cache_PDs[row], 2048, nullptr);
-            cache_AllEIDs[controller.eid] = nullptr;
-            cache_StorageEIDInfo.storageEID[row] = RTCACHE_EID_FREE;
-        }
-        controllers.clear();
-        disks.clear();
-    }
-
-    Controller& controller(uint8_t eid, uint8_t type, uint16_t device = 0x1234) {
-        rtcache_UpdateCachedObject(RTCACHE_REGISTER, eid, type, 0);
+    static RtCacheControllerNode& controller(uint8_t eid, uint8_t type, uint16_t device = 0x1234,
+                                             const wchar_t* fqdd = L"RAID.1") {
+        add_endpoint(eid, type);
         rtcache_SetStorageEIDStatus(eid, kDone);
-        Controller& added = controllers.emplace_back();
-        added.eid = eid;
-        added.pci.device = device;
-        added.adapter.body.adapter.temperature = 45;
-        added.adapter.body.adapter.batteryTemperature = 31;
-        added.node.adapter = &added.adapter;
-        added.node.battery = &added.battery;
-        added.node.pciInfo = &added.pci;
-        cache_AllEIDs[eid] = &added.node;
+        RtCacheControllerNode* node = make_controller(RT_OBJ_ADAPTER, fqdd);
+        node->pciInfo->device = device;
+        node->adapter->body.adapter.temperature = 45;
+        node->adapter->body.adapter.batteryTemperature = 31;
+        return *(cache_AllEIDs[eid] = node);
+    }
+
+    static RtCacheDiskNode*& slot(uint8_t eid, uint16_t id) {
+        return cache_PDs[GetIndexFromEID(eid)][id];
+    }
+
+    static PhysicalDiskBody& disk(uint8_t eid, uint16_t id, const wchar_t* fqdd = kDirect,
+                                  uint16_t enclosure = RT_ENCLOSURE_NONE) {
+        slot(eid, id) = make_disk(RT_OBJ_PHYSICAL_DISK, fqdd);
+        PhysicalDiskBody& added = slot(eid, id)->enclObj->enclType.physicalDisk.Obj->body.pd;
+        added.enclosureId = enclosure;
+        added.temperature = 38;
         return added;
     }
 
-    Disk& disk(uint8_t eid, uint16_t id, const wchar_t* fqdd = kDirect,
-               uint16_t enclosure = RT_ENCLOSURE_NONE) {
-        Disk& added = disks.emplace_back();
-        added.record.hdr.FQDD = const_cast<wchar_t*>(fqdd);
-        added.record.body.pd.enclosureId = enclosure;
-        added.record.body.pd.temperature = 38;
-        added.link.enclType.physicalDisk.Obj = &added.record;
-        added.node = {RT_OBJ_PHYSICAL_DISK, &added.link};
-        cache_PDs[GetIndexFromEID(eid)][id] = &added.node;
-        return added;
-    }
-
-    EnclosureBody& enclosure(uint8_t eid, uint16_t key, uint32_t type) {
-        Disk& added = disk(eid, key, L"");
-        added.node.objType = type;
-        added.record = {};
-        return added.record.body.enclosure;
+    static EnclosureBody& enclosure(uint8_t eid, uint16_t key, uint32_t type) {
+        slot(eid, key) = make_disk(type, L"");
+        return slot(eid, key)->enclObj->enclType.extEncl.Obj->body.enclosure;
     }
 
     void snapshot_drive(uint8_t index, uint8_t bay, uint8_t slot, uint8_t controller_slot) {
@@ -115,19 +83,19 @@ class Update : public CacheTest {
 };
 
 TEST_F(Update, PublishesASmallServerByteByByte) {
-    Controller& kron = controller(8, RTCACHE_TYPE_KRON);
-    kron.pci = {0x0B, 0x01, 0x1111, 0x1234, 0x2222, 0x3333};
-    AdapterBody& adapter = kron.adapter.body.adapter;
+    RtCacheControllerNode& kron = controller(8, RTCACHE_TYPE_KRON);
+    *kron.pciInfo = {0x0B, 0x01, 0x1111, 0x1234, 0x2222, 0x3333};
+    AdapterBody& adapter = kron.adapter->body.adapter;
     std::iota(adapter.ctrlValueA, adapter.ctrlValueA + 8, uint8_t{1});
     std::iota(adapter.ctrlValueB, adapter.ctrlValueB + 8, uint8_t{0x11});
     adapter.ctrlAttr = 0x5C;
     adapter.thermalPDPollDisable = 1;
-    kron.battery.body.battery.state = 3;
+    kron.battery->body.battery.state = 3;
     EnclosureBody& backplane = enclosure(8, 100, RT_OBJ_BACKPLANE);
     backplane.bayId = 2;
     backplane.secondId = 6;
     backplane.enclosureType = 9;
-    PhysicalDiskBody& pd = disk(8, 5, L"Disk.Bay.7:Enclosure.Internal.0-2", 100).record.body.pd;
+    PhysicalDiskBody& pd = disk(8, 5, L"Disk.Bay.7:Enclosure.Internal.0-2", 100);
     pd.protocol = 0x0204;
     pd.nominalRPM = 10000;
     pd.size = 1200000000000;
@@ -145,9 +113,9 @@ TEST_F(Update, PublishesASmallServerByteByByte) {
     platform.snapshot.bays[0].secondId = 6;
     platform.snapshot.bays[0].raidManagement = 1;
     snapshot_drive(0, 2, 7, 4);
-    controller(9, RTCACHE_TYPE_HBA, 0x97).adapter.body.adapter.temperature = RT_TEMPERATURE_NONE;
+    controller(9, RTCACHE_TYPE_HBA, 0x97).adapter->body.adapter.temperature = RT_TEMPERATURE_NONE;
     rtcache_SetModularId(9, 1);
-    disk(9, 0, L"Tape.1").record.body.pd.state = 0x0100;
+    disk(9, 0, L"Tape.1").state = 0x0100;
     run(1);
 
     Bytes image(23706, 0xFF);
@@ -218,10 +186,10 @@ TEST_F(Update, EndpointsArePublishedByTypeAndInventoryState) {
         run(1);
         EXPECT_EQ(at({kControllers, kComplete}), published);
         EXPECT_TRUE(line == nullptr || logged(4, line));
-        clear();
+        rtcache_Init();
     }
-    controller(3, 1).node.pciInfo = nullptr;
-    controller(4, 1).node.adapter = nullptr;
+    vexel_free(std::exchange(controller(3, 1).pciInfo, nullptr));
+    rtcache_FreeRMObjects(std::exchange(controller(4, 1).adapter, nullptr), 1);
     run();
     EXPECT_EQ(at({kControllers}), "0");
     EXPECT_EQ(platform.count_logged(2, " contiue2"), 1);
@@ -246,18 +214,18 @@ TEST_F(Update, DeviceIdsDecideOnBatteryAndDrives) {
                                         0x2172, 0x2173, 0x2174, 0x2177, 0x2199};
     const std::set<unsigned> external{0x1F2D, 0x1F41, 0x1F46, 0x1FC9,
                                       0x1FE2, 0x200D, 0x213A, 0x2212};
-    Controller& kron = controller(8, RTCACHE_TYPE_KRON);
+    const RtCacheControllerNode& kron = controller(8, RTCACHE_TYPE_KRON);
     disk(8, 0);
     for (unsigned device = 0x1F2C; device <= 0x2213; ++device) {
-        kron.pci.device = static_cast<uint16_t>(device);
+        kron.pciInfo->device = static_cast<uint16_t>(device);
         run();
         const std::string battery = no_battery.contains(device) ? "255" : "31";
         ASSERT_EQ(at({kBatteryTemperature, kPolling, kDrives, kBatteries}),
                   battery + (external.contains(device) ? " 254 0 0" : " 0 1 1"))
             << device;
     }
-    clear();
-    AdapterBody& newer = controller(8, RTCACHE_TYPE_KRON_18, 0x1F3C).adapter.body.adapter;
+    rtcache_Init();
+    AdapterBody& newer = controller(8, RTCACHE_TYPE_KRON_18, 0x1F3C).adapter->body.adapter;
     newer.capability = 0x10;
     run();
     EXPECT_EQ(at({kBatteryTemperature}), "31");
@@ -285,7 +253,7 @@ TEST_F(Update, DisabledPollingHidesTemperatures) {
         run();
         EXPECT_EQ(at({kTemperature, kBatteryTemperature, kDriveTemperature, kPolling, kPciSlot}),
                   published);
-        clear();
+        rtcache_Init();
     }
 }
 
@@ -300,7 +268,7 @@ TEST_F(Update, NothingIsEnteredBeyondTheRegion) {
     run(16);  // the seventeenth is not counted either
     EXPECT_EQ(at({kControllers, kDrives, kBatteries, kComplete}), "16 255 8 1");
     EXPECT_EQ(platform.count_logged(4, "IS A MODULAR CONTROLLER"), 1);
-    clear();
+    rtcache_Init();
 
     controller(254, RTCACHE_TYPE_KRON);
     disk(254, 2046);
@@ -314,12 +282,11 @@ TEST_F(Update, NothingIsEnteredBeyondTheRegion) {
 
 TEST_F(Update, WaitsForATapeDriveBeforeItIsCalledAbsent) {
     controller(9, RTCACHE_TYPE_HBA);
-    RtCacheDiskNode** slots = cache_PDs[GetIndexFromEID(9)];
     disk(9, 0, L"Tape.1");
     run();
     EXPECT_EQ(g_IsTapeDrivePresent, TAPE_PRESENT);  // and the count starts afresh
     RTSHM_InitSharedMem();
-    slots[0] = nullptr;
+    vexutils::free_disk(slot(9, 0));
     run();
     EXPECT_EQ(g_IsTapeDrivePresent, TAPE_UNKNOWN) << "no drives, no answer";
     disk(9, 0);
@@ -334,7 +301,7 @@ TEST_F(Update, WaitsForATapeDriveBeforeItIsCalledAbsent) {
     disk(9, 1, L"Tape.1");
     run();
     EXPECT_EQ(at({kTape}), "1");
-    slots[1] = nullptr;
+    vexutils::free_disk(slot(9, 1));
     run();
     EXPECT_EQ(at({kTape}), "2") << "a known answer changes at once";
 }
@@ -370,7 +337,7 @@ TEST_F(Update, DrivesArePlacedByEnclosureOrFqdd) {
         run();
         EXPECT_EQ(at({kDrives, kBay, kChassisSlot, kMedia}), published);
         EXPECT_TRUE(line == nullptr || logged(line[0] - '0', line + 2));
-        clear();
+        rtcache_Init();
     }
 }
 
@@ -379,7 +346,7 @@ TEST_F(Update, BackplaneSlotsComeFromTheBayThatMatches) {
     EnclosureBody& backplane = enclosure(8, 100, RT_OBJ_BACKPLANE);
     backplane.bayId = 2;
     backplane.secondId = 6;
-    disk(8, 0, L"", 100).record.body.pd.slot = 4;
+    disk(8, 0, L"", 100).slot = 4;
     BpApiInfo& info = platform.snapshot;
     info.bayCnt = 7;      // more than there is room for
     info.driveCnt = 255;  // likewise
@@ -388,7 +355,7 @@ TEST_F(Update, BackplaneSlotsComeFromTheBayThatMatches) {
     snapshot_drive(249, 2, 9, 4);
     BpApiBay& bay = info.bays[5];
     // id, managed, controller's bay, second id, secondary
-    for (const auto& [what, matched, slot] : Rows<const char*, Bytes, const char*>{
+    for (const auto& [what, matched, found] : Rows<const char*, Bytes, const char*>{
              {"primary with another second id", {2, 1, 2, 5, 0}, "4"},
              {"secondary by its controller bay", {3, 1, 2, 0, 1}, "8"},
              {"secondary of another bay", {2, 1, 3, 6, 1}, "4"},
@@ -401,11 +368,11 @@ TEST_F(Update, BackplaneSlotsComeFromTheBayThatMatches) {
         bay.secondId = matched[3];
         bay.secondary = matched[4];
         run();
-        EXPECT_EQ(at({kSlot}), slot);
+        EXPECT_EQ(at({kSlot}), found);
     }
     EXPECT_TRUE(logged(3, "driveCnt:255 limited to 250"));
 
-    for (const auto& [line, place, slot] : Rows<const char*, Place, const char*>{
+    for (const auto& [line, place, found] : Rows<const char*, Place, const char*>{
              {"4  Read Status 7 BP_API_Read Failure ", Place::BpRead, "4"},
              {"2 <-- error:malloc to BP_Info is Failed!!", Place::Allocation, "4"},
              {"2 <-- error:bpAPIKronHandler is NULL!!", Place::BpOpen, "4"},
@@ -414,25 +381,25 @@ TEST_F(Update, BackplaneSlotsComeFromTheBayThatMatches) {
         platform.fail(place);
         const AllocationScope counted;
         run();
-        EXPECT_EQ(at({kSlot}), slot);
+        EXPECT_EQ(at({kSlot}), found);
         EXPECT_TRUE(logged(line[0] - '0', line + 2));
     }
 }
 
 TEST_F(Update, SomeDrivesAreLeftOut) {
     controller(8, RTCACHE_TYPE_KRON);
-    disk(8, 0).record.body.pd.multipath = 1;  // its primary path is 0
-    disk(8, 1).record.body.pd.multipath = 1;
-    disk(8, 2).record.body.pd.protocol = 0x100;
-    disk(8, 3).node.enclObj = nullptr;
-    disk(8, 4).link.enclType.physicalDisk.Obj = nullptr;
-    controller(17, RTCACHE_TYPE_BOOT_CARD).adapter.hdr.FQDD = const_cast<wchar_t*>(L"TAVI.1");
-    disk(17, 0).record.body.pd.protocol = 0x100;
-    controller(18, RTCACHE_TYPE_BOOT_CARD).adapter.hdr.FQDD = const_cast<wchar_t*>(L"ROR.1");
+    disk(8, 0).multipath = 1;  // its primary path is 0
+    disk(8, 1).multipath = 1;
+    disk(8, 2).protocol = 0x100;
+    slot(8, 3) = make(RtCacheDiskNode{RT_OBJ_PHYSICAL_DISK, nullptr});
+    slot(8, 4) = make(RtCacheDiskNode{RT_OBJ_PHYSICAL_DISK, make(RtCacheEnclosureLink{})});
+    controller(17, RTCACHE_TYPE_BOOT_CARD, 1, L"TAVI.1");
+    disk(17, 0).protocol = 0x100;
+    controller(18, RTCACHE_TYPE_BOOT_CARD, 1, L"ROR.1");
     controller(19, RTCACHE_TYPE_BOOT_CARD);
     controller(20, RTCACHE_TYPE_HBA);
     const std::wstring long_fqdd = L"Disk.Direct." + std::wstring(80, L'\u00e4');
-    disk(20, 0, long_fqdd.c_str()).record.body.pd.protocol = 0x100;
+    disk(20, 0, long_fqdd.c_str()).protocol = 0x100;
     run();
     EXPECT_EQ(at({kDrives}), "2");
     const auto* fqdd = reinterpret_cast<const char*>(&platform.region(3)[5828]);

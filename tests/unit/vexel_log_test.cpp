@@ -35,11 +35,6 @@ class TraceLog : public PlatformTest {
     }
 };
 
-int evaluated = 0;
-int next() {
-    return ++evaluated;
-}
-
 std::string now_as_prefix() {
     const std::time_t now = std::time(nullptr);
     char text[30];
@@ -49,11 +44,11 @@ std::string now_as_prefix() {
 
 TEST_F(TraceLog, ALineReachesBothSinksWithItsArgumentsEvaluatedOnce) {
     use_log_file();
-    evaluated = 0;
+    int evaluated = 0;
     errno = 77;
     const std::string before = now_as_prefix();
     const int line_number = __LINE__ + 1;
-    LOG(Level::Trace, "%s%s %d", "--> enter", __func__, next());
+    LOG(Level::Trace, "%s%s %d", "--> enter", __func__, ++evaluated);
     const int errno_after = errno;
     const std::string after = now_as_prefix();
     EXPECT_EQ(errno_after, 77);
@@ -191,18 +186,16 @@ TEST_F(TraceLog, LongLinesAreWholeAndCutOnlyWithoutMemory) {
         EXPECT_EQ(messages().back(), text);
     }
     const std::string text(5000, 'y');
-    {
-        const AllocationScope scope;
-        LOG(Level::Trace, "%s", "usual");
-        EXPECT_EQ(platform.calls(Place::Allocation), 0);
-        platform.fail(Place::Allocation);
-        LOG(Level::Trace, "%s", text.c_str());
-    }
+    const AllocationScope scope;
+    platform.fail(Place::Allocation);
+    LOG(Level::Trace, "%s", "usual");
+    EXPECT_EQ(platform.calls(Place::Allocation), 0);
+    LOG(Level::Trace, "%s", text.c_str());
     EXPECT_TRUE(platform.fault_fired(Place::Allocation));
-    EXPECT_EQ(file().back(), '\n');
     const std::string cut = messages().back();
     EXPECT_GT(cut.size(), 900u);
     EXPECT_EQ(cut, text.substr(0, cut.size()));
+    EXPECT_EQ(file().back(), '\n');
 }
 
 TEST_F(TraceLog, ACancellationWaitsUntilTheLogIsFree) {

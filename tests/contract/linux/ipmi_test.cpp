@@ -2,6 +2,8 @@
 #include <arpa/inet.h>
 #include <sys/socket.h>
 
+#include <numeric>
+
 #include "platform/ipmi.h"
 #include "tests/support/linux_test.h"
 
@@ -14,18 +16,21 @@ struct Answer {
     uint8_t checksum_error = 0;
 };
 
-/* A loopback peer that plays one script per connection: it reads one request, then sends the
- * answers. */
+/* What the peer does in a connection: reads one request, sends the answers; or nothing. */
+struct Script {
+    std::vector<Answer> answers = {};
+    bool reads = true;
+    bool then_closes = false;
+};
+
+uint8_t sum(const Bytes& bytes) {
+    return static_cast<uint8_t>(std::accumulate(bytes.begin(), bytes.end(), 0u));
+}
+
+/* A loopback peer that plays one script per connection. */
 class Peer {
   public:
-    struct Script {
-        bool close_at_once = false;
-        std::vector<Answer> answers = {};
-        bool then_close = false;
-    };
-
-    explicit Peer(std::vector<Script> scripts) : scripts_(std::move(scripts)) {
-        listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    explicit Peer(std::vector<Script> scripts) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -33,8 +38,16 @@ class Peer {
         EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr*>(&address), size), 0);
         EXPECT_EQ(listen(listener_, 4), 0);
         getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
-        endpoint_ = "tcp:127.0.0.1:" + std::to_string(ntohs(address.sin_port));
-        thread_ = std::thread{[this] { serve(); }};
+        endpoint = "tcp:127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+        thread_ = std::thread{[this, scripts] {
+            for (const Script& script : scripts) {
+                const int fd = accept(listener_, nullptr, nullptr);
+                if (fd >= 0 && script.reads) {
+                    play(fd, script);
+                }
+                close(fd);
+            }
+        }};
     }
     ~Peer() {
         shutdown(listener_, SHUT_RDWR);
@@ -42,48 +55,29 @@ class Peer {
         close(listener_);
     }
 
-    const std::string& endpoint() const { return endpoint_; }
-    /* The last request as it came over the wire, without its sequence number and checksum. Valid
-     * after the exchange. */
-    const Bytes& request() const { return request_; }
-    uint8_t checksum_of_request() const { return checksum_; }
+    std::string endpoint;
+    /* The last request as it came over the wire. Valid after the exchange. */
+    Bytes request;
 
   private:
-    void serve() {
-        for (const Script& script : scripts_) {
-            const int fd = accept(listener_, nullptr, nullptr);
-            if (fd < 0) {
-                return;
-            }
-            if (!script.close_at_once) {
-                play(fd, script);
-            }
-            close(fd);
-        }
-    }
     void play(int fd, const Script& script) {
-        Bytes message;
         uint8_t byte = 0;
         bool escaped = false;
+        request.clear();
         while (recv(fd, &byte, 1, 0) == 1 && byte != 0xA0) {
             if (escaped || byte != 0xAA) {
-                message.push_back(escaped ? static_cast<uint8_t>(byte & ~0x10) : byte);
+                request.push_back(escaped ? static_cast<uint8_t>(byte & ~0x10) : byte);
             }
             escaped = !escaped && byte == 0xAA;
         }
-        if (message.size() < 4) {
-            return;
-        }
-        checksum_ = sum(message);
-        request_.assign(message.begin() + 1, message.end() - 1);
         for (const Answer& answer : script.answers) {
-            send_answer(fd, answer, message[0]);
+            send_answer(fd, answer);
         }
-        while (!script.then_close && recv(fd, &byte, 1, 0) == 1) {
+        while (!script.then_closes && recv(fd, &byte, 1, 0) == 1) {
         }
     }
-    static void send_answer(int fd, const Answer& answer, uint8_t sequence) {
-        Bytes message{static_cast<uint8_t>(sequence + answer.sequence_error)};
+    void send_answer(int fd, const Answer& answer) const {
+        Bytes message{static_cast<uint8_t>(request.at(0) + answer.sequence_error)};
         message.insert(message.end(), answer.bytes.begin(), answer.bytes.end());
         message.push_back(static_cast<uint8_t>(answer.checksum_error - sum(message)));
         Bytes frame;
@@ -97,20 +91,9 @@ class Peer {
         frame.push_back(0xA0);
         send(fd, frame.data(), frame.size(), MSG_NOSIGNAL);
     }
-    static uint8_t sum(const Bytes& bytes) {
-        unsigned total = 0;
-        for (const uint8_t b : bytes) {
-            total += b;
-        }
-        return static_cast<uint8_t>(total);
-    }
 
-    std::vector<Script> scripts_;
-    int listener_;
-    std::string endpoint_;
+    const int listener_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     std::thread thread_;
-    Bytes request_;
-    uint8_t checksum_ = 0xEE;
 };
 
 class LinuxIpmi : public testing::Test {
@@ -153,27 +136,27 @@ TEST_F(LinuxIpmi, SendsTheRequestAndTakesTheMatchingAnswer) {
     const Bytes wire = {0xC0, 0xD5, 0x00, 0x14, 0x0E, 0x00, 0x00, 0x00, 0x0E, 0x00, 2,
                         5,    8,    0,    0,    0,    0,    0,    0,    0,    0,    0};
     for (const auto& [what, row_answers, row_room, completion, data] : rows) {
-        Peer peer{{{.answers = row_answers}}};
+        Peer peer{{Script{row_answers}}};
         room = row_room;
-        EXPECT_EQ(identify(peer.endpoint()), completion);
+        EXPECT_EQ(identify(peer.endpoint), completion);
         EXPECT_EQ(Bytes(response, response + length), data);
-        EXPECT_EQ(peer.request(), wire);
-        EXPECT_EQ(peer.checksum_of_request(), 0);
+        EXPECT_EQ(sum(peer.request), 0);
+        EXPECT_EQ(Bytes(peer.request.begin() + 1, peer.request.end() - 1), wire);
     }
 }
 
 TEST_F(LinuxIpmi, TriesAgainWhileThePeerServesAnother) {
-    Peer peer{{{.close_at_once = true}, {.close_at_once = true}, {.answers = {kDone}}}};
-    EXPECT_EQ(identify(peer.endpoint()), 0);
+    Peer peer{{Script{{}, false}, Script{{}, false}, Script{{kDone}}}};
+    EXPECT_EQ(identify(peer.endpoint), 0);
 }
 
 TEST_F(LinuxIpmi, EndsEveryFailureWithACompletionCodeInTime) {
     setenv("VEX_IPMI_TIMEOUT_MS", "200", 1);
     const Answer endless = {Bytes(5000, 0x55)};
-    Peer silent{{{}}};
-    Peer stranger{{{.answers = {{{0xC4, 0xD5, 0x00}, 1}}}}};
-    Peer babble{{{.answers = {endless, endless}}}};
-    Peer quitter{{{.answers = {{{0xC4}}}, .then_close = true}}};
+    Peer silent{{Script{}}};
+    Peer stranger{{Script{{{{0xC4, 0xD5, 0x00}, 1}}}}};
+    Peer babble{{Script{{endless, endless}}}};
+    Peer quitter{{Script{{{{0xC4}}}, true, true}}};
     for (const auto& [what, target, completion] : Rows<const char*, std::string, int>{
              {"switched off", "none", 0xFF},
              {"no such mode", "serial:1", 0xFF},
@@ -182,10 +165,10 @@ TEST_F(LinuxIpmi, EndsEveryFailureWithACompletionCodeInTime) {
              {"no such device", "device:/nonexistent/ipmi0", 0xFF},
              {"a device that speaks no IPMI", "device:/dev/null", 0xFF},
              {"nobody listens", "tcp:127.0.0.1:1", 0xFF},
-             {"silence", silent.endpoint(), 0xC3},
-             {"only answers to others", stranger.endpoint(), 0xC3},
-             {"babble without end", babble.endpoint(), 0xC3},
-             {"closed in the middle", quitter.endpoint(), 0xFF}}) {
+             {"silence", silent.endpoint, 0xC3},
+             {"only answers to others", stranger.endpoint, 0xC3},
+             {"babble without end", babble.endpoint, 0xC3},
+             {"closed in the middle", quitter.endpoint, 0xFF}}) {
         const auto start = Clock::now();
         EXPECT_EQ(identify(target), completion);
         EXPECT_EQ(length, 0u);
