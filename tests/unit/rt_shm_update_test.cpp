@@ -386,6 +386,30 @@ TEST_F(Update, BackplaneSlotsComeFromTheBayThatMatches) {
     }
 }
 
+TEST_F(Update, AnUpdateThatStopsAtAnyWriteIsRepairedByTheNextStart) {
+    controller(8, RTCACHE_TYPE_KRON);
+    disk(8, 0);
+    controller(9, RTCACHE_TYPE_HBA);
+    disk(9, 0, L"Tape.1");
+    run(1);
+    const Bytes whole = platform.region(3);
+    for (int write = 1;; ++write) {
+        SCOPED_TRACE(write);
+        std::ranges::fill(platform.region(3), 0xEE);
+        platform.fail(Place::ShmWrite, write, true);
+        run(1);
+        if (!platform.fault_fired(Place::ShmWrite)) {
+            EXPECT_GT(write, 4) << "one of each section at least";
+            break;
+        }
+        ASSERT_NE(platform.region(3), whole);
+        platform.no_faults();
+        RTSHM_InitSharedMem();
+        run(1);
+        ASSERT_EQ(platform.region(3), whole);
+    }
+}
+
 TEST_F(Update, SomeDrivesAreLeftOut) {
     controller(8, RTCACHE_TYPE_KRON);
     disk(8, 0).multipath = 1;  // its primary path is 0
