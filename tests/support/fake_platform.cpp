@@ -131,16 +131,6 @@ void Platform::clear_lines() {
     log.clear();
 }
 
-State::Lines Platform::treatment_of_lines() const {
-    const std::lock_guard lock{mutex};
-    return treatment;
-}
-
-void Platform::treat_lines(Lines how) {
-    const std::lock_guard lock{mutex};
-    treatment = how;
-}
-
 std::vector<ShmWrite> Platform::writes() const {
     const std::lock_guard lock{mutex};
     return shm_writes;
@@ -178,22 +168,24 @@ using fake::platform;
 
 // ---- debug log --------------------------------------------------------------------------------
 
-int zentprintf(int level, int module, const char* format, ...) {
-    const auto treatment = platform().treatment_of_lines();
-    if (treatment == fake::State::Lines::Dropped) {
-        return 0;
-    }
+// Apart from zentprintf, since a sanitizer prepares the text's room with each call.
+static void format_line(int level, int module, const char* format, va_list arguments) {
     char text[8192];
     text[0] = '\0';
-    va_list arguments;
-    va_start(arguments, format);
-    const int length = std::vsnprintf(text, sizeof(text), format, arguments);
-    va_end(arguments);
-    if (length < 0) {
+    if (std::vsnprintf(text, sizeof(text), format, arguments) < 0) {
         ADD_FAILURE() << "a log line that no sink can convert: " << format;
     }
-    if (treatment == fake::State::Lines::Recorded) {
+    if (platform().treatment == fake::State::Lines::Recorded) {
         platform().add_line(fake::parse(level, module, text));
+    }
+}
+
+int zentprintf(int level, int module, const char* format, ...) {
+    if (platform().treatment != fake::State::Lines::Dropped) {
+        va_list arguments;
+        va_start(arguments, format);
+        format_line(level, module, format, arguments);
+        va_end(arguments);
     }
     return 0;
 }
@@ -324,7 +316,14 @@ static uint8_t* range_of(int region, int offset, int count) {
     return end <= found->second.size() ? found->second.data() + offset : nullptr;
 }
 
+static void read_begins() {
+    if (platform().before_read) {
+        platform().before_read();
+    }
+}
+
 int Zent_shm_memread(int region, void* dst, int offset, int count) {
+    read_begins();
     if (dst == nullptr || platform().hit(Place::ShmRead)) {
         return 5;
     }
@@ -354,6 +353,7 @@ int Zent_shm_memwrite(int region, const void* src, int offset, int count) {
 }
 
 void* Zent_shm_get_shm(int region) {
+    read_begins();
     if (platform().hit(Place::ShmView)) {
         return nullptr;
     }
@@ -379,7 +379,7 @@ int Zent_shm_get_frudata(uint16_t fruId, void* buffer, uint32_t size) {
         size > found->second.data.size()) {
         return 1;
     }
-    std::memcpy(buffer, found->second.data.data(), size);
+    std::copy_n(found->second.data.begin(), size, static_cast<uint8_t*>(buffer));
     return 0;
 }
 
@@ -407,6 +407,7 @@ ZentBpApiHandle ZentBpApiOpenExec(ZentBpApiCallback callback, uint32_t zero, con
 
 uint32_t ZentBpApiReadExec(ZentBpApiHandle handle, void* buffer5362, const char*, const char*,
                            uint32_t) {
+    read_begins();
     if (!is_open(handle) || buffer5362 == nullptr || platform().hit(Place::BpRead)) {
         return platform().bp_failure;
     }

@@ -101,7 +101,9 @@ struct State {
     };
     std::array<Fault, static_cast<size_t>(Place::Count)> faults;
     std::vector<LogLine> log;
-    enum class Lines { Recorded, Formatted, Dropped } treatment = Lines::Recorded;
+    enum class Lines { Recorded, Formatted, Dropped };
+    Lines treatment = Lines::Recorded;  // not to be changed while threads log
+    std::function<void()> before_read;  // of a region or the snapshot
     std::vector<ShmWrite> shm_writes;
     std::map<ZentBpApiHandle, ZentBpApiCallback> sessions;
 
@@ -146,9 +148,8 @@ class Platform : public State {
     bool logged(int level, const std::string& message) const;
     int count_logged(int level, const std::string& message) const;
     void clear_lines();
-    void treat_lines(Lines how);
+    void treat_lines(Lines how) { treatment = how; }
     void record_lines(bool on) { treat_lines(on ? Lines::Recorded : Lines::Formatted); }
-    Lines treatment_of_lines() const;
 
     // Shared memory: regions of the sizes in platform/shm.h, all readable and writable.
     std::map<int, std::vector<uint8_t>> regions;
