@@ -3,6 +3,7 @@
 
 #include <array>
 #include <atomic>
+#include <numeric>
 #include <thread>
 #include <vector>
 
@@ -95,7 +96,7 @@ TEST_F(CacheEvents, AreNeitherLostNorDoubledAcrossPurgesAndDrains) {
     ASSERT_EQ(rtcache_Init(), 0u);
     ASSERT_EQ(rtcache_UpdateCachedObject(RTCACHE_REGISTER, kEid, RTCACHE_TYPE_KRON, 0), 0u);
     std::atomic<bool> stop{false};
-    std::vector<std::thread> writers, others;
+    std::vector<std::jthread> writers, others;
     others.emplace_back([&] { purge_until(stop); });
     for (int drains = 0; drains < 2; ++drains) {
         others.emplace_back([&] {
@@ -107,13 +108,9 @@ TEST_F(CacheEvents, AreNeitherLostNorDoubledAcrossPurgesAndDrains) {
     for (unsigned writer = 0; writer < kWriters; ++writer) {
         writers.emplace_back([this, writer] { write(writer); });
     }
-    for (std::thread& writer : writers) {
-        writer.join();
-    }
+    writers.clear();
     stop = true;
-    for (std::thread& other : others) {
-        other.join();
-    }
+    others.clear();
     drain();  // what was recorded makes room for what is still held back
     EXPECT_EQ((CacheLock{}, rtcache_PurgeDelayedCachedEvents(kEid, 0)), 0u);
     drain();
@@ -121,10 +118,7 @@ TEST_F(CacheEvents, AreNeitherLostNorDoubledAcrossPurgesAndDrains) {
     for (size_t key = 0; key < events_seen_.size(); ++key) {
         ASSERT_EQ(events_seen_[key].load(), 1u) << "event " << key;
     }
-    unsigned seen = 0;
-    for (const auto& disk : disks_seen_) {
-        seen += disk;
-    }
+    const unsigned seen = std::accumulate(disks_seen_.begin(), disks_seen_.end(), 0u);
     EXPECT_EQ(seen, disks_told_.load());
     EXPECT_GE(seen, unsigned{RTCACHE_DISK_SLOTS});
     EXPECT_EQ(rtcache_Destroy(), 0u);

@@ -58,9 +58,9 @@ class Order {
 
 // Runs the producers and, when all are done, the end.
 template <class Produce, class End>
-std::thread start_producers(Throttle& throttle, Produce produce, End end) {
-    return std::thread{[&throttle, produce, end] {
-        std::vector<std::thread> threads;
+std::jthread start_producers(Throttle& throttle, Produce produce, End end) {
+    return std::jthread{[&throttle, produce, end] {
+        std::vector<std::jthread> threads;
         for (unsigned producer = 0; producer < kProducers; ++producer) {
             threads.emplace_back([&throttle, producer, produce] {
                 for (unsigned number = 0; number < kEach; ++number) {
@@ -69,9 +69,7 @@ std::thread start_producers(Throttle& throttle, Produce produce, End end) {
                 }
             });
         }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
+        threads.clear();
         end();
     }};
 }
@@ -99,7 +97,7 @@ TEST_F(Queues, EndpointEventsReachTheWorkerOnceAndInOrder) {
     ASSERT_EQ(rtraid_EventQueue_Init(), 0);
     ASSERT_EQ(rtraid_EventQueue_SetStatus(RTRAID_EVTQ_READY), 0);
     Throttle throttle;
-    std::thread producers = start_producers(throttle, put_event, [] {
+    std::jthread producers = start_producers(throttle, put_event, [] {
         EndpointEvent end{RTRAID_CALLBACK_MCTPD_STOPPED, 0, {0}};
         rtraid_EventQueue_Put(&end);
     });
@@ -127,7 +125,7 @@ TEST_F(Queues, NotificationsReachThePollerOnceAndInOrder) {
     static unsigned numbers[kProducers * kEach];  // a message is a number's address
     static unsigned end;
     Throttle throttle;
-    std::thread producers = start_producers(
+    std::jthread producers = start_producers(
         throttle,
         [queue](unsigned producer, unsigned number) {
             unsigned* message = &numbers[producer * kEach + number];

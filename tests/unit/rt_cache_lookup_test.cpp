@@ -6,98 +6,83 @@
 
 namespace {
 
-wchar_t* wide(const wchar_t* text) {
-    return const_cast<wchar_t*>(text);
-}
-
-// Nodes of one controller's row; the test keeps what the cache would own.
 class Lookup : public CacheTest {
   protected:
     static constexpr uint8_t kEid = 9;
-    StorageObjectRecord adapter{}, battery{}, record{};
-    RtCacheControllerNode controller{};
-    RtCacheEnclosureLink link{};
-    RtCacheDiskNode node{};
-    RtCacheVirtualDiskNode virtual_disk{};
+    RtCacheControllerNode& controller = *make_controller();
+    RtCacheDiskNode& node = *make_disk(RT_OBJ_ENCLOSURE, L"Enclosure.Internal.0-1");
+    StorageObjectRecord& record = *node.enclObj->enclType.extEncl.Obj;
 
     void SetUp() override {
         CacheTest::SetUp();
         add_endpoint(kEid);
-        adapter.hdr.FQDD = wide(L"RAID.Slot.1");
-        battery.hdr.FQDD = wide(L"Battery.1");
-        record.hdr.FQDD = wide(L"Enclosure.Internal.0-1");
         record.body.enclosure.position = 6;
-        controller.adapter = &adapter;
-        controller.battery = &battery;
         cache_AllEIDs[kEid] = &controller;
-        link.enclType.extEncl.Obj = &record;
-        node = {RT_OBJ_ENCLOSURE, &link};
         cache_PDs[GetIndexFromEID(kEid)][7] = &node;
         platform.clear_lines();
     }
 
-    void TearDown() override {
-        cache_AllEIDs[kEid] = nullptr;
-        cache_PDs[GetIndexFromEID(kEid)][7] = nullptr;
-        cache_VDs[GetIndexFromEID(kEid)][2] = nullptr;
-        CacheTest::TearDown();
+    static void name(StorageObjectRecord& record, const wchar_t* fqdd) {
+        vexel_free(std::exchange(record.hdr.FQDD, make_text(fqdd)));
+    }
+    static void drop(StorageObjectRecord*& record) {
+        rtcache_FreeRMObjects(std::exchange(record, nullptr), 1);
     }
 
     // What the enclosure look-up gives, and its lines.
     std::string enclosure(uint32_t key) {
         platform.clear_lines();
-        wchar_t* fqdd = wide(L"");
+        wchar_t before[] = L"";
+        wchar_t* fqdd = before;
         const unsigned position = rtcache_GetEnclosureFQDD(kEid, key, &fqdd);
         std::string text = std::to_string(position) + (fqdd != nullptr ? " copied" : " none");
         vexel_free(fqdd);
-        for (const std::string& line : logged_lines()) {
-            text += "|" + line;
-        }
-        return text;
+        return text + "|" + lines_of("rtcache_GetEnclosureFQDD");
     }
 };
 
 TEST_F(Lookup, AdaptersAndBatteriesAreNamedByTheirNode) {
-    EXPECT_STREQ(rtcache_GetAdapterFQDD(kEid), L"RAID.Slot.1");
+    EXPECT_STREQ(rtcache_GetAdapterFQDD(kEid), L"RAID.Slot.1-1");
+    name(*controller.battery, L"Battery.1");
     EXPECT_STREQ(rtcache_GetBatteryFQDD(kEid), L"Battery.1");
     controller.objType = RT_NODE_PCIESSD_ADAPTER;
-    EXPECT_STREQ(rtcache_GetAdapterFQDD(kEid), L"RAID.Slot.1");
+    EXPECT_STREQ(rtcache_GetAdapterFQDD(kEid), L"RAID.Slot.1-1");
     EXPECT_TRUE(platform.lines().empty());
 
     EXPECT_EQ(rtcache_GetBatteryFQDD(kEid), nullptr);
-    controller.adapter = nullptr;
+    drop(controller.adapter);
     EXPECT_EQ(rtcache_GetAdapterFQDD(kEid), nullptr);
-    EXPECT_EQ(logged_lines(), (Lines{"2 <-- error4", "2 <-- error4"}));
+    EXPECT_EQ(told(2), "<-- error4\n<-- error4\n");
     controller.objType = RT_OBJ_ADAPTER;
-    controller.battery = nullptr;
+    drop(controller.battery);
     EXPECT_EQ(rtcache_GetAdapterFQDD(kEid), nullptr);
     EXPECT_EQ(rtcache_GetBatteryFQDD(kEid), nullptr);
-    EXPECT_EQ(logged_lines(), (Lines{"2 <-- error3", "2 <-- error3"}));
+    EXPECT_EQ(told(2), "<-- error3\n<-- error3\n");
     EXPECT_EQ(rtcache_GetAdapterFQDD(8), nullptr);
-    EXPECT_EQ(logged_lines(), Lines{"2 <-- error2"});
+    EXPECT_EQ(told(2), "<-- error2\n");
     EXPECT_EQ(rtcache_GetBatteryFQDD(255), nullptr);
-    EXPECT_EQ(logged_lines().back(), "2 <-- error1");
+    EXPECT_TRUE(logged(2, "<-- error1"));
 }
 
 TEST_F(Lookup, EnclosuresAreCopiedAndPlaced) {
-    const std::string start = "|4 Fetching FQDD of enclosure with EID:9 and EnclId:7";
-    const std::string end = "|2 <--Failed to fetch the FQDD of enclosure with EID:9 and EnclId:7";
-    EXPECT_EQ(enclosure(7), "6 copied" + start + "|4 Requesting enclosure FQDD is EXTERNAL" +
-                                "|4 ENCL FQDD:Enclosure.Internal.0-1|4 <--ENCL Position:6");
+    const std::string start = "|4 Fetching FQDD of enclosure with EID:9 and EnclId:7|";
+    const std::string end = "2 <--Failed to fetch the FQDD of enclosure with EID:9 and EnclId:7|";
+    EXPECT_EQ(enclosure(7), "6 copied" + start + "4 Requesting enclosure FQDD is EXTERNAL|" +
+                                "4 ENCL FQDD:Enclosure.Internal.0-1|4 <--ENCL Position:6|");
     node.objType = RT_OBJ_BACKPLANE;
-    EXPECT_EQ(enclosure(7), "6 copied" + start + "|4 Requesting enclosure FQDD is BACKPLANE" +
-                                "|4 ENCL FQDD:Enclosure.Internal.0-1\n|4 <--ENCL Position:6");
-    record.hdr.FQDD = nullptr;
-    EXPECT_EQ(enclosure(7), "6 none" + start + "|4 Requesting enclosure FQDD is BACKPLANE" +
-                                "|4 <--ENCL Position:6");
-    link.enclType.extEncl.Obj = nullptr;
-    EXPECT_EQ(enclosure(7), "0 none" + start + "|4 Requesting enclosure FQDD is BACKPLANE" +
-                                "|2 <--pPdCache->enclObj->enclType.backPlane.Obj is NULL" + end);
-    node.enclObj = nullptr;
-    EXPECT_EQ(enclosure(7), "0 none" + start + "|2 <--pPdCache->enclObj is NULL" + end);
+    EXPECT_EQ(enclosure(7), "6 copied" + start + "4 Requesting enclosure FQDD is BACKPLANE|" +
+                                "4 ENCL FQDD:Enclosure.Internal.0-1\n|4 <--ENCL Position:6|");
+    name(record, nullptr);
+    EXPECT_EQ(enclosure(7), "6 none" + start + "4 Requesting enclosure FQDD is BACKPLANE|" +
+                                "4 <--ENCL Position:6|");
+    drop(node.enclObj->enclType.extEncl.Obj);
+    EXPECT_EQ(enclosure(7), "0 none" + start + "4 Requesting enclosure FQDD is BACKPLANE|" +
+                                "2 <--pPdCache->enclObj->enclType.backPlane.Obj is NULL|" + end);
+    vexel_free(std::exchange(node.enclObj, nullptr));
+    EXPECT_EQ(enclosure(7), "0 none" + start + "2 <--pPdCache->enclObj is NULL|" + end);
     node.objType = RT_OBJ_PHYSICAL_DISK;
-    EXPECT_EQ(enclosure(7), "0 none" + start + "|2 <--pPdCache->objType is not ENCLOSURE" + end);
-    EXPECT_EQ(enclosure(0x10007), "0 none" + start + "|2 <--pPdCache is NULL" + end)
+    EXPECT_EQ(enclosure(7), "0 none" + start + "2 <--pPdCache->objType is not ENCLOSURE|" + end);
+    EXPECT_EQ(enclosure(0x10007), "0 none" + start + "2 <--pPdCache is NULL|" + end)
         << "a key beyond 16 bits reaches no slot";
     EXPECT_EQ(rtcache_GetEnclosureFQDD(kEid, 7, nullptr), 0);
 }
@@ -161,12 +146,12 @@ TEST_F(Lookup, TheDumpFillsAFileThatExists) {
 
     write_file(file, std::string(10000, 'x'));
     max_adapters = 2;
-    record.hdr.FQDD = wide(L"Disk.\u4e2d");
-    virtual_disk = {RT_OBJ_VIRTUAL_DISK, nullptr};
-    cache_VDs[GetIndexFromEID(kEid)][2] = &virtual_disk;
+    name(record, L"Disk.\u4e2d");
+    cache_VDs[GetIndexFromEID(kEid)][2] =
+        make(RtCacheVirtualDiskNode{RT_OBJ_VIRTUAL_DISK, nullptr});
     EXPECT_EQ(rtcache_PrintCache(), 0);
     EXPECT_EQ(file_content(file),
-              " >>>> Controllers >>>>\nEID=9 RAID.Slot.1\n"
+              " >>>> Controllers >>>>\nEID=9 RAID.Slot.1-1\n"
               " >>>> PDs >>>>\nIndex=0 DeviceID=7 Disk.?\n"
               " >>>> VDs >>>>\nIndex=0 TargetID=2 (null)\n"
               " >>>> PDs >>>>\n >>>> VDs >>>>\n");

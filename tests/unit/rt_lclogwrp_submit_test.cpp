@@ -9,18 +9,6 @@ class Submit : public PlatformTest {
     void SetUp() override { ASSERT_EQ(RTSync_Init(), 0u); }
     void TearDown() override { RTSync_Destroy(); }
 
-    // Lines of the submission since the last call, each as "level message|".
-    std::string lines() {
-        std::string text;
-        for (const fake::LogLine& line : platform.lines()) {
-            if (line.function == "rt_JWLOGCMNSubmitEvent") {
-                text += std::to_string(line.level) + " " + line.message + "|";
-            }
-        }
-        platform.clear_lines();
-        return text;
-    }
-
     const char* args[6] = {"Disk 1", nullptr, "", "x", "y", "z"};
 };
 
@@ -40,21 +28,19 @@ TEST_F(Submit, AnAlertCarriesItsArgumentsAndItsDevice) {
 }
 
 TEST_F(Submit, BadArgumentsAreNamedInFourLines) {
-    const struct {
-        uint32_t severity;
-        const char* id;
-        const wchar_t* fqdd;
-        const char* const* args;
-        uint8_t count;
-    } rows[] = {{0, "PDR3", L"", args, 1},    {4, "PDR3", L"", args, 1},
-                {1, nullptr, L"", args, 1},   {1, "PDR3", nullptr, args, 1},
-                {1, "PDR3", L"", nullptr, 1}, {1, "PDR3", L"", args, 6}};
-    for (const auto& row : rows) {
-        EXPECT_EQ(rt_JWLOGCMNSubmitEvent(row.severity, row.id, row.fqdd, row.args, row.count), 2);
+    for (const auto& [severity, id, fqdd, texts, count] :
+         Rows<uint32_t, const char*, const wchar_t*, const char* const*, uint8_t>{
+             {0, "PDR3", L"", args, 1},
+             {4, "PDR3", L"", args, 1},
+             {1, nullptr, L"", args, 1},
+             {1, "PDR3", nullptr, args, 1},
+             {1, "PDR3", L"", nullptr, 1},
+             {1, "PDR3", L"", args, 6}}) {
+        EXPECT_EQ(rt_JWLOGCMNSubmitEvent(severity, id, fqdd, texts, count), 2);
         EXPECT_EQ(platform.messages(2).size(), 4u);
-        EXPECT_TRUE(logged(
-            2, "Error: Inappropriate severity level received:" + std::to_string(row.severity)));
-        EXPECT_TRUE(logged(2, "Error: Number of strings input count:" + std::to_string(row.count)));
+        EXPECT_TRUE(
+            logged(2, "Error: Inappropriate severity level received:" + std::to_string(severity)));
+        EXPECT_TRUE(logged(2, "Error: Number of strings input count:" + std::to_string(count)));
         platform.clear_lines();
     }
     EXPECT_TRUE(platform.submissions.empty());
@@ -85,7 +71,7 @@ TEST_F(Submit, TheLogTellsWhichRuleWasApplied) {
         grtsync_Status.flags = flags;
         grtsync_Status.phase = phase;
         rt_JWLOGCMNSubmitEvent(1, "PDR8", fqdd, args, 1);
-        EXPECT_EQ(lines(), row_lines);
+        EXPECT_EQ(lines_of("rt_JWLOGCMNSubmitEvent"), row_lines);
     }
 }
 

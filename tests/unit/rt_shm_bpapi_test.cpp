@@ -150,33 +150,29 @@ TEST_F(Backplane, ACallbackAsksForInventoryAndHandsTheSnapshotOn) {
 }
 
 TEST_F(Backplane, SessionsOpenOnceAndCloseWhateverTheServiceSays) {
-    const struct {
-        uint32_t (*init)(void);
-        uint32_t (*exit)(void);
-        ZentBpApiHandle& handle;
-        const char *failures, *again;
-    } rows[] = {
-        {rtshm_BpApiInit, rtshm_BpApiExit, bpAPIHandler,
-         "rtshm_BpApiExit BPHandler is NULL\nFailed to get Open bpAPI\nFailed to Close bpAPI\n",
-         "--> rtshm_BpApiInit BPApi is already Open"},
-        {rtshm_BpApiKronInit, rtshm_BpApiKronExit, bpAPIKronHandler,
-         "rtshm_BpApiKronExit bpAPIKronHandler is NULL\nFailed to get Open bpAPIKronHandler\n"
-         "Failed to Close bpAPI\n",
-         "--> rtshm_BpApiKronInit bpAPIKronHandler is already Open"}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.again);
-        EXPECT_EQ(row.exit(), 0u);
+    using Call = uint32_t (*)();
+    for (const auto& [again, init, exit, handle, failures] :
+         Rows<const char*, Call, Call, ZentBpApiHandle*, const char*>{
+             {"--> rtshm_BpApiInit BPApi is already Open", rtshm_BpApiInit, rtshm_BpApiExit,
+              &bpAPIHandler,
+              "rtshm_BpApiExit BPHandler is NULL\nFailed to get Open bpAPI\n"
+              "Failed to Close bpAPI\n"},
+             {"--> rtshm_BpApiKronInit bpAPIKronHandler is already Open", rtshm_BpApiKronInit,
+              rtshm_BpApiKronExit, &bpAPIKronHandler,
+              "rtshm_BpApiKronExit bpAPIKronHandler is NULL\n"
+              "Failed to get Open bpAPIKronHandler\nFailed to Close bpAPI\n"}}) {
+        EXPECT_EQ(exit(), 0u);
         platform.fail(Place::BpOpen);
-        EXPECT_EQ(row.init(), 1u);
-        EXPECT_EQ(row.init(), 0u);
-        const ZentBpApiHandle first = row.handle;
-        EXPECT_EQ(row.init(), 0u);
-        EXPECT_TRUE(logged(4, row.again));
-        EXPECT_EQ(row.handle, first);
+        EXPECT_EQ(init(), 1u);
+        EXPECT_EQ(init(), 0u);
+        const ZentBpApiHandle first = *handle;
+        EXPECT_EQ(init(), 0u);
+        EXPECT_TRUE(logged(4, again));
+        EXPECT_EQ(*handle, first);
         platform.fail(Place::BpClose);
-        EXPECT_EQ(row.exit(), 0u);
-        EXPECT_EQ(row.handle, nullptr);
-        EXPECT_EQ(told(2), row.failures);
+        EXPECT_EQ(exit(), 0u);
+        EXPECT_EQ(*handle, nullptr);
+        EXPECT_EQ(told(2), failures);
     }
 }
 

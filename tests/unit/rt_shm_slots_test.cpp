@@ -60,29 +60,25 @@ TEST_F(SlotLookups, AnEndpointIsFoundAtItsLastPosition) {
     }
     sNVMeSSDBPInfo.slots[6].i2cEid = 20;
     sNVMeSSDBPVDMInfo.slots[249].vdmEid = 255;
-    const struct {
-        const char* what;
-        uint32_t (*find)(uint8_t*, uint8_t*, int);
-        int eid;
-        uint32_t result;
-        int bay, slot;
-    } rows[] = {{"twice in the table", RTSHM_readBayIDAndSlotNoFromEID, 20, 0, 4, 3},
-                {"not of the NVMe type", RTSHM_readBayIDAndSlotNoFromEID, 21, 0, 0xEE, 0xEE},
-                {"not registered", RTSHM_readBayIDAndSlotNoFromEID, 22, 1, 0xEE, 0xEE},
-                {"no EID", RTSHM_readBayIDAndSlotNoFromEID, 276, 1, 0xEE, 0xEE},
-                {"VDM, twice in the table", RTSHM_readBayIDAndSlotNoFromVDMEID, 30, 0, 2, 49},
-                {"VDM, of no type", RTSHM_readBayIDAndSlotNoFromVDMEID, 31, 0, 4, 3},
-                {"VDM, not in the table", RTSHM_readBayIDAndSlotNoFromVDMEID, 20, 3, 0xEE, 0xEE},
-                {"VDM, the free marker", RTSHM_readBayIDAndSlotNoFromVDMEID, 255, 3, 0xEE, 0xEE},
-                {"VDM, no EID", RTSHM_readBayIDAndSlotNoFromVDMEID, 286, 3, 0xEE, 0xEE}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+    const auto by_eid = RTSHM_readBayIDAndSlotNoFromEID;
+    const auto by_vdm_eid = RTSHM_readBayIDAndSlotNoFromVDMEID;
+    for (const auto& [what, find, eid, result, row_bay, row_slot] :
+         Rows<const char*, uint32_t (*)(uint8_t*, uint8_t*, int), int, uint32_t, int, int>{
+             {"twice in the table", by_eid, 20, 0, 4, 3},
+             {"not of the NVMe type", by_eid, 21, 0, 0xEE, 0xEE},
+             {"not registered", by_eid, 22, 1, 0xEE, 0xEE},
+             {"no EID", by_eid, 276, 1, 0xEE, 0xEE},
+             {"VDM, twice in the table", by_vdm_eid, 30, 0, 2, 49},
+             {"VDM, of no type", by_vdm_eid, 31, 0, 4, 3},
+             {"VDM, not in the table", by_vdm_eid, 20, 3, 0xEE, 0xEE},
+             {"VDM, the free marker", by_vdm_eid, 255, 3, 0xEE, 0xEE},
+             {"VDM, no EID", by_vdm_eid, 286, 3, 0xEE, 0xEE}}) {
         bay = slot = 0xEE;
-        EXPECT_EQ(row.find(&bay, &slot, row.eid), row.result);
-        EXPECT_EQ(row.find(nullptr, &slot, row.eid), 3u);
-        EXPECT_EQ(row.find(&bay, nullptr, row.eid), 3u);
-        EXPECT_EQ(bay, row.bay);
-        EXPECT_EQ(slot, row.slot);
+        EXPECT_EQ(find(&bay, &slot, eid), result);
+        EXPECT_EQ(find(nullptr, &slot, eid), 3u);
+        EXPECT_EQ(find(&bay, nullptr, eid), 3u);
+        EXPECT_EQ(bay, row_bay);
+        EXPECT_EQ(slot, row_slot);
     }
     EXPECT_EQ(platform.count_logged(2, "Failed while getting Type"), 2);
     EXPECT_TRUE(logged(4, "--> Exits u8BayId:238, u8SSDSlotNo:238"));

@@ -10,12 +10,10 @@ namespace {
 class Flags : public PlatformTest {
   protected:
     Flags() {
-        vexutils::flag_paths.hba_disabled = flag_.c_str();
-        vexutils::flag_paths.tavi_disabled = flag_.c_str();
-        vexutils::flag_paths.tavi_poll = flag_.c_str();
-        vexutils::flag_paths.dump_request = flag_.c_str();
+        vexutils::FlagPaths& flags = vexutils::flag_paths;
+        flags.hba_disabled = flags.tavi_disabled = flag_.c_str();
+        flags.tavi_poll = flags.dump_request = flag_.c_str();
     }
-    ~Flags() override { vexutils::flag_paths = vexutils::FlagPaths{}; }
     const std::string flag_ = path("flag");
 };
 
