@@ -27,6 +27,21 @@ struct Drained {
     }
     Drained(const Drained&) = delete;
 
+    // Events as "object type.event type.key ", then changed disks as "+key ".
+    std::string text() const {
+        std::string all;
+        for (uint32_t i = 0; i < events->eventCount; ++i) {
+            const RtCacheEvent& event = events->events[i];
+            all += std::to_string(event.objType) + "." + std::to_string(event.eventType) + "." +
+                   std::to_string(event.objKey) + " ";
+        }
+        for (size_t key = 0; key < 8 * std::size(disks->bitmap); ++key) {
+            const bool set = disks->bitmap[key / 8] >> key % 8 & 1;
+            all += set ? "+" + std::to_string(key) + " " : "";
+        }
+        return all;
+    }
+
     RtCacheEventRow* events = nullptr;
     RtCacheDiskChangeRow* disks = nullptr;
     uint32_t result;

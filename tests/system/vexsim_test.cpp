@@ -41,51 +41,50 @@ TEST_F(Vexsim, SeedDecidesWhatTheSensorsShow) {
 }
 
 TEST_F(Vexsim, RefusesABadScenarioBeforeAnythingIsPublished) {
-    for (const auto& [what, row_from, to, complaint] :
-         Rows<const char*, const char*, const char*, const char*>{
-             {"no JSON", "\"seed\": 20240101,", "\"seed\": ,", "scenario.json:5: "},
-             {"a field of another name", "\"pollEvery\"", "\"pollevery\"",
-              "scenario.json:7: pollevery: unknown field, expected one of: vexsim, name, "},
-             {"a field that is missing", "\"eid\": 9,", "",
-              "scenario.json:60: controllers[1].eid: missing, expected a whole number from 0 to "
-              "254"},
-             {"a number beyond its range", "\"eid\": 8,", "\"eid\": 255,",
-              "scenario.json:37: controllers[0].eid: expected a whole number from 0 to 254, found "
-              "255"},
-             {"a text that is no number", "\"0x1F47\"", "\"1F47\"",
-              "controllers[0].pci.ids[1]: expected a whole number from 0 to 65535, found \"1F47\""},
-             {"a code without a name", "\"type\": \"hba\"", "\"type\": \"hbb\"",
-              "controllers[3].type: expected \"kron\", \"kron-18\", \"hba\", "},
-             {"an endpoint id of another device", "\"eid\": 9,", "\"eid\": 8,",
-              "controllers[1].eid: expected an endpoint id that nothing else has"},
-             {"slots that are none", "\"slots\": \"12-13\"", "\"slots\": \"13-12\"",
-              "controllers[0].enclosures[0].drives[1].slots: expected slots such as"},
-             {"a slot twice", "\"slots\": \"12-13\"", "\"slots\": \"11-13\"",
-              "controllers[0].enclosures: expected an FQDD that nothing else has"},
-             {"a template that is not there", "\"use\": \"m2\"", "\"use\": \"m3\"",
-              "controllers[4].drives[0].use: expected the name of a template that stands above"},
-             {"a step about a device that is not there",
-              "{ \"at\": 100, \"pull\": \"Disk.Bay.5:", "{ \"at\": 100, \"pull\": \"Disk.Bay.15:",
-              "timeline[3].pull: expected the FQDD of a drive of this scenario"},
-             {"a step without an action", "{ \"at\": 70, \"note\": \"A disk warms up.\" }",
-              "{ \"at\": 70 }", "timeline[0]: expected an action such as"},
-             {"a step after the end", "\"at\": 210, \"plug\"", "\"at\": 301, \"plug\"",
-              "timeline[8].at: expected a time within the scenario's duration"},
-             {"a drive that is pulled already", "\"plug\": \"Disk.Bay.6:",
-              "\"pull\": \"Disk.Bay.6:", "timeline[8]: this drive is already pulled at that time"},
-             {"a step about a controller that was dropped", "\"at\": 300, \"drop\"",
-              "\"at\": 180, \"drop\": \"RAID.Slot.3-1\" }, { \"at\": 300, \"pull\": \"Disk.Bay.1:"
-              "Enclosure.Internal.0-1:RAID.Slot.3-1\" }, { \"at\": 300, \"drop\"",
-              "]: this controller is already dropped at that time"},
-             {"a light of a drive without one",
-              "\"blink\": \"Disk.Bay.3:", "\"blink\": \"Disk.Bay.13:",
-              ".blink: expected the FQDD of an NVMe drive of this scenario"},
-             {"a result that no command has", "\"result\": \"success\"", "\"result\": \"good\"",
-              ".command.result: expected \"success\", \"failed\", "},
-             {"a job for nobody", "[\"RAID.Slot.3-1\", \"TAVI.Integrated.1-1\"]", "[]",
-              ".job: expected FQDDs of controllers, or \"end\""},
-             {"a topology that is not there", "default.topology.json", "no.topology.json",
-              "no.topology.json: cannot be opened: No such file or directory"}}) {
+    const Rows<const char*, const char*, const char*, const char*> rows{
+        {"no JSON", "\"seed\": 20240101,", "\"seed\": ,", "scenario.json:5: "},
+        {"a field of another name", "\"pollEvery\"", "\"pollevery\"",
+         "scenario.json:7: pollevery: unknown field, expected one of: vexsim, name, "},
+        {"a field that is missing", "\"eid\": 9,", "",
+         "scenario.json:60: controllers[1].eid: missing, expected a whole number from 0 to "
+         "254"},
+        {"a number beyond its range", "\"eid\": 8,", "\"eid\": 255,",
+         "scenario.json:37: controllers[0].eid: expected a whole number from 0 to 254, found "
+         "255"},
+        {"a text that is no number", "\"0x1F47\"", "\"1F47\"",
+         "controllers[0].pci.ids[1]: expected a whole number from 0 to 65535, found \"1F47\""},
+        {"a code without a name", "\"type\": \"hba\"", "\"type\": \"hbb\"",
+         "controllers[3].type: expected \"kron\", \"kron-18\", \"hba\", "},
+        {"an endpoint id of another device", "\"eid\": 9,", "\"eid\": 8,",
+         "controllers[1].eid: expected an endpoint id that nothing else has"},
+        {"slots that are none", "\"slots\": \"12-13\"", "\"slots\": \"13-12\"",
+         "controllers[0].enclosures[0].drives[1].slots: expected slots such as"},
+        {"a slot twice", "\"slots\": \"12-13\"", "\"slots\": \"11-13\"",
+         "controllers[0].enclosures: expected an FQDD that nothing else has"},
+        {"a template that is not there", "\"use\": \"m2\"", "\"use\": \"m3\"",
+         "controllers[4].drives[0].use: expected the name of a template that stands above"},
+        {"a step about a device that is not there",
+         "{ \"at\": 100, \"pull\": \"Disk.Bay.5:", "{ \"at\": 100, \"pull\": \"Disk.Bay.15:",
+         "timeline[3].pull: expected the FQDD of a drive of this scenario"},
+        {"a step without an action", "{ \"at\": 70, \"note\": \"A disk warms up.\" }",
+         "{ \"at\": 70 }", "timeline[0]: expected an action such as"},
+        {"a step after the end", "\"at\": 210, \"plug\"", "\"at\": 301, \"plug\"",
+         "timeline[8].at: expected a time within the scenario's duration"},
+        {"a drive that is pulled already", "\"plug\": \"Disk.Bay.6:", "\"pull\": \"Disk.Bay.6:",
+         "timeline[8]: this drive is already pulled at that time"},
+        {"a step about a controller that was dropped", "\"at\": 300, \"drop\"",
+         "\"at\": 180, \"drop\": \"RAID.Slot.3-1\" }, { \"at\": 300, \"pull\": \"Disk.Bay.1:"
+         "Enclosure.Internal.0-1:RAID.Slot.3-1\" }, { \"at\": 300, \"drop\"",
+         "]: this controller is already dropped at that time"},
+        {"a light of a drive without one", "\"blink\": \"Disk.Bay.3:", "\"blink\": \"Disk.Bay.13:",
+         ".blink: expected the FQDD of an NVMe drive of this scenario"},
+        {"a result that no command has", "\"result\": \"success\"", "\"result\": \"good\"",
+         ".command.result: expected \"success\", \"failed\", "},
+        {"a job for nobody", "[\"RAID.Slot.3-1\", \"TAVI.Integrated.1-1\"]", "[]",
+         ".job: expected FQDDs of controllers, or \"end\""},
+        {"a topology that is not there", "default.topology.json", "no.topology.json",
+         "no.topology.json: cannot be opened: No such file or directory"}};
+    for (const auto& [what, row_from, to, complaint] : rows) {
         const ToolResult result = vexsim({changed(row_from, to)});
         EXPECT_EQ(result.status, 2);
         EXPECT_NE(result.errors.find(complaint), std::string::npos) << result.errors;

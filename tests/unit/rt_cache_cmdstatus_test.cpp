@@ -43,14 +43,10 @@ TEST_F(CommandStatus, OnlyTheEleventhFailureInARowMarksTheController) {
 }
 
 TEST_F(CommandStatus, OtherCommandsEndTheRun) {
-    for (const auto& [command, row_status, row_recovery, count] :
-         Rows<uint32_t, uint8_t, uint8_t, uint16_t>{{0, 0xFB, 0, 0},
-                                                    {2, 0xFA, 0, 0},
-                                                    {3, 0xFB, 0, 0},
-                                                    {4, 0x80, 0, 0},
-                                                    {5, 0xFF, 0, 0},
-                                                    {6, 0xFE, 0, 0},
-                                                    {7, 0xFF, 0x55, 4}}) {
+    const Rows<uint32_t, uint8_t, uint8_t, uint16_t> rows{
+        {0, 0xFB, 0, 0}, {2, 0xFA, 0, 0}, {3, 0xFB, 0, 0},   {4, 0x80, 0, 0},
+        {5, 0xFF, 0, 0}, {6, 0xFE, 0, 0}, {7, 0xFF, 0x55, 4}};
+    for (const auto& [command, row_status, row_recovery, count] : rows) {
         entry.status = 0xFF;
         entry.failCount = 4;
         recovery = 0x55;

@@ -146,6 +146,7 @@ TEST_F(Lookup, TheDumpFillsAFileThatExists) {
 
     write_file(file, std::string(10000, 'x'));
     max_adapters = 2;
+    cache_PDs[GetIndexFromEID(kEid)][8] = make(RtCacheDiskNode{});
     name(record, L"Disk.\u4e2d");
     cache_VDs[GetIndexFromEID(kEid)][2] =
         make(RtCacheVirtualDiskNode{RT_OBJ_VIRTUAL_DISK, nullptr});

@@ -221,15 +221,14 @@ TEST_F(RuntimeCache, UnknownEidsReadAsSuccessUnderTheLockAndAsNotFoundWithout) {
 
 TEST_F(RuntimeCache, NullOutputsAndRefusedLocksAreReportedOnce) {
     add_endpoint(8, 7);
-    for (const auto& [name, call] : Rows<std::string, uint32_t (*)()>{
-             {"GetStorageEIDs", [] { return rtcache_GetStorageEIDs(nullptr); }},
-             {"GetStorageEIDStatus", [] { return rtcache_GetStorageEIDStatus(8, nullptr); }},
-             {"GetStorageEIDType", [] { return rtcache_GetStorageEIDType(8, nullptr); }},
-             {"GetStorageEIDStatusNoLock",
-              [] { return rtcache_GetStorageEIDStatusNoLock(8, nullptr); }},
-             {"GetStorageEIDTypeNoLock",
-              [] { return rtcache_GetStorageEIDTypeNoLock(8, nullptr); }},
-             {"GetModularIdNoLock", [] { return rtcache_GetModularIdNoLock(8, nullptr); }}}) {
+    const Rows<std::string, uint32_t (*)()> rows{
+        {"GetStorageEIDs", [] { return rtcache_GetStorageEIDs(nullptr); }},
+        {"GetStorageEIDStatus", [] { return rtcache_GetStorageEIDStatus(8, nullptr); }},
+        {"GetStorageEIDType", [] { return rtcache_GetStorageEIDType(8, nullptr); }},
+        {"GetStorageEIDStatusNoLock", [] { return rtcache_GetStorageEIDStatusNoLock(8, nullptr); }},
+        {"GetStorageEIDTypeNoLock", [] { return rtcache_GetStorageEIDTypeNoLock(8, nullptr); }},
+        {"GetModularIdNoLock", [] { return rtcache_GetModularIdNoLock(8, nullptr); }}};
+    for (const auto& [name, call] : rows) {
         platform.clear_lines();
         EXPECT_EQ(call(), 2u);
         EXPECT_EQ(logged_lines(), Lines{"2 <-- err null inputsrtcache_" + name});

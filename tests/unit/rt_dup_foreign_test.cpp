@@ -68,6 +68,11 @@ TEST_F(ForeignConfig, OneEmptyArrayIsSharedTwoAreRefused) {
     rtcache_FreeRMObjects(copy, 1);
     source.body.foreign.virtualDiskCount = 0;
     EXPECT_EQ(DupForeign_Config(&source), nullptr);
+    source.body.foreign.physicalDiskCount = 2;
+    copy = DupForeign_Config(&source);
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(copy->body.foreign.virtualDisks + 0, +virtual_disks);
+    rtcache_FreeRMObjects(copy, 1);
     EXPECT_TRUE(logged(2, "<--error6 DupForeign_Config"));
     EXPECT_EQ(DupForeign_Config(nullptr), nullptr);
     EXPECT_TRUE(logged(2, "<--error1 DupForeign_Config"));

@@ -235,6 +235,11 @@ TEST_F(Duplicates, FieldsThatWereNeverSetAreNotFreed) {
             rtcache_FreeRMObjects(records, 2);
         }
     }
+    source = {};
+    source.objType = RT_OBJ_SMART_DATA;  // of neither selector: the pages are not its own
+    source.body.smart.pages[0].page = &source;
+    std::memcpy(&copy, &source, sizeof(copy));
+    free_copy();
     rtcache_FreeRMObjects(nullptr, 5);
 }
 
@@ -291,8 +296,8 @@ TEST_F(Duplicates, MissingArgumentsAndMemoryAreNamed) {
 
 TEST_F(Duplicates, TextsOfADiskAreBoundedAndEndOnePastTheirEnd) {
     // zero: the text; the extra zero of keyId and text417
-    for (const auto& [length, zero] :
-         Rows<size_t, size_t>{{0, 1}, {3, 4}, {126, 127}, {254, 255}, {255, 256}, {256, 256}}) {
+    const Rows<size_t, size_t> rows{{0, 1}, {3, 4}, {126, 127}, {254, 255}, {255, 256}, {256, 256}};
+    for (const auto& [length, zero] : rows) {
         std::string text(257, 'x');
         text[length] = '\0';
         source = {};
@@ -320,12 +325,9 @@ TEST_F(Duplicates, TextsOfADiskAreBoundedAndEndOnePastTheirEnd) {
 TEST_F(Duplicates, CapabilityEntriesAreCountedByMaskAndMultiplier) {
     AdapterCapabilityEntry entries[64] = {};
     entries[5] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
-    for (const auto& [mask, multiplier, has_entries, count] :
-         Rows<uint32_t, uint8_t, bool, size_t>{{7, 2, true, 6},
-                                               {7, 0, true, 3},
-                                               {~0u, 2, true, 64},
-                                               {0, 9, true, 0},
-                                               {7, 2, false, 0}}) {
+    const Rows<uint32_t, uint8_t, bool, size_t> rows{
+        {7, 2, true, 6}, {7, 0, true, 3}, {~0u, 2, true, 64}, {0, 9, true, 0}, {7, 2, false, 0}};
+    for (const auto& [mask, multiplier, has_entries, count] : rows) {
         SCOPED_TRACE(testing::Message() << mask << " * " << +multiplier);
         source = {};
         source.body.adapter.capabilityMask = mask;

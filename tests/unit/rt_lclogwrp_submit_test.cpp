@@ -28,14 +28,10 @@ TEST_F(Submit, AnAlertCarriesItsArgumentsAndItsDevice) {
 }
 
 TEST_F(Submit, BadArgumentsAreNamedInFourLines) {
-    for (const auto& [severity, id, fqdd, texts, count] :
-         Rows<uint32_t, const char*, const wchar_t*, const char* const*, uint8_t>{
-             {0, "PDR3", L"", args, 1},
-             {4, "PDR3", L"", args, 1},
-             {1, nullptr, L"", args, 1},
-             {1, "PDR3", nullptr, args, 1},
-             {1, "PDR3", L"", nullptr, 1},
-             {1, "PDR3", L"", args, 6}}) {
+    const Rows<uint32_t, const char*, const wchar_t*, const char* const*, uint8_t> rows{
+        {0, "PDR3", L"", args, 1},     {4, "PDR3", L"", args, 1},    {1, nullptr, L"", args, 1},
+        {1, "PDR3", nullptr, args, 1}, {1, "PDR3", L"", nullptr, 1}, {1, "PDR3", L"", args, 6}};
+    for (const auto& [severity, id, fqdd, texts, count] : rows) {
         EXPECT_EQ(rt_JWLOGCMNSubmitEvent(severity, id, fqdd, texts, count), 2);
         EXPECT_EQ(platform.messages(2).size(), 4u);
         EXPECT_TRUE(
@@ -54,20 +50,20 @@ TEST_F(Submit, TheLogTellsWhichRuleWasApplied) {
     const std::string before = inventory + "4 JWL check for non-RAID components BEFORE: 1|";
     const std::string after = "4 JWL check for non-RAID components AFTER: 0|";
     const std::string packed = arguments + "2  Past event mode 0|4 msgArgsBuf:'Disk 1\x1f'|";
-    for (const auto& [what, flags, phase, fqdd, row_lines] :
-         Rows<const char*, uint16_t, uint32_t, const wchar_t*, std::string>{
-             {"live", 0x20, 0, L"RAID.1", "4 --> entry|" + packed},
-             {"inventory", 0x20, 0x20, L"RAID.1",
-              inventory + "4 No logging JW alert in invenotry phase, suppress it|"},
-             {"re-inventory, RAID", 0x20, 0x120, L"RAID.1",
-              before + "4 No logging JW alert in KronReinventory, suppress it|"},
-             {"re-inventory, NonRAID", 0x20, 0x120, L"NonRAID.1",
-              before + "4 Non RAID JWL|" + after + packed},
-             {"re-inventory, neither, in replay", 0, 0x120, L"AHCI.1",
-              before + "4 NON KRON and NON-HBA JWL|" + after +
-                  "4 We are in past event processing after kron reset:[PDR8]|" + arguments +
-                  "2  Past event mode 1|2 Error: EVIPCLSubmitEvent() failed with return code:-1|"},
-         }) {
+    const Rows<const char*, uint16_t, uint32_t, const wchar_t*, std::string> rows{
+        {"live", 0x20, 0, L"RAID.1", "4 --> entry|" + packed},
+        {"inventory", 0x20, 0x20, L"RAID.1",
+         inventory + "4 No logging JW alert in invenotry phase, suppress it|"},
+        {"re-inventory, RAID", 0x20, 0x120, L"RAID.1",
+         before + "4 No logging JW alert in KronReinventory, suppress it|"},
+        {"re-inventory, NonRAID", 0x20, 0x120, L"NonRAID.1",
+         before + "4 Non RAID JWL|" + after + packed},
+        {"re-inventory, neither, in replay", 0, 0x120, L"AHCI.1",
+         before + "4 NON KRON and NON-HBA JWL|" + after +
+             "4 We are in past event processing after kron reset:[PDR8]|" + arguments +
+             "2  Past event mode 1|2 Error: EVIPCLSubmitEvent() failed with return code:-1|"},
+    };
+    for (const auto& [what, flags, phase, fqdd, row_lines] : rows) {
         grtsync_Status.flags = flags;
         grtsync_Status.phase = phase;
         rt_JWLOGCMNSubmitEvent(1, "PDR8", fqdd, args, 1);
@@ -77,14 +73,14 @@ TEST_F(Submit, TheLogTellsWhichRuleWasApplied) {
 
 TEST_F(Submit, EveryFailureIsLoggedAndLeavesNothingBehind) {
     grtsync_Status.flags = RTSYNC_FLAG_LIVE;
-    for (const auto& [place, nth, result, line] : Rows<Place, int, int32_t, const char*>{
-             {Place::Allocation, 1, -1, "Error: vexel_alloc failed, msgArgsBuf is NULL"},
-             {Place::EvBuildArgs, 1, -1, "Error: EVIPCLBuildMsgArgsBuffer failed [-7]"},
-             {Place::EvCreateList, 1, -1, "Error: EVJWLWRAPCreateTLVList failed [-7]"},
-             {Place::EvAddTlv, 1, -1, "Error: EVIPCLAddTLVToList failed [-7]"},
-             {Place::Allocation, 2, 0, "fqdd pointer allocated as NULL."},
-             {Place::EvSubmit, 1, -1,
-              "Error: call to EVIPCLSubmitEvent() failed with return code:-7"}}) {
+    const Rows<Place, int, int32_t, const char*> rows{
+        {Place::Allocation, 1, -1, "Error: vexel_alloc failed, msgArgsBuf is NULL"},
+        {Place::EvBuildArgs, 1, -1, "Error: EVIPCLBuildMsgArgsBuffer failed [-7]"},
+        {Place::EvCreateList, 1, -1, "Error: EVJWLWRAPCreateTLVList failed [-7]"},
+        {Place::EvAddTlv, 1, -1, "Error: EVIPCLAddTLVToList failed [-7]"},
+        {Place::Allocation, 2, 0, "fqdd pointer allocated as NULL."},
+        {Place::EvSubmit, 1, -1, "Error: call to EVIPCLSubmitEvent() failed with return code:-7"}};
+    for (const auto& [place, nth, result, line] : rows) {
         SCOPED_TRACE(line);
         platform.submissions.clear();
         platform.fail(place, nth);

@@ -46,15 +46,15 @@ TEST_F(Fru, CardsAreFoundByTypeAndSlot) {
     card(0x0104, 9, 6, {4});
     platform.frus.erase(0x0102);  // its information cannot be read
     const auto hba = get_HBA_FRU_Info, kron = get_KRON_TAVI_FRU_Info;
-    for (const auto& [what, function, type, slot, code, data] :
-         Rows<const char*, decltype(hba), uint8_t, uint8_t, uint32_t, Data>{
-             {"HBA, second slot", hba, 4, 5, 0, Data(300, 3)},
-             {"HBA, no such slot", hba, 4, 6, 3, {}},
-             {"HBA, other type by slot", hba, 9, 5, 3, {}},
-             {"KRON, type 4 by slot", kron, 4, 3, 0, {1}},
-             {"KRON, type 4, no such slot", kron, 4, 255, 3, {}},
-             {"KRON, first readable of its type", kron, 9, 255, 0, {4}},
-             {"KRON, no such type", kron, 8, 3, 3, {}}}) {
+    const Rows<const char*, decltype(hba), uint8_t, uint8_t, uint32_t, Data> rows{
+        {"HBA, second slot", hba, 4, 5, 0, Data(300, 3)},
+        {"HBA, no such slot", hba, 4, 6, 3, {}},
+        {"HBA, other type by slot", hba, 9, 5, 3, {}},
+        {"KRON, type 4 by slot", kron, 4, 3, 0, {1}},
+        {"KRON, type 4, no such slot", kron, 4, 255, 3, {}},
+        {"KRON, first readable of its type", kron, 9, 255, 0, {4}},
+        {"KRON, no such type", kron, 8, 3, 3, {}}};
+    for (const auto& [what, function, type, slot, code, data] : rows) {
         const Result result = read(function, type, slot);
         EXPECT_EQ(result.code, code);
         EXPECT_EQ(result.data, data);
@@ -82,12 +82,13 @@ TEST_F(Fru, CardsAreFoundByTypeAndSlot) {
 
 TEST_F(Fru, FailuresLeaveNoData) {
     card(0x0101, 4, 3, {1});
-    for (const auto& [place, nth, row_code, line] : Rows<Place, int, uint32_t, const char*>{
-             {Place::Allocation, 1, 3, "Memory allocation failed "},
-             {Place::Allocation, 2, 3, nullptr},
-             {Place::ShmView, 1, 3, "Failed to get IPMI FRU table"},
-             {Place::FruInfo, 1, 3, "Exit"},
-             {Place::FruData, 1, 2, nullptr}}) {
+    const Rows<Place, int, uint32_t, const char*> rows{
+        {Place::Allocation, 1, 3, "Memory allocation failed "},
+        {Place::Allocation, 2, 3, nullptr},
+        {Place::ShmView, 1, 3, "Failed to get IPMI FRU table"},
+        {Place::FruInfo, 1, 3, "Exit"},
+        {Place::FruData, 1, 2, nullptr}};
+    for (const auto& [place, nth, row_code, line] : rows) {
         platform.clear_lines();
         platform.fail(place, nth);
         const AllocationScope counted;
@@ -130,14 +131,11 @@ TEST_F(Fru, TheTaviModelIsItsControllerName) {
 }
 
 TEST_F(Fru, FqddsOfPcieSsdsAreTakenApart) {
-    for (const auto& [fqdd, row_code, row_slot, row_index, row_type] :
-         Rows<const char*, uint32_t, unsigned, unsigned, uint32_t>{
-             {"PCIeSSD.Slot.3-1", 0, 3, 1, 8},
-             {"PCIeSSD.Integrated.12-34", 0, 12, 34, 4},
-             {"PCIeSSD.SLX.258-x", 0, 2, 0, 1},
-             {"PCIeSSD.Bay.7", 0, 7, 0, 77},
-             {"PCIeSSD", 0, 0, 0, 77},
-             {"Disk.Slot.3-1", 1, 0xEE, 0xEE, 77}}) {
+    const Rows<const char*, uint32_t, unsigned, unsigned, uint32_t> rows{
+        {"PCIeSSD.Slot.3-1", 0, 3, 1, 8},  {"PCIeSSD.Integrated.12-34", 0, 12, 34, 4},
+        {"PCIeSSD.SLX.258-x", 0, 2, 0, 1}, {"PCIeSSD.Bay.7", 0, 7, 0, 77},
+        {"PCIeSSD", 0, 0, 0, 77},          {"Disk.Slot.3-1", 1, 0xEE, 0xEE, 77}};
+    for (const auto& [fqdd, row_code, row_slot, row_index, row_type] : rows) {
         for (const bool wide : {false, true}) {
             uint8_t slot = 0xEE, index = 0xEE;
             uint32_t type = 77;

@@ -87,13 +87,10 @@ TEST_F(PcieSsdFru, TemperatureRecordAndTextAreWrittenAndCleared) {
 
 TEST_F(PcieSsdFru, SizeCodeTellsSmallImages) {
     const Bytes fru(512, 7);
-    for (const auto& [size, row_result, code] : Rows<uint32_t, uint32_t, uint8_t>{{1, 0, 1},
-                                                                                  {255, 0, 1},
-                                                                                  {256, 0, 0},
-                                                                                  {257, 0, 1},
-                                                                                  {512, 0, 1},
-                                                                                  {0, 2, 0xEE},
-                                                                                  {513, 2, 0xEE}}) {
+    const Rows<uint32_t, uint32_t, uint8_t> rows{{1, 0, 1},     {255, 0, 1}, {256, 0, 0},
+                                                 {257, 0, 1},   {512, 0, 1}, {0, 2, 0xEE},
+                                                 {513, 2, 0xEE}};
+    for (const auto& [size, row_result, code] : rows) {
         region[18724 + 6] = 0xEE;
         EXPECT_EQ(RTSHM_StoreFRU(11, 1, 0, 0, 0, fru.data(), size), row_result);
         EXPECT_EQ(region[18724 + 6], code);

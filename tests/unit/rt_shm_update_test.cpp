@@ -420,7 +420,7 @@ TEST_F(Update, SomeDrivesAreLeftOut) {
     controller(17, RTCACHE_TYPE_BOOT_CARD, 1, L"TAVI.1");
     disk(17, 0).protocol = 0x100;
     controller(18, RTCACHE_TYPE_BOOT_CARD, 1, L"ROR.1");
-    controller(19, RTCACHE_TYPE_BOOT_CARD);
+    controller(19, RTCACHE_TYPE_BOOT_CARD, 1, nullptr);
     controller(20, RTCACHE_TYPE_HBA);
     const std::wstring long_fqdd = L"Disk.Direct." + std::wstring(80, L'\u00e4');
     disk(20, 0, long_fqdd.c_str()).protocol = 0x100;

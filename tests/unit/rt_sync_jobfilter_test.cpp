@@ -38,20 +38,17 @@ TEST_F(JobFilter, WithoutAListEverythingPasses) {
 
 TEST_F(JobFilter, FindsAControllerByAddressAndFromThenOnByEndpoint) {
     install({L"NonRAID.Slot.1", L"RAID.Slot.3-1", L"RAID.Slot.3"});
-    for (const auto& [what, fqdd, eid, by_id, expected, line] :
-         Rows<const char*, const wchar_t*, uint8_t, uint32_t, uint32_t, const char*>{
-             {"no endpoint bound yet", L"RAID.Slot.3-1", 9, 1, 0,
-              "Adapter FQDD [RAID.Slot.3-1] NOT found"},
-             {"a disk behind it", L"Disk.Bay.0:Enclosure.Internal.0-1:RAID.Slot.3-1", 9, 0, 1,
-              "Adapter FQDD [RAID.Slot.3-1] id 9 FOUND at index 1"},
-             {"its endpoint", nullptr, 9, 1, 1, "Adapter ID [9] FOUND at index 1"},
-             {"another endpoint", L"RAID.Slot.3-1", 10, 1, 0,
-              "Adapter FQDD [RAID.Slot.3-1] NOT found"},
-             {"part of a listed address", L"RAID.Slot", 9, 0, 0,
-              "Adapter FQDD [RAID.Slot] NOT found"},
-             {"no address", nullptr, 9, 0, 0, "Adapter FQDD [(null)] NOT found"},
-             {"endpoint 0 finds who is not bound", nullptr, 0, 1, 1,
-              "Adapter ID [0] FOUND at index 0"}}) {
+    const Rows<const char*, const wchar_t*, uint8_t, uint32_t, uint32_t, const char*> rows{
+        {"no endpoint bound yet", L"RAID.Slot.3-1", 9, 1, 0,
+         "Adapter FQDD [RAID.Slot.3-1] NOT found"},
+        {"a disk behind it", L"Disk.Bay.0:Enclosure.Internal.0-1:RAID.Slot.3-1", 9, 0, 1,
+         "Adapter FQDD [RAID.Slot.3-1] id 9 FOUND at index 1"},
+        {"its endpoint", nullptr, 9, 1, 1, "Adapter ID [9] FOUND at index 1"},
+        {"another endpoint", L"RAID.Slot.3-1", 10, 1, 0, "Adapter FQDD [RAID.Slot.3-1] NOT found"},
+        {"part of a listed address", L"RAID.Slot", 9, 0, 0, "Adapter FQDD [RAID.Slot] NOT found"},
+        {"no address", nullptr, 9, 0, 0, "Adapter FQDD [(null)] NOT found"},
+        {"endpoint 0 finds who is not bound", nullptr, 0, 1, 1, "Adapter ID [0] FOUND at index 0"}};
+    for (const auto& [what, fqdd, eid, by_id, expected, line] : rows) {
         EXPECT_EQ(isFQDDEIDPresent(fqdd, eid, by_id), expected);
         EXPECT_EQ(platform.messages(4).back(), line);
         EXPECT_EQ(platform.messages(1).back(), "FQDD count in g_hybridJobData 3");
@@ -107,18 +104,20 @@ TEST_F(JobFilter, InstallingAndFreeingSpeak) {
 
 // List, table, then entry and text of each.
 TEST_F(JobFilter, WithoutMemoryAListIsNoneOrShorter) {
-    for (const auto& [n, line] :
-         Rows<int, const char*>{{1, "2 <-- err no memory"},
-                                {2, "2 <-- err no memory"},
-                                {3, "4 g_hybridJobData->hybridJobInfo[0] is NULL"},
-                                {6, "4 g_hybridJobData->hybridJobInfo[1]->FQDD is NULL"}}) {
+    const Rows<int, const char*> rows{{1, "2 <-- err no memory"},
+                                      {2, "2 <-- err no memory"},
+                                      {3, "4 g_hybridJobData->hybridJobInfo[0] is NULL"},
+                                      {4, "4 g_hybridJobData->hybridJobInfo[0]->FQDD is NULL"},
+                                      {6, "4 g_hybridJobData->hybridJobInfo[1]->FQDD is NULL"}};
+    for (const auto& [n, line] : rows) {
         platform.clear_lines();
         const AllocationScope scope;
         platform.fail(Place::Allocation, n);
         install({L"a", L"b"});
         EXPECT_TRUE(logged(line[0] - '0', line + 2));
-        EXPECT_EQ(isFQDDEIDPresent(L"a", 5, 0), n == 3 ? 0u : 1u);
+        EXPECT_EQ(isFQDDEIDPresent(L"a", 5, 0), n == 3 || n == 4 ? 0u : 1u);
         EXPECT_EQ(isFQDDEIDPresent(L"c", 6, 1), n <= 2 ? 1u : 0u);
+        EXPECT_EQ(isTAVIFQDDEIDPresent(5), 1u);
         freeHybridData(&g_hybridJobData);
     }
 }

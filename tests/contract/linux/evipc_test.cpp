@@ -80,13 +80,11 @@ TEST_F(LinuxEventLog, WritesOneLinePerSubmission) {
 
 TEST_F(LinuxEventLog, PacksArgumentsWithinTheirRoom) {
     // used: 0: refused
-    for (const auto& [what, texts, room, used] :
-         Rows<const char*, Texts, uint32_t, uint32_t>{{"fills the room", {"abc", "de"}, 7, 7},
-                                                      {"one byte short", {"abc", "de"}, 6, 0},
-                                                      {"room left", {"abc"}, 200, 4},
-                                                      {"an empty text takes its end", {""}, 1, 1},
-                                                      {"no room at all", {""}, 0, 0},
-                                                      {"a null text", {"a", nullptr}, 200, 0}}) {
+    const Rows<const char*, Texts, uint32_t, uint32_t> rows{
+        {"fills the room", {"abc", "de"}, 7, 7}, {"one byte short", {"abc", "de"}, 6, 0},
+        {"room left", {"abc"}, 200, 4},          {"an empty text takes its end", {""}, 1, 1},
+        {"no room at all", {""}, 0, 0},          {"a null text", {"a", nullptr}, 200, 0}};
+    for (const auto& [what, texts, room, used] : rows) {
         char buffer[201];
         std::memset(buffer, 0x55, sizeof buffer);
         uint32_t size = room;
@@ -127,17 +125,16 @@ TEST_F(LinuxEventLog, RefusesWhatItCannotKeepAndWritesNothing) {
 }
 
 TEST_F(LinuxEventLog, ContinuesWhateverItFinds) {
-    for (const auto& [what, current, older, kept, next] :
-         Rows<const char*, const char*, const char*, const char*, uint64_t>{
-             {"nothing", "", "", "", 1},
-             {"whole lines", "{\"seq\":7,x}\n{\"seq\":8,x}\n", "", "{\"seq\":7,x}\n{\"seq\":8,x}\n",
-              9},
-             {"a torn line", "{\"seq\":7,x}\n{\"seq\":8,\"ti", "", "{\"seq\":7,x}\n", 8},
-             {"only a torn line", "{\"seq\":8", "{\"seq\":7,x}\n", "", 8},
-             {"garbage after a power cut", "{\"seq\":7,x}\n\1\1", "", "{\"seq\":7,x}\n", 8},
-             {"a line of somebody else at the end", "{\"seq\":7,x}\nhello\n", "",
-              "{\"seq\":7,x}\nhello\n", 8},
-             {"killed in a rotation", "", "{\"seq\":41,x}\n", "", 42}}) {
+    const Rows<const char*, const char*, const char*, const char*, uint64_t> rows{
+        {"nothing", "", "", "", 1},
+        {"whole lines", "{\"seq\":7,x}\n{\"seq\":8,x}\n", "", "{\"seq\":7,x}\n{\"seq\":8,x}\n", 9},
+        {"a torn line", "{\"seq\":7,x}\n{\"seq\":8,\"ti", "", "{\"seq\":7,x}\n", 8},
+        {"only a torn line", "{\"seq\":8", "{\"seq\":7,x}\n", "", 8},
+        {"garbage after a power cut", "{\"seq\":7,x}\n\1\1", "", "{\"seq\":7,x}\n", 8},
+        {"a line of somebody else at the end", "{\"seq\":7,x}\nhello\n", "",
+         "{\"seq\":7,x}\nhello\n", 8},
+        {"killed in a rotation", "", "{\"seq\":41,x}\n", "", 42}};
+    for (const auto& [what, current, older, kept, next] : rows) {
         std::filesystem::remove(log);  // the new file often gets its number
         write_file(log, current);
         write_file(rotated(1), older);

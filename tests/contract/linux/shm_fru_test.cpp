@@ -63,26 +63,22 @@ TEST_F(LinuxFru, RefusesCardsThatAreNotThere) {
 }
 
 TEST_F(LinuxFru, FollowsNoOffsetIntoTheTableOrOutOfTheRegion) {
-    for (const auto& [what, at, bytes, row_information, row_data] :
-         Rows<const char*, int, Bytes, bool, bool>{
-             {"no entries", 6, {0, 0}, false, false},
-             {"more entries than fit: they take up the whole region",
-              6,
-              {0xFF, 0xFF},
-              false,
-              false},
-             {"information: none", 14, {0, 0, 0, 0}, false, false},
-             {"information in the table", 14, {38, 0, 0, 0}, false, false},
-             {"information right behind the table", 14, {39, 0, 0, 0}, true, false},
-             {"information at the very end", 14, {0x75, 0, 1, 0}, true, false},
-             {"information across the end", 14, {0x76, 0, 1, 0}, false, false},
-             {"information far outside", 14, {0xF8, 0xFF, 0xFF, 0xFF}, false, false},
-             {"data in the table", 256 + 9, {38, 0, 0, 0}, true, false},
-             {"data right behind the table", 256 + 9, {39, 0, 0, 0}, true, true},
-             {"data at the very end", 256 + 9, {0x7F, 0, 1, 0}, true, true},
-             {"data across the end", 256 + 9, {0x80, 0, 1, 0}, true, false},
-             {"data far outside", 256 + 9, {0xFE, 0xFF, 0xFF, 0xFF}, true, false},
-             {"less data than asked for", 256 + 7, {4, 0}, true, false}}) {
+    const Rows<const char*, int, Bytes, bool, bool> rows{
+        {"no entries", 6, {0, 0}, false, false},
+        {"more entries than fit: they take up the whole region", 6, {0xFF, 0xFF}, false, false},
+        {"information: none", 14, {0, 0, 0, 0}, false, false},
+        {"information in the table", 14, {38, 0, 0, 0}, false, false},
+        {"information right behind the table", 14, {39, 0, 0, 0}, true, false},
+        {"information at the very end", 14, {0x75, 0, 1, 0}, true, false},
+        {"information across the end", 14, {0x76, 0, 1, 0}, false, false},
+        {"information far outside", 14, {0xF8, 0xFF, 0xFF, 0xFF}, false, false},
+        {"data in the table", 256 + 9, {38, 0, 0, 0}, true, false},
+        {"data right behind the table", 256 + 9, {39, 0, 0, 0}, true, true},
+        {"data at the very end", 256 + 9, {0x7F, 0, 1, 0}, true, true},
+        {"data across the end", 256 + 9, {0x80, 0, 1, 0}, true, false},
+        {"data far outside", 256 + 9, {0xFE, 0xFF, 0xFF, 0xFF}, true, false},
+        {"less data than asked for", 256 + 7, {4, 0}, true, false}};
+    for (const auto& [what, at, bytes, row_information, row_data] : rows) {
         SetUp();
         put(at, bytes.data(), bytes.size());
         EXPECT_EQ(information(), row_information);
