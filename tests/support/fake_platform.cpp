@@ -61,27 +61,11 @@ void Platform::reset() {
     }
 }
 
-void Platform::fail(Place place, int n, bool lasting) {
-    const std::lock_guard lock{mutex};
-    faults[static_cast<size_t>(place)] = Fault{0, n, lasting, false};
-}
-
 void Platform::no_faults() {
-    const std::lock_guard lock{mutex};
     for (Fault& fault : faults) {
         fault.at = 0;
         fault.lasting = false;
     }
-}
-
-int Platform::calls(Place place) const {
-    const std::lock_guard lock{mutex};
-    return faults[static_cast<size_t>(place)].calls;
-}
-
-bool Platform::fault_fired(Place place) const {
-    const std::lock_guard lock{mutex};
-    return faults[static_cast<size_t>(place)].fired;
 }
 
 bool State::Fault::strikes() {
@@ -93,9 +77,9 @@ bool State::Fault::strikes() {
 
 bool Platform::hit(Place place) {
     const std::lock_guard lock{mutex};
-    const bool any = place != Place::Allocation && allocation_scopes > 0 &&
-                     faults[static_cast<size_t>(Place::AnyCall)].strikes();
-    return faults[static_cast<size_t>(place)].strikes() || any;
+    const bool any =
+        place != Place::Allocation && allocation_scopes > 0 && fault(Place::AnyCall).strikes();
+    return fault(place).strikes() || any;
 }
 
 void Platform::add_line(LogLine line) {
@@ -103,14 +87,9 @@ void Platform::add_line(LogLine line) {
     log.push_back(std::move(line));
 }
 
-std::vector<LogLine> Platform::lines() const {
-    const std::lock_guard lock{mutex};
-    return log;
-}
-
 std::vector<std::string> Platform::messages(int level) const {
     std::vector<std::string> result;
-    for (const LogLine& line : lines()) {
+    for (const LogLine& line : log) {
         if (line.level == level) {
             result.push_back(line.message);
         }
@@ -122,34 +101,8 @@ int Platform::count_logged(int level, const std::string& message) const {
     return static_cast<int>(std::ranges::count(messages(level), message));
 }
 
-bool Platform::logged(int level, const std::string& message) const {
-    return count_logged(level, message) > 0;
-}
-
-void Platform::clear_lines() {
-    const std::lock_guard lock{mutex};
-    log.clear();
-}
-
-std::vector<ShmWrite> Platform::writes() const {
-    const std::lock_guard lock{mutex};
-    return shm_writes;
-}
-
-void Platform::clear_writes() {
-    const std::lock_guard lock{mutex};
-    shm_writes.clear();
-}
-
-int Platform::open_sessions() const {
-    const std::lock_guard lock{mutex};
-    return static_cast<int>(sessions.size());
-}
-
 void Platform::backplane_changed(const BpApiInfo* info) {
-    std::unique_lock lock{mutex};
-    const auto open = sessions;
-    lock.unlock();
+    const auto open = sessions;  // callbacks may close theirs
     for (const auto& [handle, callback] : open) {
         if (callback != nullptr) {
             callback(info);
@@ -347,8 +300,7 @@ int Zent_shm_memwrite(int region, const void* src, int offset, int count) {
         return 6;
     }
     std::memcpy(bytes, src, static_cast<size_t>(count));
-    const auto* source = static_cast<const uint8_t*>(src);
-    platform().shm_writes.push_back({region, offset, {source, source + count}});
+    platform().shm_writes.push_back({region, offset, {bytes, bytes + count}});
     return 0;
 }
 

@@ -135,29 +135,33 @@ class Platform : public State {
 
     // The n-th call (1: the next) at a place fails; with lasting, all later ones too. Counts from
     // now.
-    void fail(Place place, int n = 1, bool lasting = false);
+    void fail(Place place, int n = 1, bool lasting = false) {
+        fault(place) = {0, n, lasting, false};
+    }
     void no_faults();
-    // Calls at a place since reset (allocations: since the last fail or reset).
-    int calls(Place place) const;
+    // Calls at a place since reset or the last fail.
+    int calls(Place place) const { return fault(place).calls; }
     // Whether a fault that was asked for has happened.
-    bool fault_fired(Place place) const;
+    bool fault_fired(Place place) const { return fault(place).fired; }
 
     // Log.
-    std::vector<LogLine> lines() const;
+    const std::vector<LogLine>& lines() const { return log; }
     std::vector<std::string> messages(int level) const;
-    bool logged(int level, const std::string& message) const;
     int count_logged(int level, const std::string& message) const;
-    void clear_lines();
+    bool logged(int level, const std::string& message) const {
+        return count_logged(level, message) > 0;
+    }
+    void clear_lines() { log.clear(); }
     void treat_lines(Lines how) { treatment = how; }
     void record_lines(bool on) { treat_lines(on ? Lines::Recorded : Lines::Formatted); }
 
     // Shared memory: regions of the sizes in platform/shm.h, all readable and writable.
     std::map<int, std::vector<uint8_t>> regions;
     std::vector<uint8_t>& region(int id) { return regions.at(id); }
-    std::vector<ShmWrite> writes() const;
-    void clear_writes();
+    const std::vector<ShmWrite>& writes() const { return shm_writes; }
+    void clear_writes() { shm_writes.clear(); }
 
-    int open_sessions() const;
+    int open_sessions() const { return static_cast<int>(sessions.size()); }
     // Hands info to the callbacks of all open sessions, on the calling thread.
     void backplane_changed(const BpApiInfo* info);
     void add_drive(uint8_t index, const BpApiDrive& drive);  // into snapshot; raises no count
@@ -168,8 +172,12 @@ class Platform : public State {
     // Used by the C functions.
     bool hit(Place place);  // counts a call; true: it is to fail
     void add_line(LogLine line);
-    mutable std::mutex mutex;  // over the state
+    std::mutex mutex;  // over what the library's threads change; tests look when they have ended
     uintptr_t next_session = 1;
+
+  private:
+    Fault& fault(Place place) { return faults[static_cast<size_t>(place)]; }
+    const Fault& fault(Place place) const { return faults[static_cast<size_t>(place)]; }
 };
 
 // The one platform of the process.
