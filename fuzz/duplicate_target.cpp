@@ -60,6 +60,7 @@ void draw_pointers(Input& input, StorageObjectRecord& record) {
             for (AdapterTextEntry& entry : body.entries) {
                 entry.text = wide(input);
             }
+            body.capabilityMultiplier %= 4;
             const auto sets = static_cast<unsigned>(std::popcount(body.capabilityMask + 0u));
             body.capabilities = block<AdapterCapabilityEntry>(
                 input, sets * std::max<unsigned>(body.capabilityMultiplier, 1) *
@@ -81,6 +82,7 @@ void draw_pointers(Input& input, StorageObjectRecord& record) {
             record.body.vd.targetID = block<uint32_t>(input, record.body.vd.memberCount * 4u);
             break;
         case RT_OBJ_SMART_DATA:
+            record.body.smart.pageSelector = 16 * input.below(3);
             for (SmartPageSlot& slot : record.body.smart.pages) {
                 slot.page = block<void>(input, slot.length);
             }

@@ -157,7 +157,7 @@ std::string Input::text() {
     static constexpr const char* kPieces[] = {
         "Disk", "Bay", "Enclosure", "Internal", "0-", "PCIeExtender", "Slot", "PCIeSSD", "SL", "RAID.", "NonRAID", "7",
         "Integrated", "TAVI-A2", ".", ":", "-", " ", "%s%n", "%%", "4294967296", "-7", "255", "1", "3", "PDR3", "ENC28",
-        "CTL", "\xFF\x80", "PCIeSSD.Slot.3-1", "Disk.Bay.7:Enclosure.Internal.0-2:PCIeExtender.Slot.3",
+        "CTL97", "\xFF\x80", "PCIeSSD.Slot.3-1", "Disk.Bay.7:Enclosure.Internal.0-2:PCIeExtender.Slot.3",
         "a long name that no device has, but that somebody might give to one 0123456789"};
     // clang-format on
     std::string text;
