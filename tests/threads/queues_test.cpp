@@ -48,6 +48,7 @@ class Order {
     void expect_complete() const {
         EXPECT_EQ(wrong_, 0u);
         EXPECT_EQ(taken_, kProducers * kEach);
+        std::printf("figures: R5 operations=%u\n", 2 * taken_);
     }
 
   private:

@@ -158,6 +158,7 @@ TEST_F(CacheTeardown, ThousandsOfLivesDoNotGrow) {
     }
     EXPECT_EQ(fake::live_blocks(), blocks);
     EXPECT_EQ(platform.live_mutexes, 2);
+    std::printf("figures: R8 lives=10000 growth=%ld\n", fake::live_blocks() - blocks);
 }
 
 }  // namespace

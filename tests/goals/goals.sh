@@ -1,0 +1,133 @@
+# The reliability goals and what a run reaches of them; sourced by ./vex, whose helpers it uses.
+# Harnesses print "figures: ID name=number ..." lines, which end up in the logs of ctest and of ./vex fuzz.
+
+# ---- what a build must keep ---------------------------------------------------------------------------------------------
+
+# record_abi PRESET LIBRARY FILE
+record_abi() {
+    abidw --no-show-locs --no-corpus-path --no-comp-dir-path --drop-private-types --exported-interfaces-only \
+        --headers-dir vexutils --headers-dir platform/include --out-file "$2" "$1"
+}
+
+# command_abi [--record]: compares the library's binary interface with the recorded one, per machine model.
+command_abi() {
+    local preset folder library baseline status=0
+    case ${1:-} in '' | --record) ;; *) die "abi: unknown argument '$1', expected --record" 2 ;; esac
+    require "${BUILD_PACKAGES[@]}" abigail-tools
+    for preset in native i386 arm; do
+        # shellcheck disable=SC2046 # a list of names
+        provide $(packages_of "$preset") || continue
+        folder=build/abi-$preset library=$folder/vexutils/libvexutils.so.1 baseline=tests/abi/$preset.abi
+        CXXFLAGS=-g build "$preset-release" "$folder" -DBUILD_TESTING=OFF -- vexutils || return 1
+        if [ "${1:-}" = --record ]; then
+            record_abi "$library" "$baseline"
+            say "$preset: recorded in $baseline"
+        elif abidiff --no-added-syms "$baseline" "$library" >"$folder/report" 2>&1; then
+            echo "figures: R12 $preset=same"
+        else
+            cat "$folder/report"
+            say "$preset: the binary interface differs from $baseline; meant? then: ./vex abi --record"
+            status=1
+        fi
+    done
+    return $status
+}
+
+# command_coverage: lines and branches of the library that its unit tests and the fault sweep run, on i386.
+command_coverage() {
+    local folder=build/coverage
+    require "${BUILD_PACKAGES[@]}" googletest g++-12-multilib gcovr
+    say "building with counters"
+    CXXFLAGS="--coverage -fprofile-abs-path -fprofile-update=atomic" build i386 "$folder" -DVEX_SANITIZE= \
+        -DCMAKE_CXX_FLAGS_DEBUG=-O0 -- unit_tests fault_tests || return 1
+    find "$folder" -name '*.gcda' -delete
+    run_logged "$folder/test.log" ctest --test-dir "$folder" -R '^(unit|fault)_tests$' --output-on-failure || return 1
+    gcovr -r . --gcov-executable gcov-12 --branches --exclude-throw-branches -f vexutils/ --txt "$folder/by-branch" \
+        --json-summary "$folder/summary.json" --fail-under-line 97 --fail-under-branch 90 "$folder" >"$folder/gcovr.log" 2>&1 ||
+        { tail -n 5 "$folder/gcovr.log"; return 1; }
+    sed -nE 's/.*"branch_percent": ([0-9.]+).*"line_percent": ([0-9.]+).*/figures: R10 branches=\1 lines=\2/p' \
+        <(tr -d '\n' <"$folder/summary.json" | sed 's/.*"files"[^]]*\]//')
+}
+
+# command_soak [MINUTES]: threads, kills and shuffled unit tests over and over.
+command_soak() {
+    local minutes=${1:-30} rounds=0 end
+    case $minutes in '' | *[!0-9]*) die "soak: expected a number of minutes, got '$minutes'" 2 ;; esac
+    require "${BUILD_PACKAGES[@]}" googletest g++-12-multilib clang-14 libclang-rt-14-dev
+    say "building"
+    build native-tsan build/native-tsan -- thread_tests && build i386 build/i386 || return 1
+    end=$((SECONDS + 60 * minutes))
+    while [ $SECONDS -lt $end ] || [ $rounds = 0 ]; do
+        rounds=$((rounds + 1))
+        run_logged build/soak/threads.log ctest --test-dir build/native-tsan -R '^thread_tests$' --output-on-failure &&
+            run_logged build/soak/kills.log ctest --test-dir build/i386 -R '^system_shm_kill_tests$' --output-on-failure &&
+            run_logged build/soak/unit.log build/i386/tests/unit_tests --gtest_shuffle --gtest_repeat=5 \
+                --gtest_recreate_environments_when_repeating --gtest_brief=1 --gtest_filter='-*Thousands*' ||
+            { say "round $rounds failed"; return 1; }
+        say "round $rounds passed, $(((end - SECONDS) / 60)) minutes to go"
+    done
+}
+
+# ---- the sheet ----------------------------------------------------------------------------------------------------------
+
+# figure HOW ID NAME: of this run's figures the sum or the least; nothing if there is none.
+figure() {
+    awk -v how="$1" -v id="$2" -v name="$3=" '
+        $2 == id { for (i = 3; i <= NF; ++i) if (index($i, name) == 1) {
+            value = substr($i, length(name) + 1) + 0
+            if (how == "sum") result += value
+            else if (!found || value < result) result = value
+            found = 1 } }
+        END { if (found) print result }' build/goals/figures
+}
+
+# row ID PROMISE HOW NAME RELATION GOAL: one line of the sheet; counts in MET and ROWS.
+row() {
+    local value verdict=no
+    value=$(figure "$3" "$1" "$4")
+    ROWS=$((ROWS + 1))
+    if [ -z "$value" ]; then
+        value=- verdict="not run"
+    elif awk "BEGIN { exit !($value $5 $6) }"; then
+        verdict=yes MET=$((MET + 1))
+    fi
+    printf '%-4s %-56s %12s %3s %-8s %s\n' "$1" "$2" "$value" "$5" "$6" "$verdict"
+}
+
+# command_goals [SECONDS]: runs the harnesses, fuzzing each target for so long, and prints the sheet.
+command_goals() {
+    local seconds=${1:-15} status=0 preset
+    case $seconds in *[!0-9]*) die "goals: expected the seconds to fuzz each target, got '$seconds'" 2 ;; esac
+    rm -rf build/goals
+    mkdir -p build/goals
+    command_test native-tsan i386 arm >build/goals/test.log || status=1
+    command_fuzz "$seconds" >build/goals/fuzz.log || status=1
+    command_abi >build/goals/abi.log || status=1
+    command_coverage >build/goals/coverage.log || status=1
+    for preset in native-tsan i386 arm; do
+        grep -h '^figures:' "build/$preset/Testing/Temporary/LastTest.log" >"build/goals/$preset"
+    done
+    # A publisher with a planted defect shows only that the readers notice. Under emulation fewer inputs are tried; its kills count, its other figures would only blur those of i386.
+    { grep -h '^figures: R5' build/goals/native-tsan; grep -hvE 'R5|one-copy' build/goals/i386; grep -h 'R7.*whole' build/goals/arm
+      grep -h '^figures:' build/goals/*.log; } >build/goals/figures || true
+    MET=0 ROWS=0
+    printf '%-4s %-56s %12s %-12s %s\n' Goal Promise "This run" "    Goal" Met
+    row R1 "functions with a scenario" sum scenarios '>=' "$(grep -cE '^ +[A-Za-z_0-9]+;' vexutils/libvexutils.map)"
+    row R1 "failed allocations survived" sum allocation_failures '>=' 20000
+    row R2 "failed platform calls survived" sum platform_failures '>=' 5000
+    row R2 "pairs of failures survived" sum pairs '>=' 10000
+    row R3 "fuzz findings" sum findings '==' 0
+    row R3 "executions of the slowest target" least executions '>=' 50000
+    row R4 "broken inputs refused or clamped" sum parses '>=' 42896
+    row R5 "operations under the thread sanitizer" sum operations '>=' 3000000
+    row R7 "publishers killed (i386 and arm)" sum kills '>=' 6000
+    row R7 "reads meanwhile" sum reads '>=' 100000
+    row R7 "reads torn" sum torn '==' 0
+    row R8 "lives of the cache without growth" sum lives '>=' 100000
+    row R10 "lines run by tests, %" sum lines '>=' 97
+    row R10 "branches run by tests, %" sum branches '>=' 92
+    grep -q 'R12' build/goals/figures && sed -n 's/^figures: R12 /R12  binary interface: /p' build/goals/figures
+    echo "$MET of $ROWS goals met; logs in build/goals"
+    [ "$status" = 0 ] || say "a harness failed: see build/goals"
+    return $status
+}
