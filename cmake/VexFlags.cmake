@@ -31,8 +31,14 @@ target_compile_options(vex_flags INTERFACE
     -Wall -Wextra -Wshadow -Wconversion -Wsign-conversion -Wformat=2 -Wvla -Werror
     -Wno-format-nonliteral -Wcast-align -Werror=address-of-packed-member
     $<$<COMPILE_LANGUAGE:CXX>:-Wmissing-declarations -Wnon-virtual-dtor -Woverloaded-virtual>
-    -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=
     -fstack-protector-strong)
+option(VEX_COVERAGE "Count the lines and branches that run" OFF)
+if(VEX_COVERAGE)
+    target_compile_options(vex_flags INTERFACE --coverage -fprofile-abs-path -fprofile-update=atomic)
+    target_link_options(vex_flags INTERFACE --coverage)
+else()
+    target_compile_options(vex_flags INTERFACE -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)  # two folders, the same bytes
+endif()
 # Files over 2 GiB and times after 2038 on 32-bit systems too.
 target_compile_definitions(vex_flags INTERFACE _GNU_SOURCE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 target_link_options(vex_flags INTERFACE -Wl,-z,relro,-z,now,-z,noexecstack)
