@@ -69,7 +69,7 @@ TEST_F(Sync, FailedLocksAreLoggedAndChangeNothing) {
     const std::string flag_text = "<-- err gKronReinventoryThread_mutex mutex fail ";
     const Rows<std::string, uint32_t (*)(), uint32_t, bool> rows{
         // silent without a mutex?
-        {text + "RTSync_LockGlobalStatus", RTSync_LockGlobalStatus, 3, false},
+        {text + "RTSync_LockGlobalStatus", [] { return RTSync_LockGlobalStatus(); }, 3, false},
         {text + "RTSync_SetGlobalPoll", [] { return RTSync_SetGlobalPoll(kGiven); }, 1, false},
         {text + "RTSync_updateGlobalPoll", [] { return RTSync_updateGlobalPoll({}); }, 1, false},
         {text + "RTSync_SetKronStatus", [] { return RTSync_SetKronStatus(1, 2); }, 1, true},
