@@ -103,7 +103,7 @@ command_goals() {
     case $seconds in *[!0-9]*) die "goals: expected the seconds to fuzz each target, got '$seconds'" 2 ;; esac
     rm -rf build/goals
     mkdir -p build/goals
-    command_test native-tsan i386 arm >build/goals/test.log || status=1
+    { test_preset native-tsan thread_tests && command_test i386 arm; } >build/goals/test.log || status=1
     command_fuzz "$seconds" >build/goals/fuzz.log || status=1
     command_abi >build/goals/abi.log || status=1
     command_coverage >build/goals/coverage.log || status=1
