@@ -1,3 +1,6 @@
+#include <bit>
+#include <random>
+
 #include "tests/support/cache_test.h"
 
 namespace {
@@ -33,6 +36,9 @@ class EventReaders : public CacheTest {
             vexel_free(list);
             list = next;
         }
+    }
+    static size_t nodes(const RtCacheEventNode* node) {
+        return node == nullptr ? 0 : 1 + nodes(node->next);
     }
     static std::string text(const RtCacheEventNode* node) {
         std::string result;
@@ -117,6 +123,44 @@ TEST_F(EventReaders, EventsOfOneTypeAreTakenOut) {
     EXPECT_EQ(rtcache_GetEventsByObjType(255, 3, &list), 1u);
     platform.fail(Place::Lock);
     EXPECT_EQ(rtcache_GetEventsByObjType(kEid, 3, &list), 3u);
+}
+
+// Any count, records and bits: one node for each of a type, the rest stays in order.
+TEST_F(EventReaders, AnyRowsLoseWhatIsTaken) {
+    std::mt19937 random{31};
+    const auto below = [&](uint32_t bound) { return static_cast<uint32_t>(random() % bound); };
+    RtCacheEventRow& row = cache_Events[GetIndexFromEID(kEid)];
+    RtCacheDiskChangeRow& changes = cache_Events_PD_ChObj[GetIndexFromEID(kEid)];
+    platform.record_lines(false);
+    for (int round = 0; round < 200; ++round) {
+        { const Drained rest{kEid}; }
+        row.eventCount = below(4) == 0 ? static_cast<uint32_t>(random()) : below(386);
+        std::ranges::generate(row.events, [&] {
+            return RtCacheEvent{below(6), below(9), static_cast<uint32_t>(random()), nullptr};
+        });
+        size_t bits = 0;
+        for (size_t i = 0; i < std::size(changes.bitmap); ++i) {
+            const auto byte = static_cast<uint8_t>(random() & random() & random());
+            changes.bitmap[i] = byte;
+            bits += i < RTCACHE_DISK_SLOTS / 8 ? static_cast<size_t>(std::popcount(byte)) : 0;
+        }
+        const uint32_t type = below(6);
+        std::vector<uint32_t> taken, left;
+        for (uint32_t i = 0; i < std::min<size_t>(row.eventCount, std::size(row.events)); ++i) {
+            const RtCacheEvent event = row.events[i];
+            (event.objType == type ? taken : left).push_back(uint32_t{event.objKey});
+        }
+        ASSERT_EQ(rtcache_GetEventsByObjType(kEid, type, &list), 0u);
+        ASSERT_EQ(nodes(list), taken.size() + (type == 3 ? bits : 0));
+        free_list(list);
+        ASSERT_EQ(row.eventCount + 0u, left.size());
+        for (size_t i = 0; i < left.size(); ++i) {
+            ASSERT_EQ(row.events[i].objKey + 0u, left[i]);
+        }
+        ASSERT_EQ(rtcache_ConvertCacheToEvent(&row, &changes, &list), 0u);
+        ASSERT_EQ(nodes(list), left.size() + (type == 3 ? 0 : bits));
+        free_list(list);
+    }
 }
 
 }  // namespace
