@@ -17,7 +17,7 @@ command_abi() {
     for preset in native i386 arm; do
         # shellcheck disable=SC2046 # a list of names
         provide $(packages_of "$preset") || continue
-        folder=build/abi-$preset library=$folder/vexutils/libvexutils.so.1 baseline=tests/abi/$preset.abi
+        folder=build/abi-$preset library=$folder/vexutils/libvexutils.so.1 baseline=abi/$preset.abi
         CXXFLAGS=-g build "$preset-release" "$folder" -DBUILD_TESTING=OFF -- vexutils || return 1
         if [ "${1:-}" = --record ]; then
             record_abi "$library" "$baseline"
