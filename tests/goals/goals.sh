@@ -100,7 +100,7 @@ row() {
 # command_goals [SECONDS]: runs the harnesses, fuzzing each target for so long, and prints the sheet.
 command_goals() {
     local seconds=${1:-15} status=0 preset
-    case $seconds in *[!0-9]*) die "goals: expected the seconds to fuzz each target, got '$seconds'" 2 ;; esac
+    case $seconds in '' | *[!0-9]*) die "goals: expected the seconds to fuzz each target, got '$seconds'" 2 ;; esac
     rm -rf build/goals
     mkdir -p build/goals
     { test_preset native-tsan thread_tests && command_test i386 arm; } >build/goals/test.log || status=1
@@ -108,9 +108,10 @@ command_goals() {
     command_abi >build/goals/abi.log || status=1
     command_coverage >build/goals/coverage.log || status=1
     for preset in native-tsan i386 arm; do
-        grep -h '^figures:' "build/$preset/Testing/Temporary/LastTest.log" >"build/goals/$preset"
+        grep -h '^figures:' "build/$preset/Testing/Temporary/LastTest.log" >"build/goals/$preset" || true
     done
-    # A publisher with a planted defect shows only that the readers notice. Under emulation fewer inputs are tried; its kills count, its other figures would only blur those of i386.
+    # A publisher with a planted defect shows only that the readers notice. Under emulation fewer inputs are tried: its kills
+    # count, its other figures would only blur those of i386.
     { grep -h '^figures: R5' build/goals/native-tsan; grep -hvE 'R5|one-copy' build/goals/i386; grep -h 'R7.*whole' build/goals/arm
       grep -h '^figures:' build/goals/*.log; } >build/goals/figures || true
     MET=0 ROWS=0
