@@ -53,13 +53,9 @@ class IpmiSimulator : public ToolTest {
         if (with_module) {
             lan += "loadlib \"" IPMI_SIM_MODULE "\" \"" + folder() + "/requests\"\n";
         }
-        const std::string commands =
-            "mc_setbmc 0x20\n"
-            "mc_add 0x20 0 no-device-sdrs 0x23 9 8 0x9f 0x1291 0xf02\n"
-            "mc_enable 0x20\n";
         std::string words[] = {IPMI_SIM, "-n",
                                "-c",     write_file("lan.conf", lan),
-                               "-f",     write_file("commands", commands),
+                               "-f",     source_path("tests/system/ipmi_sim.commands"),
                                "-s",     folder() + "/state"};
         std::vector<char*> arguments;
         for (std::string& word : words) {
