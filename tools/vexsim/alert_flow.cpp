@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <bit>
 #include <cinttypes>
-#include <memory>
 #include <utility>
 
 #include "vexel.h"
+#include "vexsim/block.h"
 #include "vexsim/cache_lock.h"
 #include "vexsim/event_data.h"
 #include "vexsim/global_status.h"
@@ -19,12 +19,6 @@ constexpr uint32_t kEndpointWork = kMaxCallback + 1;  // an endpoint, the payloa
 constexpr uint8_t kNoEndpoint = 0xFF;
 constexpr uint8_t kKronResetting = 1;  // reset states are the daemon's own
 constexpr uint8_t kKronReady = 0;
-
-struct FreeBlock {
-    void operator()(void* block) const { vexel_free(block); }
-};
-template <typename Record>
-using Block = std::unique_ptr<Record, FreeBlock>;
 
 std::string name_or_number(std::span<const vextools::NamedCode> names, uint32_t code) {
     const char* name = vextools::name_of(names, code);

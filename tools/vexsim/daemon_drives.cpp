@@ -5,6 +5,7 @@
 #include "rt_shm.h"
 #include "support/codes.h"
 #include "vexel.h"
+#include "vexsim/block.h"
 #include "vexsim/cache_lock.h"
 #include "vexsim/daemon.h"
 
@@ -43,15 +44,6 @@ bool in_job(const Controller& controller, const Drive& drive) {
     const std::wstring fqdd(drive.fqdd.begin(), drive.fqdd.end());
     return drive.present && isFQDDEIDPresent(fqdd.c_str(), controller.eid, 0) == 1;
 }
-
-struct OwnedFru {
-    OwnedFru() = default;
-    ~OwnedFru() { vexel_free(data); }
-    OwnedFru(const OwnedFru&) = delete;
-    OwnedFru& operator=(const OwnedFru&) = delete;
-    uint8_t* data = nullptr;
-    uint32_t size = 0;
-};
 
 }  // namespace
 
@@ -131,13 +123,15 @@ void Daemon::set_job(const JobStep& step) {
 }
 
 void Daemon::report_fru(const Controller& controller) {
-    OwnedFru fru;
+    uint8_t* data = nullptr;
+    uint32_t size = 0;
     const FruCard& card = *controller.fru;
     const auto read =
         controller.type == RTCACHE_TYPE_HBA ? &get_HBA_FRU_Info : &get_KRON_TAVI_FRU_Info;
-    expect_zero("the look-up of a FRU", read(&fru.data, &fru.size, card.type, card.slot));
-    const uint32_t revision = get_TAVI_Revison(fru.data, fru.size);
-    transcript_.line("endpoint %u: FRU of %u bytes%s", unsigned{controller.eid}, fru.size,
+    expect_zero("the look-up of a FRU", read(&data, &size, card.type, card.slot));
+    const Block<uint8_t> fru(data);
+    const uint32_t revision = get_TAVI_Revison(fru.get(), size);
+    transcript_.line("endpoint %u: FRU of %u bytes%s", unsigned{controller.eid}, size,
                      revision == 0   ? ""
                      : revision == 1 ? ", TAVI-A1"
                                      : ", TAVI-A2");

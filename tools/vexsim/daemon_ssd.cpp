@@ -15,11 +15,6 @@ namespace {
 constexpr uint8_t kInventoryDone = 2;
 constexpr uint16_t kStatusPresent = 1;
 
-uint8_t degrees_byte(int temperature) {
-    return static_cast<uint8_t>(temperature == kNoTemperature ? RT_TEMPERATURE_NONE_U8
-                                                              : temperature);
-}
-
 void store_fru(uint8_t type, uint8_t kind, uint8_t index, const NvmeDrive* drive,
                const std::string& name) {
     const std::vector<uint8_t> image = fru_image(name);

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
 #include <utility>
 
 #include "rt_sync.h"
 #include "vexel.h"
+#include "vexsim/block.h"
 #include "vexsim/runtime_failure.h"
 
 namespace vexsim {
@@ -15,14 +15,9 @@ namespace {
 
 constexpr uint32_t kLastEvent = 0xFFFFFFFF;  // chosen: no callback type of the client
 
-struct FreeBlock {
-    void operator()(void* block) const { vexel_free(block); }
-};
-using OwnedEvent = std::unique_ptr<EndpointEvent, FreeBlock>;
-
-OwnedEvent make_event(uint32_t type, std::span<const uint8_t> payload) {
+Block<EndpointEvent> make_event(uint32_t type, std::span<const uint8_t> payload) {
     const size_t size = sizeof(EndpointEvent) + payload.size();
-    OwnedEvent event(static_cast<EndpointEvent*>(vexel_alloc(size)));
+    Block<EndpointEvent> event(static_cast<EndpointEvent*>(vexel_alloc(size)));
     if (event == nullptr) {
         throw RuntimeFailure("no memory for an endpoint event");
     }
@@ -66,7 +61,7 @@ void EventThreads::stop() {
 }
 
 void EventThreads::deliver(uint32_t type, std::span<const uint8_t> payload) {
-    OwnedEvent event = make_event(type, payload);
+    Block<EndpointEvent> event = make_event(type, payload);
     reported_ = event.get();
     called_.release();
     put_.acquire();
@@ -92,7 +87,7 @@ void EventThreads::call_back() {
 void* EventThreads::work(void* self) {
     auto& threads = *static_cast<EventThreads*>(self);
     for (bool more = true; more;) {
-        const OwnedEvent event(rtraid_EventQueue_Get());
+        const Block<EndpointEvent> event(rtraid_EventQueue_Get());
         if (event != nullptr) {
             more = threads.handle(*event);
         }

@@ -4,10 +4,10 @@
 #include <array>
 #include <cstring>
 #include <deque>
-#include <memory>
 #include <new>
 
 #include "vexel.h"
+#include "vexsim/block.h"
 
 namespace vexsim {
 
@@ -17,13 +17,6 @@ constexpr uint32_t kRecordVersion = 1;         // not 0: the FQDD belongs to the
 constexpr size_t kKeyIdBytes = 256;            // a copy reads all of them
 constexpr size_t kShortTextBytes = 128;        // likewise
 constexpr uint32_t kRaidLevels[] = {0, 1, 5};  // chosen: what a RAID controller can do
-
-struct FreeBlock {
-    void operator()(void* block) const { vexel_free(block); }
-};
-
-template <typename T>
-using Block = std::unique_ptr<T, FreeBlock>;
 
 template <typename T>
 Block<T> allocate() {
@@ -36,10 +29,6 @@ Block<T> allocate() {
 
 std::wstring widen(const std::string& text) {
     return std::wstring(text.begin(), text.end());
-}
-
-uint8_t degrees_byte(Degrees degrees) {
-    return static_cast<uint8_t>(degrees == kNoTemperature ? RT_TEMPERATURE_NONE_U8 : degrees);
 }
 
 uint32_t degrees_word(Degrees degrees) {

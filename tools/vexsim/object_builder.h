@@ -15,6 +15,11 @@ namespace vexsim {
 // What a sensor shows now; kNoTemperature none.
 using Degrees = int;
 
+// As records and regions hold it.
+inline uint8_t degrees_byte(Degrees degrees) {
+    return static_cast<uint8_t>(degrees == kNoTemperature ? RT_TEMPERATURE_NONE_U8 : degrees);
+}
+
 // Each throws std::bad_alloc without memory.
 RtCacheControllerNode* build_controller(const Controller& controller, Degrees temperature,
                                         Degrees battery_temperature);
