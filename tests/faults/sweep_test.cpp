@@ -10,11 +10,13 @@
 #include <regex>
 #include <set>
 
+#include "internal/vexel_state.h"
 #include "rt_sync.h"
 #include "tests/faults/scenario.h"
 #include "tests/faults/world.h"
 #include "tests/support/files.h"
 #include "tests/support/rows.h"
+#include "vexel.h"
 
 // Half a million blocks a second: no long stacks for them.
 extern "C" const char* __asan_default_options();
@@ -144,7 +146,7 @@ Figures sweep_pairs(const Scenarios& scenarios, int count, unsigned seed) {
 TEST(Faults, EveryNthFailureIsSurvived) {
     const Scenarios scenarios = all_scenarios();
     const char* seed = std::getenv("VEX_SEED");
-    Figures figures = sweep_pairs(scenarios, EMULATED ? 200 : 27'000,
+    Figures figures = sweep_pairs(scenarios, EMULATED ? 200 : 28'000,
                                   seed != nullptr ? static_cast<unsigned>(std::atoi(seed)) : 1);
     for (const Scenario& scenario : scenarios) {
         for (const bool lasting : {false, true}) {
@@ -155,6 +157,43 @@ TEST(Faults, EveryNthFailureIsSurvived) {
     std::printf("figures: R1 scenarios=%zu allocation_failures=%d\n", scenarios.size(),
                 figures.allocations);
     std::printf("figures: R2 platform_failures=%d pairs=%d\n", figures.calls, figures.pairs);
+}
+
+// The log is on, and its file whole, missing, on a full disk or a folder; the clock at the ends of
+// 32 bits, and set back.
+TEST(Faults, ClocksAndDisksChangeNoResult) {
+    const std::string log = file("clock.log", ""), no_flag = log + ".none";
+    const std::string paths[] = {log, log + "/missing", "/dev/full", testing::TempDir()};
+    int calls = 0;
+    uint32_t depth = 0;
+    for (const time_t now : {0x7FFFFFFFll, 0x80000000ll, 0xFFFFFFFFll, 5ll}) {
+        for (const std::string& path : paths) {
+            for (const Scenario& scenario : all_scenarios()) {
+                SCOPED_TRACE(testing::Message() << scenario.what << " " << now << " " << path);
+                const World world;
+                vexutils::flag_paths.log_disabled = no_flag.c_str();
+                vexutils::log_state.file = vexutils::LogFile::NotChecked;
+                vexutils::log_state.depth = depth;
+                pRTLogPath = path.c_str();
+                clock_reads = now;
+                const bool asks_for_log = std::string_view{scenario.what} == "log flag";
+                EXPECT_TRUE(run(scenario) == scenario.promise.done || asks_for_log);
+                clock_reads = 0;
+                depth = vexutils::log_state.depth;
+                ++calls;
+            }
+        }
+    }
+    const std::regex whole{
+        R"(\(T:[0-9A-F]{8}\) \d\d-\d\d \d\d:\d\d:\d\d \[\w+\] .*|[0-9a-f]{6}: .*)"};
+    std::ifstream lines{log};
+    int count = 0;
+    for (std::string line; std::getline(lines, line);) {
+        EXPECT_TRUE(std::regex_match(line, whole)) << line;
+        count += line.starts_with("(T:");  // dumps do not count
+    }
+    EXPECT_TRUE(count > 100 && count <= 1000) << count;
+    std::printf("figures: R17 clock_and_disk_calls=%d\n", calls);
 }
 
 std::set<std::string> words_of(const std::string& text, const char* pattern) {

@@ -9,7 +9,10 @@
 #include <cstdio>
 #include <type_traits>
 
+#include "tests/faults/world.h"
 #include "tests/support/fake_platform.h"
+
+time_t faults::clock_reads;
 
 #pragma GCC diagnostic ignored "-Wmissing-declarations"
 
@@ -68,6 +71,11 @@ int __wrap_remove(const char* path) {
 }
 
 #if __SIZEOF_POINTER__ == 4
+time_t __real___time64(time_t* room);
+time_t __wrap___time64(time_t* room) {
+    return faults::clock_reads != 0 ? faults::clock_reads : __real___time64(room);
+}
+
 int __real___stat64_time64(const char* path, struct stat* status);
 int __wrap___stat64_time64(const char* path, struct stat* status) {
     return call(__real___stat64_time64, -1, EIO, path, status);
@@ -78,6 +86,11 @@ int __wrap___fstat64_time64(int file, struct stat* status) {
     return call(__real___fstat64_time64, -1, EIO, file, status);
 }
 #else
+time_t __real_time(time_t* room);
+time_t __wrap_time(time_t* room) {
+    return faults::clock_reads != 0 ? faults::clock_reads : __real_time(room);
+}
+
 int __real_stat64(const char* path, struct stat* status);
 int __wrap_stat64(const char* path, struct stat* status) {
     return call(__real_stat64, -1, EIO, path, status);

@@ -38,6 +38,9 @@ struct Holdings {
 Holdings holdings();
 std::ostream& operator<<(std::ostream& out, const Holdings& holdings);
 
+// What the library's clock reads; 0: the time.
+extern time_t clock_reads;
+
 // A file of this process, written afresh.
 std::string file(const std::string& name, const std::string& content);
 
