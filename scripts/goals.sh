@@ -52,6 +52,15 @@ command_coverage() {
 
 percent() { grep -oE "\"$1_percent\": [0-9.]+" "$2" | grep -oE '[0-9.]+$'; }
 
+# command_mutate [--seed N] [COUNT [SOURCE...]]: how many changed branches of the library the tests notice.
+command_mutate() {
+    local folder=build/mutate
+    require "${BUILD_PACKAGES[@]}" googletest g++-12-multilib python3 lld
+    say "building"
+    build i386 "$folder" -DVEX_SANITIZE= -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g1" -- unit_tests fault_tests || return 1
+    scripts/mutate.py --build "$folder" "$@"
+}
+
 # command_soak [MINUTES]: threads, kills and shuffled unit tests over and over.
 command_soak() {
     local minutes=${1:-30} rounds=0 end

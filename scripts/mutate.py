@@ -1,0 +1,176 @@
+#!/usr/bin/env python3
+"""Changes branches of the library's machine code one by one and counts how many of the changes the tests notice.
+
+Each conditional jump that the compiler made of a source becomes, once, a jump that is always taken and, once, none. The changed
+source is assembled and linked with the tests as they were built; a change is noticed when a test program fails, crashes or does
+not end. Nothing is compiled again. Run by ./vex mutate, which builds what this needs.
+
+A branch that changes nothing either way (proven, not guessed) is left out where its line or the one above has the comment
+"// Same either way: why".
+"""
+import argparse
+import collections
+import concurrent.futures
+import json
+import os
+import pathlib
+import random
+import re
+import shlex
+import shutil
+import subprocess
+import sys
+import tempfile
+
+JUMP = re.compile(r"^\tj(?!mp\b)[a-z]+\t(\.L\w+)$")
+LOCATION = re.compile(r"^\t\.loc (\d+) (\d+)")
+FILE = re.compile(r'^\t\.file (\d+) (?:"([^"]*)" )?"([^"]*)"')
+SECTION = re.compile(r"^\t\.(section|text)\b")
+MARK = "// Same either way: "
+SECONDS = 30  # a program that runs longer than this does not end
+# What must notice more than the rest: what reads foreign bytes, copies records, keeps the cache.
+STRICT = re.compile(r"vexutils/(rt_dup/|rt_cache/|rt_shm/rt_shm_(topology|pciessd_fru|fru|slots)\.)")
+
+Mutant = collections.namedtuple("Mutant", "source index kind place")
+
+
+class Build:
+    """The test programs of a build folder, and how their parts were made."""
+
+    def __init__(self, folder, programs):
+        self.folder = folder
+        self.programs = programs
+        self.compile = {}
+        for entry in json.loads((folder / "compile_commands.json").read_text()):
+            name = os.path.relpath(entry["file"])
+            if name.startswith("vexutils/"):
+                command = shlex.split(entry["command"])
+                self.compile[name] = (command, command[command.index("-o") + 1])
+        self.link = {}
+        for program in programs:
+            commands = subprocess.run(["ninja", "-C", folder, "-t", "commands", program], text=True, check=True,
+                                      capture_output=True).stdout.splitlines()
+            self.link[program] = shlex.split(commands[-1].removeprefix(": && ").removesuffix(" && :"))
+
+    def assembly(self, source):
+        """The lines that the compiler makes of a source. Stack guards would be branches that no test can take."""
+        command, output = self.compile[source]
+        command = ["-" if word == output else word for word in command if word != "-c"]
+        if "ccache" in command[0]:
+            command = command[1:]
+        command += ["-S", "-fno-stack-protector"]
+        return subprocess.run(command, cwd=self.folder, text=True, check=True, capture_output=True).stdout.split("\n")
+
+    def verdict(self, source, lines, work):
+        """What happens with these lines in place of the source: None, or which program noticed."""
+        _, output = self.compile[source]
+        changed = work / "changed.o"
+        subprocess.run(["as", "--32", "-o", changed, "-"], input="\n".join(lines), text=True, check=True)
+        for program in self.programs:
+            target = work / "program"
+            command = [str(changed) if word == output else word for word in self.link[program]]
+            command[command.index("-o") + 1] = str(target)
+            subprocess.run(command + ["-fuse-ld=lld"], cwd=self.folder, check=True)
+            environment = dict(os.environ, TEST_TMPDIR=str(work) + "/")
+            arguments = ["--gtest_fail_fast", "--gtest_brief=1", "--gtest_filter=-*Thousands*:Costs*"]
+            try:
+                run = subprocess.run([target] + arguments, cwd=work, env=environment, timeout=SECONDS,
+                                     stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            except subprocess.TimeoutExpired:
+                return program + " (time)"
+            if run.returncode != 0:
+                return program
+        return None
+
+
+def branches(lines):
+    """Index and source line of every conditional jump that belongs to this project's own lines.
+
+    Functions that several sources bring (templates and such of headers) are left out: only one source's is linked."""
+    texts, files, place, shared = {}, {}, None, False
+    for index, line in enumerate(lines):
+        if match := SECTION.match(line):
+            shared = '"axG"' in line
+        elif match := FILE.match(line):
+            name = os.path.join(match[2] or "", match[3])
+            files[match[1]] = name[name.find("vexutils/"):] if "vexutils/" in name else None
+        elif match := LOCATION.match(line):
+            place = (files.get(match[1]), int(match[2]))
+        elif JUMP.match(line) and not shared and place and place[0]:
+            name, number = place
+            if name not in texts:
+                texts[name] = pathlib.Path(name).read_text().splitlines()
+            if not any(MARK in text for text in texts[name][max(0, number - 2):number]):
+                yield index, f"{name}:{number}"
+
+
+def mutate(lines, mutant):
+    changed = list(lines)
+    target = JUMP.match(lines[mutant.index])[1]
+    changed[mutant.index] = f"\tjmp\t{target}" if mutant.kind == "always" else "\tnop"
+    return changed
+
+
+def parse_arguments():
+    parser = argparse.ArgumentParser(prog="./vex mutate", description=__doc__.split("\n\n", maxsplit=1)[0])
+    parser.add_argument("--build", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
+    parser.add_argument("--seed", type=int, default=1, help="which sample is drawn (default: 1)")
+    parser.add_argument("count", type=int, nargs="?", default=600, help="how many changes to try, 0: all (default: 600)")
+    parser.add_argument("sources", nargs="*", help="only these sources of the library (default: all)")
+    arguments = parser.parse_args()
+    for source in arguments.sources:
+        if not pathlib.Path(source).is_file():
+            parser.error(f"no such source: {source}, expected for example vexutils/rt_dup/rt_dup.cpp")
+    return arguments
+
+
+def report(results):
+    """Prints survivors and the score per group; returns the two scores in percent."""
+    tried, noticed = collections.Counter(), collections.Counter()
+    for mutant, verdict in results:
+        for key in (mutant.source, "all", "strict" if STRICT.match(mutant.source) else "others"):
+            tried[key] += 1
+            noticed[key] += verdict is not None
+        if verdict is None:
+            print(f"survived: {mutant.place} {mutant.kind} taken")
+    for key in sorted(tried, key=lambda key: ("/" not in key, key)):
+        print(f"{noticed[key]:5} of {tried[key]:5} noticed, {100 * noticed[key] / tried[key]:5.1f} %  {key}")
+    score = {key: 100 * noticed[key] / tried[key] for key in tried}
+    print(f"figures: R11 mutants={tried['all']} score={score['all']:.1f} strict={score.get('strict', 100):.1f}")
+
+
+def main():
+    arguments = parse_arguments()
+    build = Build(arguments.build, ["tests/unit_tests", "tests/faults/fault_tests"])
+    sources = sorted(arguments.sources or build.compile)
+    assembled = {source: build.assembly(source) for source in sources}
+    mutants = [Mutant(source, index, kind, place) for source in sources
+               for index, place in branches(assembled[source]) for kind in ("always", "never")]
+    chosen = mutants if arguments.count == 0 else random.Random(arguments.seed).sample(
+        mutants, min(arguments.count, len(mutants)))
+    print(f"{len(mutants)} changes of {len(sources)} sources, {len(chosen)} to try, seed {arguments.seed}", flush=True)
+
+    top = pathlib.Path(tempfile.mkdtemp(prefix="vex-mutate-"))
+    try:
+        # Without this control every change would seem to be noticed where the way of linking breaks the tests.
+        for source in {mutant.source for mutant in chosen}:
+            if verdict := build.verdict(source, assembled[source], top):
+                sys.exit(f"the control failed: {verdict} with {source} assembled unchanged")
+
+        def attempt(mutant):
+            with tempfile.TemporaryDirectory(dir=top) as work:
+                return mutant, build.verdict(mutant.source, mutate(assembled[mutant.source], mutant), pathlib.Path(work))
+
+        results = []
+        with concurrent.futures.ThreadPoolExecutor(int(os.environ.get("VEX_JOBS", os.cpu_count()))) as pool:
+            for result in pool.map(attempt, chosen):
+                results.append(result)
+                if len(results) % 50 == 0:
+                    print(f"{len(results)} of {len(chosen)} tried", flush=True)
+    finally:
+        shutil.rmtree(top)
+    report(sorted(results))
+
+
+if __name__ == "__main__":
+    main()
