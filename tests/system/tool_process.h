@@ -10,45 +10,42 @@ struct ToolResult {
     std::string errors;
 };
 
-// A tool that still runs; killed at the end if it was not waited for.
-class RunningTool {
-  public:
-    RunningTool(const std::string& tool, const Lines& arguments, const std::string& folder);
-    ~RunningTool();
-    RunningTool(const RunningTool&) = delete;
-    RunningTool& operator=(const RunningTool&) = delete;
-
-    void send(int signal) const;
-    ToolResult wait();
-
-  private:
-    pid_t pid_ = -1;
-    std::string files_;  // beginning of the names of its output files
-};
-
 class ToolTest : public testing::Test {
   protected:
-    ToolTest();
-    ~ToolTest() override { vexsim({"--cleanup"}); }
-
-    ToolResult vexsim(const Lines& arguments) {
-        return RunningTool("vexsim", arguments, folder()).wait();
+    ToolTest() {
+        environment.set("VEX_SHM_NAMESPACE", "vexsystem" + std::to_string(getpid()));
+        environment.set("VEX_DEBUG_LOG", "none");
     }
-    ToolResult vexinspect(const Lines& arguments) {
-        return RunningTool("vexinspect", arguments, folder()).wait();
-    }
+    ~ToolTest() override { vexsim("--cleanup"); }
 
-    std::string folder() const { return dir_ / "."; }
-    std::string write_file(const std::string& name, const std::string& content) const {
-        ::write_file(dir_ / name, content);
-        return dir_ / name;
+    // Starts a tool with what a shell makes of its arguments.
+    pid_t start(const std::string& command) const {
+        const std::string files = dir / "$$";  // the shell's process becomes the tool's
+        const std::string line = "exec " VEX_EMULATOR " " VEX_TOOLS "/" + command + " >" + files +
+                                 " 2>" + files + ".err";
+        return in_child([&] { return execl("/bin/sh", "sh", "-c", line.c_str(), nullptr) == 0; });
+    }
+    ToolResult wait(pid_t tool) const {
+        int status = 0;
+        waitpid(tool, &status, 0);
+        const std::string files = dir / std::to_string(tool);
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : 256 + WTERMSIG(status),
+                file_content(files), file_content(files + ".err")};
+    }
+    ToolResult vexsim(const std::string& arguments) const {
+        return wait(start("vexsim " + arguments));
+    }
+    ToolResult vexinspect(const std::string& arguments) const {
+        return wait(start("vexinspect " + arguments));
     }
 
     // Has anybody written a region of the test's namespace?
-    bool anything_published();
+    bool anything_published() const {
+        return vexinspect("--json").output.find("\"written\": true") != std::string::npos;
+    }
 
-  private:
-    TempDir dir_;
+    TempDir dir;
+    Environment environment;
 };
 
 // A file of the source tree.
