@@ -6,22 +6,23 @@
 #include <platform/fqdd.h>
 #include <platform/ipmi.h>
 #include <platform/shm.h>
-#include <pthread.h>
 
 #include <algorithm>
 #include <chrono>
+#include <climits>
 #include <condition_variable>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <sstream>
+#include <thread>
 #include <utility>
 
 namespace fake {
 
 namespace {
 
-thread_local int allocation_scopes = 0;
+thread_local bool in_scope = false;
 
 constexpr std::pair<int, size_t> kRegions[] = {
     {ZENT_SHM_STORAGE_INVENTORY, ZENT_SHM_STORAGE_INVENTORY_SIZE},
@@ -77,8 +78,7 @@ bool State::Fault::strikes() {
 
 bool Platform::hit(Place place) {
     const std::lock_guard lock{mutex};
-    const bool any =
-        place != Place::Allocation && allocation_scopes > 0 && fault(Place::AnyCall).strikes();
+    const bool any = place != Place::Allocation && in_scope && fault(Place::AnyCall).strikes();
     return fault(place).strikes() || any;
 }
 
@@ -118,6 +118,7 @@ void Platform::add_drive(uint8_t index, const BpApiDrive& drive) {
 
 using fake::Place;
 using fake::platform;
+using std::chrono::milliseconds;
 
 // ---- debug log --------------------------------------------------------------------------------
 
@@ -146,22 +147,17 @@ int zentprintf(int level, int module, const char* format, ...) {
 // ---- mutexes and events -----------------------------------------------------------------------
 
 struct SMMutexObject {
-    pthread_mutex_t mutex;
+    std::mutex mutex;
+    std::atomic<std::thread::id> owner;
+    bool is_mine() const { return owner == std::this_thread::get_id(); }
 };
 
 SMMutexHandle SMMutexCreate(const char*) {
     if (platform().hit(Place::MutexCreate)) {
         return nullptr;
     }
-    const fake::AllocationPause pause;  // what this calls is not the library's
-    auto* object = new SMMutexObject;
-    pthread_mutexattr_t attributes;
-    pthread_mutexattr_init(&attributes);
-    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK);
-    pthread_mutex_init(&object->mutex, &attributes);
-    pthread_mutexattr_destroy(&attributes);
     ++platform().live_mutexes;
-    return object;
+    return new SMMutexObject;
 }
 
 int SMMutexLock(SMMutexHandle mutex, int timeoutMs) {
@@ -169,50 +165,49 @@ int SMMutexLock(SMMutexHandle mutex, int timeoutMs) {
         return 1;
     }
     EXPECT_EQ(timeoutMs, SM_WAIT_FOREVER) << "the library waits for its locks without limit";
-    const int error = pthread_mutex_lock(&mutex->mutex);
-    EXPECT_EQ(error, 0) << "lock of a mutex that this thread holds";
-    platform().locks_held += error == 0 ? 1 : 0;
-    return error;
+    if (mutex->is_mine()) {
+        ADD_FAILURE() << "lock of a mutex that this thread holds";
+        return 1;
+    }
+    mutex->mutex.lock();
+    mutex->owner = std::this_thread::get_id();
+    ++platform().locks_held;
+    return 0;
 }
 
 int SMMutexUnLock(SMMutexHandle mutex) {
-    if (mutex == nullptr) {
+    if (mutex == nullptr || !mutex->is_mine()) {
         return 1;
     }
-    const int error = pthread_mutex_unlock(&mutex->mutex);
-    platform().locks_held -= error == 0 ? 1 : 0;
-    return error;
+    mutex->owner = std::thread::id{};
+    mutex->mutex.unlock();
+    --platform().locks_held;
+    return 0;
 }
 
 int SMMutexDestroy(SMMutexHandle mutex) {
     if (mutex == nullptr) {
         return 1;
     }
-    const int error = pthread_mutex_destroy(&mutex->mutex);
-    EXPECT_EQ(error, 0) << "destruction of a held mutex";
-    if (error != 0) {
-        return error;
-    }
+    EXPECT_EQ(mutex->owner.load(), std::thread::id{}) << "destruction of a held mutex";
     delete mutex;
     --platform().live_mutexes;
     return 0;
 }
 
 struct SMEventObject {
-    std::mutex mutex;
-    std::condition_variable changed;
+    const bool manual;
+    std::mutex mutex = {};
+    std::condition_variable changed = {};
     bool set = false;
-    bool manual = false;
 };
 
 SMEventHandle SMEventCreate(const char*, int manualReset) {
     if (platform().hit(Place::EventCreate)) {
         return nullptr;
     }
-    auto* event = new SMEventObject;
-    event->manual = manualReset != 0;
     ++platform().live_events;
-    return event;
+    return new SMEventObject{manualReset != 0};
 }
 
 static int set_event(SMEventHandle event, bool set) {
@@ -237,11 +232,9 @@ int SMEventWait(SMEventHandle event, int timeoutMs) {
     if (event == nullptr || platform().hit(Place::EventWait)) {
         return 1;
     }
+    const milliseconds limit{timeoutMs < 0 ? INT_MAX : timeoutMs};
     std::unique_lock lock{event->mutex};
-    const auto is_set = [event] { return event->set; };
-    if (timeoutMs < 0) {
-        event->changed.wait(lock, is_set);
-    } else if (!event->changed.wait_for(lock, std::chrono::milliseconds{timeoutMs}, is_set)) {
+    if (!event->changed.wait_for(lock, limit, [event] { return event->set; })) {
         return 1;
     }
     event->set = event->manual;
@@ -314,9 +307,7 @@ void* Zent_shm_get_shm(int region) {
     return found != platform().regions.end() ? found->second.data() : nullptr;
 }
 
-int Zent_shm_get_fruinfo(uint16_t fruId, void* fruInfo, const void* tableEntry, uint32_t zero) {
-    EXPECT_NE(tableEntry, nullptr);
-    EXPECT_EQ(zero, 0u);
+int Zent_shm_get_fruinfo(uint16_t fruId, void* fruInfo, const void*, uint32_t) {
     const auto found = platform().frus.find(fruId);
     if (platform().hit(Place::FruInfo) || found == platform().frus.end()) {
         return 1;
@@ -337,6 +328,9 @@ int Zent_shm_get_frudata(uint16_t fruId, void* buffer, uint32_t size) {
 
 // ---- backplane service ------------------------------------------------------------------------
 
+constexpr uint32_t kSuccess = 0x100;  // a result has its meaning in the low byte only
+constexpr uint32_t kFailure = 0x107;
+
 static bool is_open(ZentBpApiHandle handle) {
     const std::lock_guard lock{platform().mutex};
     const bool open = platform().sessions.contains(handle);
@@ -344,10 +338,8 @@ static bool is_open(ZentBpApiHandle handle) {
     return open;
 }
 
-ZentBpApiHandle ZentBpApiOpenExec(ZentBpApiCallback callback, uint32_t zero, const char*,
-                                  const char*, uint32_t, uint32_t zero2) {
-    EXPECT_EQ(zero, 0u);
-    EXPECT_EQ(zero2, 0u);
+ZentBpApiHandle ZentBpApiOpenExec(ZentBpApiCallback callback, uint32_t, const char*, const char*,
+                                  uint32_t, uint32_t) {
     if (platform().hit(Place::BpOpen)) {
         return nullptr;
     }
@@ -361,31 +353,31 @@ uint32_t ZentBpApiReadExec(ZentBpApiHandle handle, void* buffer5362, const char*
                            uint32_t) {
     read_begins();
     if (!is_open(handle) || buffer5362 == nullptr || platform().hit(Place::BpRead)) {
-        return platform().bp_failure;
+        return kFailure;
     }
     std::memcpy(buffer5362, &platform().snapshot, sizeof(BpApiInfo));
-    return platform().bp_read_result;
+    return kSuccess;
 }
 
 uint32_t ZentBpApiWriteExec(ZentBpApiHandle handle, uint32_t writeType, const void* record,
                             const char*, const char*, uint32_t) {
     if (!is_open(handle) || platform().hit(Place::BpWrite)) {
-        return platform().bp_failure;
+        return kFailure;
     }
     fake::BpWrite write{handle, writeType, {}};
     std::memcpy(&write.record, record, sizeof(write.record));
     platform().bp_writes.push_back(write);
-    return platform().bp_read_result;
+    return kSuccess;
 }
 
 uint32_t ZentBpApiCloseExec(ZentBpApiHandle handle, const char*, const char*, uint32_t) {
     if (!is_open(handle)) {
-        return platform().bp_failure;
+        return kFailure;
     }
     const bool fails = platform().hit(Place::BpClose);
     const std::lock_guard lock{platform().mutex};
     platform().sessions.erase(handle);  // a close that reports an error ends the session too
-    return fails ? platform().bp_failure : platform().bp_read_result;
+    return fails ? kFailure : kSuccess;
 }
 
 const char* ZentBpApiError(uint32_t) {
@@ -398,27 +390,19 @@ uint32_t Zent_get_system_id(void) {
 
 // ---- event IPC --------------------------------------------------------------------------------
 
-struct TlvList {
-    std::vector<std::string> arguments;
-};
+using Arguments = std::vector<std::string>;
 
 // Packs each text with a separator behind it.
 int32_t EVIPCLBuildMsgArgsBuffer(const char* const* strings, uint8_t count, char* buffer,
                                  uint32_t* size) {
-    if (platform().hit(Place::EvBuildArgs)) {
-        return platform().event_failure;
-    }
     std::string packed;
     for (unsigned i = 0; i < count; ++i) {
-        EXPECT_NE(strings[i], nullptr) << "a null message argument";
-        packed += strings[i] != nullptr ? strings[i] : "";
-        packed += '\x1f';
+        packed += std::string{strings[i]} + '\x1f';
     }
-    if (packed.size() > *size) {
+    if (platform().hit(Place::EvBuildArgs) || packed.size() > *size) {
         return platform().event_failure;
     }
-    std::memcpy(buffer, packed.data(), packed.size());
-    *size = static_cast<uint32_t>(packed.size());
+    *size = static_cast<uint32_t>(packed.copy(buffer, packed.size()));
     return 0;
 }
 
@@ -427,7 +411,7 @@ int32_t EVIPCLCreateTLVList(void** list) {
     if (platform().hit(Place::EvCreateList)) {
         return platform().event_failure;
     }
-    *list = new TlvList;
+    *list = new Arguments;
     ++platform().live_lists;
     return 0;
 }
@@ -439,14 +423,14 @@ int32_t EVIPCLAddTLVToList(uint32_t type, uint16_t size, const void* value, void
     EXPECT_EQ(type, static_cast<uint32_t>(EVIPC_TLV_MESSAGE_ARGUMENTS));
     std::istringstream packed{std::string{static_cast<const char*>(value), size}};
     for (std::string text; std::getline(packed, text, '\x1f');) {
-        static_cast<TlvList*>(list)->arguments.push_back(text);
+        static_cast<Arguments*>(list)->push_back(text);
     }
     return 0;
 }
 
 int32_t EVIPCLFreeTLVList(void* list) {
     if (list != nullptr) {
-        delete static_cast<TlvList*>(list);
+        delete static_cast<Arguments*>(list);
         --platform().live_lists;
     }
     return 0;
@@ -460,8 +444,7 @@ int32_t EVIPCLSubmitEvent(uint32_t c4, uint32_t c2, uint32_t severity, const cha
     const std::lock_guard lock{platform().mutex};
     platform().submissions.push_back(
         {c4, c2, severity, messageId, zero, fqdd != nullptr, fqdd != nullptr ? fqdd : "",
-         list != nullptr,
-         list != nullptr ? static_cast<TlvList*>(list)->arguments : std::vector<std::string>{}});
+         list != nullptr, list != nullptr ? *static_cast<Arguments*>(list) : Arguments{}});
     return 0;
 }
 
@@ -487,10 +470,7 @@ char* ConvertFQDDToFriendlyName(const char* fqdd) {
         return nullptr;
     }
     auto* copy = static_cast<char*>(std::malloc(name.size() + 1));
-    if (copy != nullptr) {
-        std::memcpy(copy, name.c_str(), name.size() + 1);
-    }
-    return copy;
+    return copy != nullptr ? std::strcpy(copy, name.c_str()) : nullptr;
 }
 
 int IPMI_DoIPMICmd(uint8_t netFn, uint8_t cmd, const uint8_t* request, uint32_t requestLength,
@@ -510,23 +490,16 @@ static std::atomic<long> blocks{0};
 long live_blocks() {
     return blocks;
 }
-AllocationScope::AllocationScope() {
-    ++allocation_scopes;
-}
+AllocationScope::AllocationScope(bool on) : before_(std::exchange(in_scope, on)) {}
 AllocationScope::~AllocationScope() {
-    --allocation_scopes;
-}
-
-AllocationPause::AllocationPause() : scopes_(std::exchange(allocation_scopes, 0)) {}
-AllocationPause::~AllocationPause() {
-    allocation_scopes = scopes_;
+    in_scope = before_;
 }
 bool system_call_fails() {
-    return allocation_scopes > 0 && platform().hit(Place::System);
+    return in_scope && platform().hit(Place::System);
 }
 
 static bool allocation_fails() {
-    return allocation_scopes > 0 && platform().hit(Place::Allocation);
+    return in_scope && platform().hit(Place::Allocation);
 }
 
 static void* counted(void* block) {

@@ -116,8 +116,6 @@ struct State {
     BpApiInfo snapshot = {};  // what a read gives
     uint32_t system_id = 0;
     std::vector<BpWrite> bp_writes;
-    uint32_t bp_read_result = 0x100;  // of calls that succeed: meaning only in the low byte
-    uint32_t bp_failure = 0x107;      // of calls that fail on request
     const char* bp_error_text = "fake error";  // may be null
 
     // Event IPC, friendly names, IPMI.
@@ -189,21 +187,16 @@ long live_blocks();
 // the code under test.
 class AllocationScope {
   public:
-    AllocationScope();
+    explicit AllocationScope(bool on = true);
     ~AllocationScope();
     AllocationScope(const AllocationScope&) = delete;
-    AllocationScope& operator=(const AllocationScope&) = delete;
-};
-// Switches them off inside an AllocationScope.
-class AllocationPause {
-  public:
-    AllocationPause();
-    ~AllocationPause();
-    AllocationPause(const AllocationPause&) = delete;
-    AllocationPause& operator=(const AllocationPause&) = delete;
 
   private:
-    int scopes_;
+    const bool before_;
+};
+// Switches them off inside an AllocationScope.
+struct AllocationPause : AllocationScope {
+    AllocationPause() : AllocationScope(false) {}
 };
 // Counts a call of the C library; true: it is to fail.
 bool system_call_fails();
