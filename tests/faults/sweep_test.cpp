@@ -100,6 +100,12 @@ bool has_failed() {
     return testing::Test::HasFailure();  // the first finding is enough
 }
 
+// A number of the environment's, of the longer harnesses.
+int number_of(const char* variable, int usual) {
+    const char* text = std::getenv(variable);
+    return text != nullptr ? std::atoi(text) : usual;
+}
+
 struct Figures {
     int allocations = 0, calls = 0, pairs = 0;
 };
@@ -145,9 +151,8 @@ Figures sweep_pairs(const Scenarios& scenarios, int count, unsigned seed) {
 
 TEST(Faults, EveryNthFailureIsSurvived) {
     const Scenarios scenarios = all_scenarios();
-    const char* seed = std::getenv("VEX_SEED");
     Figures figures = sweep_pairs(scenarios, EMULATED ? 200 : 28'000,
-                                  seed != nullptr ? static_cast<unsigned>(std::atoi(seed)) : 1);
+                                  static_cast<unsigned>(number_of("VEX_TEST_SEED", 1)));
     for (const Scenario& scenario : scenarios) {
         for (const bool lasting : {false, true}) {
             figures.allocations += sweep(scenario, true, lasting);
@@ -157,6 +162,28 @@ TEST(Faults, EveryNthFailureIsSurvived) {
     std::printf("figures: R1 scenarios=%zu allocation_failures=%d\n", scenarios.size(),
                 figures.allocations);
     std::printf("figures: R2 platform_failures=%d pairs=%d\n", figures.calls, figures.pairs);
+}
+
+ptrdiff_t threads() {
+    return std::distance(std::filesystem::directory_iterator{"/proc/self/task"}, {});
+}
+
+TEST(Faults, LivesDoNotGrow) {
+    const int goal = number_of("VEX_TEST_LIVES", EMULATED ? 1'000 : 10'000);
+    const Scenarios events = event_scenarios();
+    const Holdings before = holdings();
+    const ptrdiff_t threads_before = threads();
+    int lives = 0;
+    for (; lives < goal && !has_failed(); ++lives) {
+        {
+            const World world;
+            const Scenario& scenario = events[static_cast<size_t>(lives) % events.size()];
+            EXPECT_EQ(run(scenario), scenario.promise.done) << scenario.what;
+        }
+        EXPECT_EQ(holdings(), before) << "after life " << lives;
+    }
+    EXPECT_EQ(threads(), threads_before);
+    std::printf("figures: R8 lives=%d\n", lives);
 }
 
 // The log is on, and its file whole, missing, on a full disk or a folder; the clock at the ends of
