@@ -4,96 +4,57 @@
 
 namespace {
 
-BpStatusInfo* make_backplane() {  // its FQDD is its own, though it has no version
-    return make(BpStatusInfo{0, 0, 0, 0, 0, make_record(RT_OBJ_BACKPLANE, L"BP", 0)});
-}
-ExtenderCardInfo* make_extender() {
-    return make(ExtenderCardInfo{make_text(), make_text(), 0});
-}
-
 class CacheTeardown : public CacheTest {};
 
 TEST_F(CacheTeardown, FreesInOrderAndPciessdControllersLast) {
     add_endpoint(8, RTCACHE_TYPE_KRON);
     add_endpoint(9, RTCACHE_TYPE_NVME);
-    add_endpoint(10, RTCACHE_TYPE_PCIESSD);
     cache_AllEIDs[8] = make_controller();
     cache_AllEIDs[9] = make_controller(RT_NODE_PCIESSD_ADAPTER);
-    cache_AllEIDs[10] = make_controller();
-    cache_AllEIDs[11] = make_controller();
-    cache_AllEIDs[12] = cache_AllEIDs[11];   // one node under two EIDs,
-    cache_AllEIDs[200] = cache_AllEIDs[10];  // and under two of different fates
+    cache_AllEIDs[11] = cache_AllEIDs[12] = make_controller();  // one node under two EIDs
     cache_PDs[0][7] = make_disk();
     cache_PDs[107][2047] = make_disk(RT_OBJ_ENCLOSURE);
-    cache_PDs[0][6] = make(RtCacheDiskNode{});
     cache_VDs[0][3] = make_virtual_disk();
-    cache_Extndrs[16] = make_extender();
-    cache_Bkplanes[5] = make_backplane();
-    cache_Bkplanes[0] = make(BpStatusInfo{});
+    cache_Extndrs[16] = make(ExtenderCardInfo{make_text(), make_text(), 0});
+    // Its FQDD is its own, though it has no version.
+    cache_Bkplanes[5] = make(BpStatusInfo{0, 0, 0, 0, 0, make_record(RT_OBJ_BACKPLANE, L"BP", 0)});
     cache_CMDsCount[254] = vexel_alloc(4);
-    {
-        const CacheLock lock;
-        rtcache_CopyCachedEvent(8, 0, 1, 1, make_event_data("CTL1"));
-        rtcache_CopyCachedEvent(8, RT_OBJ_PHYSICAL_DISK, 3, 5, make_event_data("PDR3"));
-    }
+    rtcache_CopyCachedEvent(8, 0, 1, 1, make_event_data("CTL1"));
+    rtcache_CopyCachedEvent(8, RT_OBJ_PHYSICAL_DISK, 3, 5, make_event_data("PDR3"));
     gRTCache_EventCount = 7;
     max_adapters = 50;  // the teardown walks what there is
     platform.clear_lines();
     rtcache_FreeMem();
-    std::string lines;
-    for (const std::string& line : logged_lines("rtcache_FreeMem")) {
-        // Addresses and source lines differ.
-        lines += std::regex_replace(line, std::regex{"0x\\w+|(EID=\\d+) \\d+$"}, "$1") + "|";
-    }
-    EXPECT_EQ(lines,
+    // Addresses and source lines differ.
+    EXPECT_EQ(std::regex_replace(lines_of("rtcache_FreeMem"),
+                                 std::regex{":0x\\w+|(FreeingMemory EID=\\d+) \\d+"}, "$1"),
               "5 FreeingMemory EID=8|4 Adapter/battery EID=8|"
               "5 FreeingMemory EID=9|4 It is a PCIeSSD EID, continue|"
-              "5 FreeingMemory EID=10|4 It is a PCIeSSD EID, continue|"
               "5 FreeingMemory EID=11|1 <-- error get Storage EID Failrtcache_FreeMem|"
-              "4 Adapter/battery EID=11|"
-              "5 FreeingMemory EID=200|1 <-- error get Storage EID Failrtcache_FreeMem|"
-              "4 Adapter/battery EID=200|"
-              "4 EID=8 physical device=6|4 EID=8 physical device=7|"
-              "4 EID=8 logical device=3|4 EID=255 physical device=2047|"
+              "4 Adapter/battery EID=11|4 EID=8 physical device=7|4 EID=8 logical device=3|"
+              "4 EID=255 physical device=2047|"
               "4 Freeing PCIeSSD extenders|4 Freeing PCIeSSD BPs|"
               "4 Freeing Enclosure FQDD|4 Freeing Enclosure NAME|"
-              "4 Freeing Enclosure FQDD|4 Freeing Enclosure NAME|"
-              "4 Freeing cache_CMDsCount: at u32Iter:254|");
+              "4 Freeing cache_CMDsCount at u32Iter:254|");
     EXPECT_EQ(gRTCache_EventCount, 0u);
     EXPECT_EQ(cache_PDs, nullptr);
-    EXPECT_EQ(cache_StorageEIDInfo.eidInfo, nullptr);
-    EXPECT_EQ(cache_AllEIDs[9], nullptr);
-    EXPECT_EQ(GetIndexFromEID(8), 255u);  // the lock is still there, the arrays are not
 }
 
 TEST_F(CacheTeardown, ALevelOfAnEndpointIsFreedAlone) {
-    add_endpoint(8);
-    add_endpoint(9);
     for (const uint32_t eid : {8u, 9u}) {
+        add_endpoint(eid);
         cache_AllEIDs[eid] = make_controller();
         cache_PDs[eid - 8][4] = make_disk();
         cache_VDs[eid - 8][4] = make_virtual_disk();
     }
-    const std::string name = "rtcache_FreeObjectLevel";
-    for (const auto& [what, row_eid, level, result, line] :
-         Rows<const char*, uint32_t, uint32_t, uint32_t, std::string>{
-             {"disks", 8, 3, 0, "4 <-- exit"},
-             {"virtual disks", 8, 4, 0, "4 <-- exit"},
-             {"controller", 8, 2, 0, "4 <-- exit"},
-             {"no controller left", 8, 2, 0, "4 <-- exit"},
-             {"disks of nobody", 40, 3, 1, "5 <-- " + name + " error s32Temp 255"},
-             {"free marker", 255, 2, 2, "2 <-- err null inputs" + name},
-             {"EID in the low byte only", 256 + 9, 3, 2, "2 <-- err null inputs" + name},
-             {"no level", 9, 255, 2, "2 <-- err null inputs" + name},
-             {"positions are no objects", 9, 1, 2, "2 <-- err wrong keytype" + name + " 1"},
-             {"backplanes belong to nobody", 9, 5, 2, "2 <-- err wrong keytype" + name + " 5"}}) {
-        EXPECT_EQ(rtcache_FreeObjectLevel(row_eid, level), result);
-        EXPECT_EQ(logged_lines().back(), line);
+    for (const auto& [level, eid, result] : Rows<uint32_t, uint32_t, uint32_t>{
+             {3, 8, 0}, {4, 8, 0}, {2, 8, 0}, {3, 40, 1}, {2, 255, 2}, {1, 9, 2}, {5, 9, 2}}) {
+        EXPECT_EQ(rtcache_FreeObjectLevel(eid, level), result);
     }
-    platform.fail(Place::Lock);
-    EXPECT_EQ(rtcache_FreeObjectLevel(9, 3), 3u);
     EXPECT_FALSE(cache_AllEIDs[8] || cache_PDs[0][4] || cache_VDs[0][4]);
     EXPECT_TRUE(cache_AllEIDs[9] && cache_PDs[1][4] && cache_VDs[1][4]);
+    EXPECT_TRUE(lines_of("rtcache_FreeObjectLevel")
+                    .starts_with("4 --> enter with EID:8, level:3|4 <-- exit|"));
 }
 
 // Thousands of random objects, events and endpoints, ended in whatever state they are in.
@@ -106,25 +67,20 @@ TEST_F(CacheTeardown, RandomCachesLeaveNothing) {
         }
     };
     platform.record_lines(false);
-    for (int round = 0; round < 4; ++round) {
+    for (const auto end : {+[] { rtcache_FreeMem(); }, +[] { rtcache_Destroy(); }, +[] {}}) {
         for (int step = 0; step < 3000; ++step) {
             const uint32_t eid = below(60), key = below(2048), row = below(108);
             if (below(10) == 0) {
                 add_endpoint(eid, below(20));
                 rtcache_UpdateCachedObject(0, below(120), 0, 0);
             }
-            const CacheLock lock;
             fill(cache_PDs[row][key], [&] { return make_disk(below(2) ? 3 : RT_OBJ_BACKPLANE); });
             fill(cache_VDs[row][key % 254], make_virtual_disk);
             fill(cache_AllEIDs[eid], [&] {  // a third of the nodes under several EIDs
                 return below(3) ? make_controller(3 * below(2)) : cache_AllEIDs[below(60)];
             });
-            fill(cache_Extndrs[key % 17], make_extender);
-            fill(cache_Bkplanes[key % 6], make_backplane);
-            fill(cache_CMDsCount[eid], [] { return vexel_alloc(4); });
             if (const uint32_t at = GetIndexFromEID(eid); at != 255) {
                 rtcache_CopyCachedEvent(eid, 0, 1, key, make_event_data("CTL1"));
-                rtcache_SetDelayedCachedEvent(eid, 0, 1, key);
                 fill(cache_Events_PD_ChObj[at].eventData[key],
                      [] { return make_event_data("PDR3"); });
             }
@@ -133,15 +89,7 @@ TEST_F(CacheTeardown, RandomCachesLeaveNothing) {
             rtcache_FreeObjectLevel(below(60), 2 + below(3));
             const Drained drained{below(60)};
         }
-        if (round == 0) {
-            rtcache_FreeMem();
-        } else if (round == 1) {
-            platform.fail(Place::Lock);
-            rtcache_Destroy();
-            platform.no_faults();
-        } else if (round == 2) {
-            rtcache_Destroy();
-        }
+        end();
         ASSERT_EQ(rtcache_Init(), 0u);
     }
 }
@@ -152,7 +100,6 @@ TEST_F(CacheTeardown, ThousandsOfLivesDoNotGrow) {
     rtcache_Init();
     const long blocks = fake::live_blocks();
     for (int life = 0; life < 10000; ++life) {
-        cache_PDs[0][0] = make(RtCacheDiskNode{});
         rtcache_Destroy();
         ASSERT_EQ(rtcache_Init(), 0u);
     }
