@@ -70,6 +70,8 @@ TEST_F(EventLog, WhatCannotBeShownIsSaid) {
     write_file(path, record(1) + "\n{\"seq\":2}\n");
     for (const auto& [arguments, status, complaint] : Rows<const char*, int, const char*>{
              {"log", 1, "events.log:2: this line is no record of an event log"},
+             {"show fans", 2, "fans not in {inventory,"},
+             {"--namespace no/name list", 1, "Invalid argument"},
              {"explain CTL1", 2, "--fqdd is required"},
              {"explain CTL1 --fqdd X --phase dead", 2, "--phase: expected live, inventory, "}}) {
         const ToolResult result = vexinspect(arguments);

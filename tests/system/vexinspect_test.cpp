@@ -51,12 +51,6 @@ TEST_F(Vexinspect, WhatNobodyPublishedIsNotYetInventoried) {
     expect("show controllers drives", {"Controllers\n  not yet inventoried\nDrives (0)"});
 }
 
-TEST_F(Vexinspect, WrongUsageEndsWithStatus2) {
-    EXPECT_EQ(vexinspect("shw").status, 2);
-    EXPECT_EQ(vexinspect("show fans").status, 2);
-    EXPECT_EQ(vexinspect("--namespace no/name list").status, 1);
-}
-
 TEST(LayoutTable, NamesEveryByteOfEveryRegionOnce) {
     for (const vexinspect::Region& region : vexinspect::regions()) {
         std::vector<int> named(region.size, 0);

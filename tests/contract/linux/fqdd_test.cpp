@@ -22,10 +22,8 @@ TEST(LinuxFqdd, NamesEveryFormTheLibraryBuilds) {
               "Disk 11 in Enclosure on Connector 1, Number 0 on Storage Adapter in Slot 6"},
              {"Disk.Direct.0-1:TAVI.Slot.2-1",
               "Direct-Attached Disk 0 on Connector 1 on TAVI Boot Controller in Slot 2"},
-             {"Disk.Direct.1:ROR.Integrated.1-1",
-              "Direct-Attached Disk 1 on Integrated ROR Boot Controller 1"},
-             {"Disk.Virtual.239:RAID.Integrated.1-1",
-              "Virtual Disk 239 on Integrated RAID Controller 1"},
+             {"Disk.Virtual.239:ROR.Integrated.1-1",
+              "Virtual Disk 239 on Integrated ROR Boot Controller 1"},
              {"Battery.Integrated.1:RAID.SL.4-1", "Battery 1 on RAID Controller in SL 4"},
              {"Tape.Bay.2:NonRAID.Integrated.1-1", "Tape Drive 2 on Integrated Storage Adapter 1"},
              {"PCIeSSD.Integrated.65535-2", "Integrated PCIe SSD 65535, Function 2"}}) {

@@ -109,12 +109,11 @@ TEST_F(LinuxIpmi, SendsTheRequestAndTakesTheMatchingAnswer) {
 
 TEST_F(LinuxIpmi, EndsEveryFailureWithACompletionCodeInTime) {
     Peer silent{{}};
-    for (const auto& [what, target, completion] : Rows<const char*, std::string, int>{
-             {"switched off", "none", 0xFF},
-             {"a name that would have to be looked up", "tcp:bmc.example:623", 0xFF},
-             {"no such device", "device:/nonexistent/ipmi0", 0xFF},
-             {"nobody listens", "tcp:127.0.0.1:1", 0xFF},
-             {"silence", silent.endpoint, 0xC3}}) {
+    for (const auto& [what, target, completion] :
+         Rows<const char*, std::string, int>{{"switched off", "none", 0xFF},
+                                             {"no such device", "device:/nonexistent/ipmi0", 0xFF},
+                                             {"nobody listens", "tcp:127.0.0.1:1", 0xFF},
+                                             {"silence", silent.endpoint, 0xC3}}) {
         const auto start = Clock::now();
         EXPECT_EQ(identify(target, "200"), completion);
         EXPECT_EQ(length, 0u);
@@ -124,9 +123,7 @@ TEST_F(LinuxIpmi, EndsEveryFailureWithACompletionCodeInTime) {
 
 TEST_F(LinuxIpmi, RefusesBadArgumentsBeforeAnyExchange) {
     const uint8_t data[256] = {};
-    length = 10;
     EXPECT_EQ(IPMI_DoIPMICmd(0x30, 0xD5, data, 256, response, &length), 0xC7);
-    EXPECT_EQ(IPMI_DoIPMICmd(0x30, 0xD5, nullptr, 1, response, &length), 0xCC);
     EXPECT_EQ(IPMI_DoIPMICmd(0x40, 0xD5, data, 1, response, &length), 0xCC);
 }
 
