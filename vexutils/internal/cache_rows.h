@@ -6,13 +6,14 @@
 #include <cstdint>
 #include <span>
 
+#include "internal/lock_annotations.h"
 #include "rt_cache.h"
 
 namespace vexutils {
 
 // Disk and enclosure slots of an endpoint, by object key; empty if it is not registered. Valid
 // while the caller holds mutexRtCache.
-std::span<RtCacheDiskNode* const> disk_slots(std::uint32_t eid);
+std::span<RtCacheDiskNode* const> disk_slots(std::uint32_t eid) VEX_REQUIRES(mutexRtCache);
 
 }  // namespace vexutils
 

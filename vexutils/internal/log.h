@@ -34,7 +34,7 @@ class ErrnoKeeper {
 // Appends one line to the log file. format ends with the line's newline; texts are neither null nor
 // unconvertible.
 [[gnu::cold, gnu::noinline]] void write_log_line(const char* function, const char* format, ...)
-    __attribute__((format(printf, 2, 3)));
+    __attribute__((format(printf, 2, 3))) VEX_TAKES(logmutex);
 
 // What a log argument is passed as: null texts as "(null)", wide texts with "?" for what no sink
 // could convert.
@@ -77,7 +77,8 @@ inline bool log_file_is_off() {
 #pragma GCC diagnostic ignored "-Wformat-security"
 template <class... Args>
 inline void send_to_sinks(Level level, int module, const char* format, const char* file,
-                          const char* function, unsigned line, const Args&... args) {
+                          const char* function, unsigned line, const Args&... args)
+    VEX_TAKES(logmutex) {
     if (log_file_is_off()) {
         zentprintf(static_cast<int>(level), module, format, file, function, line, vararg(args)...);
         return;
@@ -90,7 +91,8 @@ inline void send_to_sinks(Level level, int module, const char* format, const cha
 // than a call. Its arguments stand as zentprintf's do: with the file off it is a jump there.
 template <class... Args>
 [[gnu::noinline]] void log_line(Level level, int module, const char* format, const char* file,
-                                const char* function, unsigned line, Args... args) {
+                                const char* function, unsigned line, Args... args)
+    VEX_TAKES(logmutex) {
     send_to_sinks(level, module, format, file, function, line, printable(args)...);
 }
 #pragma GCC diagnostic pop

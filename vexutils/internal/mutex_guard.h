@@ -4,22 +4,25 @@
 
 #include <platform/sm.h>
 
+#include "internal/lock_annotations.h"
+
 namespace vexutils {
 
-class [[nodiscard]] MutexGuard {
+class [[nodiscard]] VEX_SCOPED_LOCK MutexGuard {
   public:
-    explicit MutexGuard(SMMutexHandle mutex)
+    explicit MutexGuard(SMMutexHandle mutex) VEX_ACQUIRES(mutex)
         : mutex_(mutex),
           error_(mutex != nullptr ? SMMutexLock(mutex, SM_WAIT_FOREVER) : kNoMutex) {}
-    ~MutexGuard() { unlock(); }
+    ~MutexGuard() VEX_RELEASES() { unlock(); }
     MutexGuard(const MutexGuard&) = delete;
     MutexGuard& operator=(const MutexGuard&) = delete;
 
     explicit operator bool() const { return error_ == 0; }
     int error() const { return error_; }  // what SMMutexLock returned
 
-    // Gives the lock back early; the destructor then does nothing.
-    void unlock() {
+    // Gives the lock back early; the destructor then does nothing. Unchecked: what it does depends
+    // on whether the lock was taken.
+    void unlock() VEX_RELEASES() VEX_UNCHECKED {
         if (error_ == 0) {
             SMMutexUnLock(mutex_);
             error_ = kReleased;

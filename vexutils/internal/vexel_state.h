@@ -3,8 +3,21 @@
 #ifndef VEXUTILS_INTERNAL_VEXEL_STATE_H
 #define VEXUTILS_INTERNAL_VEXEL_STATE_H
 
+#include <pthread.h>
+
 #include <atomic>
 #include <cstdint>
+
+#include "internal/lock_annotations.h"
+#include "vexel.h"
+
+namespace vexutils {
+
+using LogMutex VEX_LOCK = pthread_mutex_t;
+
+}  // namespace vexutils
+
+extern "C" vexutils::LogMutex logmutex;  // under a type that can guard
 
 namespace vexutils {
 
@@ -14,7 +27,7 @@ enum class LogFile : std::uint32_t { NotChecked = 0, Disabled = 1, Enabled = 2 }
 struct LogState {
     std::atomic<LogInit> init{LogInit::None};
     std::atomic<LogFile> file{LogFile::NotChecked};
-    std::uint32_t depth = 0;  // lines in the file; guarded by logmutex
+    std::uint32_t depth VEX_GUARDED_BY(logmutex) = 0;  // lines in the file
 };
 extern constinit LogState log_state;
 

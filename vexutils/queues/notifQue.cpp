@@ -7,6 +7,14 @@
 
 using namespace vexutils;
 
+namespace {
+
+uint32_t& count_of(NotifQueue& queue) VEX_REQUIRES(queue.mutex) {
+    return queue.count;
+}
+
+}  // namespace
+
 int32_t InitEvtQ(NotifQueue** ppQueue) {
     if (ppQueue == nullptr) {
         LOG(Level::Error, "%s", "<-- err null inputs");
@@ -76,9 +84,9 @@ int32_t AddEvt(NotifQueue* pQueue, void* pMsg) {
     }
 
     if (InsertMsgAtQueueTail(pQueue, pMsg) == 0) {
-        ++pQueue->count;
+        ++count_of(*pQueue);
     }
-    const uint32_t count = pQueue->count;
+    const uint32_t count = count_of(*pQueue);
     LOG(Level::Trace, "%s", "Release queue mutex");
     lock.unlock();
     LOG(Level::Trace, "AddEvt successful: MsgCount %d", static_cast<int>(count));
@@ -102,14 +110,14 @@ int32_t removeMsg(NotifQueue* pQueue, void** ppMsg) {
     }
 
     NotifNode* node = nullptr;
-    if (pQueue->count != 0) {
+    if (count_of(*pQueue) != 0) {
         node = RemoveMsgFromQueueHead(pQueue);
-        --pQueue->count;
+        --count_of(*pQueue);
         LOG(Level::Trace, "%s", "removeMsg successful");
     } else {
         LOG(Level::Trace, "%s", "0 msg. removeMsg successful");
     }
-    const uint32_t count = pQueue->count;
+    const uint32_t count = count_of(*pQueue);
     LOG(Level::Trace, "%s", "Release queue mutex");
     lock.unlock();
 

@@ -49,9 +49,13 @@ Owned<EndpointEvent> copy_of(const EndpointEvent& event) {
     return copy;
 }
 
-// The pointer that a new last node is linked to. The caller holds the queue's mutex.
-EndpointEventNode** end_of(EndpointEventQueue& queue) {
-    EndpointEventNode** end = &queue.head;
+EndpointEventNode*& head_of(EndpointEventQueue& queue) VEX_REQUIRES(queue.mutex) {
+    return queue.head;
+}
+
+// The pointer that a new last node is linked to.
+EndpointEventNode** end_of(EndpointEventQueue& queue) VEX_REQUIRES(queue.mutex) {
+    EndpointEventNode** end = &head_of(queue);
     while (*end != nullptr) {
         end = &(*end)->next;
     }
@@ -97,7 +101,8 @@ int32_t rtraid_EventQueue_Destroy(void) {
     return 0;
 }
 
-int32_t rtraid_EventQueue_Put(EndpointEvent* pEvent) {
+// Unchecked: gives the mutex back also when it was not taken.
+int32_t rtraid_EventQueue_Put(EndpointEvent* pEvent) VEX_UNCHECKED {
     if (gpRtraid_EventQueue == nullptr) {
         LOG(Level::Error, "%s", "<-- exit, EVTQ not initialized yet");
         return -1;
@@ -130,7 +135,7 @@ int32_t rtraid_EventQueue_Put(EndpointEvent* pEvent) {
     const bool locked = SMMutexLock(queue.mutex, SM_WAIT_FOREVER) == 0;
     if (locked) {
         EndpointEventNode** end = end_of(queue);
-        if (end == &queue.head) {
+        if (end == &head_of(queue)) {
             LOG(Level::Error, "Head of the node %p", static_cast<void*>(node.get()));
         }
         node->event = event.release();
@@ -166,7 +171,7 @@ EndpointEvent* rtraid_EventQueue_Get(void) {
     }
 
     LOG(Level::Trace, "%s", "get the entry of the queue");
-    const Owned<EndpointEventNode> node{queue.head};
+    const Owned<EndpointEventNode> node{head_of(queue)};
     if (node == nullptr) {
         SMEventReset(queue.event);
         lock.unlock();
@@ -174,8 +179,8 @@ EndpointEvent* rtraid_EventQueue_Get(void) {
         return nullptr;
     }
     LOG(Level::Trace, "%s", "get the entry next of the queue");
-    queue.head = node->next;
-    if (queue.head == nullptr) {
+    head_of(queue) = node->next;
+    if (head_of(queue) == nullptr) {
         LOG(Level::Trace, "%s", "no more events to process");
         SMEventReset(queue.event);
     } else {

@@ -27,7 +27,7 @@ bool allocate_table(Node***& table, std::uint32_t rows, std::uint32_t columns) {
 
 // Captures the limits and makes the per-endpoint arrays; those that could be made stay, also when
 // one could not.
-bool allocate_arrays() {
+bool allocate_arrays() VEX_REQUIRES(mutexRtCache) {
     const std::uint32_t rows = std::min(max_adapters, kMaxRows);
     cache_sizes = {true, rows, std::min(max_physicaldevices, kMaxDisks), max_logicaldevices};
     bool made = allocate(cache_StorageEIDInfo.storageEID, rows);
@@ -41,8 +41,9 @@ bool allocate_arrays() {
     return made;
 }
 
-// Ends what an earlier rtcache_Init left: a cache in use, or arrays without a lock.
-void release_previous() {
+// Ends what an earlier rtcache_Init left: a cache in use, or arrays without a lock. Unchecked: as
+// rtcache_Init.
+void release_previous() VEX_UNCHECKED {
     if (cache_exists()) {
         rtcache_Destroy();
     }
@@ -51,14 +52,15 @@ void release_previous() {
     }
 }
 
-void fill_position(Row row, std::uint32_t eid, std::uint32_t type, std::uint32_t modular_id) {
+void fill_position(Row row, std::uint32_t eid, std::uint32_t type, std::uint32_t modular_id)
+    VEX_REQUIRES(mutexRtCache) {
     cache_StorageEIDInfo.storageEID[index_of(row)] = static_cast<std::uint8_t>(eid);
     cache_StorageEIDInfo.eidInfo[index_of(row)] = {
         {0, 0}, static_cast<std::uint8_t>(type), static_cast<std::uint8_t>(modular_id)};
 }
 
 // Frees a position that holds the EID with this type. Returns whether it did.
-bool clear_position(Row row, std::uint32_t eid, std::uint32_t type) {
+bool clear_position(Row row, std::uint32_t eid, std::uint32_t type) VEX_REQUIRES(mutexRtCache) {
     std::uint8_t& holder = cache_StorageEIDInfo.storageEID[index_of(row)];
     StorageEIDAttr& attributes = cache_StorageEIDInfo.eidInfo[index_of(row)];
     if (holder != eid || attributes.eidType != type) {
@@ -70,7 +72,7 @@ bool clear_position(Row row, std::uint32_t eid, std::uint32_t type) {
 }
 
 // row_limit() if no position is free.
-std::uint32_t first_free_position() {
+std::uint32_t first_free_position() VEX_REQUIRES(mutexRtCache) {
     const auto positions = all_positions();
     const auto found = std::ranges::find(positions, std::uint8_t{RTCACHE_EID_FREE});
     return static_cast<std::uint32_t>(found - positions.begin());
@@ -78,7 +80,8 @@ std::uint32_t first_free_position() {
 
 }  // namespace
 
-uint32_t rtcache_Init(void) {
+// Unchecked: nobody else uses the cache before it exists.
+uint32_t rtcache_Init(void) VEX_UNCHECKED {
     LOG(Level::Trace, "--> ");
     release_previous();
     std::ranges::fill(cache_AllEIDs, nullptr);

@@ -13,7 +13,7 @@ namespace vexutils {
 inline constexpr std::size_t kMaxBitmapBytes = kMaxDisks / 8;
 
 // Bytes of every bitmap that the effective number of disks uses.
-inline std::size_t used_bitmap_bytes() {
+inline std::size_t used_bitmap_bytes() VEX_REQUIRES(mutexRtCache) {
     return (disk_limit() + 7) / 8;
 }
 
@@ -27,7 +27,7 @@ inline void set_disk_bit(std::span<std::uint8_t> bitmap, std::uint32_t disk) {
 // it is made without a formatter, and small enough for a worker thread's stack.
 class BitmapText {
   public:
-    explicit BitmapText(const std::uint8_t* bitmap);
+    explicit BitmapText(const std::uint8_t* bitmap) VEX_REQUIRES(mutexRtCache);
     const char* get() const { return text_; }
 
   private:

@@ -71,7 +71,7 @@ void apply_command(RtControllerStatus& entry, std::uint32_t command) {
 }
 
 void update_status(RtControllerStatus& entry, std::int32_t eid, std::uint32_t command,
-                   std::uint32_t recovery) {
+                   std::uint32_t recovery) VEX_REQUIRES(mutexRtCache) {
     if (command > RTPIL_COMMAND_LAST) {
         LOG_AS(kUpdate, Level::Error, "Unknown status for ctrl:%d", eid);
         return;

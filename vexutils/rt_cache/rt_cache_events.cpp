@@ -23,7 +23,8 @@ namespace {
 constexpr std::size_t kFqddBytes = 256;  // chosen: the longest FQDD takes a third of it
 
 // Fetches a disk's node; a key that no slot can have is looked up nowhere and has none.
-std::uint32_t fetch_disk(std::uint32_t eid, std::uint32_t key, void** node) {
+std::uint32_t fetch_disk(std::uint32_t eid, std::uint32_t key, void** node)
+    VEX_REQUIRES(mutexRtCache) {
     if (key > UINT16_MAX) {
         return RTCACHE_OK;
     }

@@ -21,7 +21,8 @@ namespace {
 constexpr std::uint8_t kNone = 255;  // no slot, bay or PCIe slot
 constexpr std::size_t kSsdFqddBytes = 60;
 
-const RtCacheControllerNode* controller_node(std::uint32_t eid, const char* function) {
+const RtCacheControllerNode* controller_node(std::uint32_t eid, const char* function)
+    VEX_REQUIRES(mutexRtCache) {
     void* object = nullptr;
     if (rtcache_GetCachedObject(RTCACHE_KEY_CONTROLLER, eid, static_cast<std::uint16_t>(eid),
                                 &object) != RTCACHE_OK) {
@@ -33,7 +34,8 @@ const RtCacheControllerNode* controller_node(std::uint32_t eid, const char* func
 }
 
 // Node of an enclosure or backplane that has a record; null if the slot holds none.
-const RtCacheDiskNode* enclosure_node(std::uint32_t eid, std::uint32_t key, const char* function) {
+const RtCacheDiskNode* enclosure_node(std::uint32_t eid, std::uint32_t key, const char* function)
+    VEX_REQUIRES(mutexRtCache) {
     void* object = nullptr;
     if (key <= UINT16_MAX) {
         rtcache_GetCachedObject(RTCACHE_KEY_DISK, eid, static_cast<std::uint16_t>(key), &object);
@@ -116,7 +118,7 @@ PrintableWide fqdd_of(const StorageObjectRecord* record) {
     return PrintableWide{record != nullptr ? record->hdr.FQDD : nullptr};
 }
 
-void dump_controllers(int file) {
+void dump_controllers(int file) VEX_REQUIRES(mutexRtCache) {
     dump_heading(file, "Controllers");
     for (int eid = 0; eid < RTCACHE_EID_SLOTS; ++eid) {
         if (const auto* node = cache_AllEIDs[eid]; node != nullptr) {
@@ -132,7 +134,7 @@ bool is_disk_or_enclosure(const RtCacheDiskNode* node) {
             node->objType == RT_OBJ_BACKPLANE);
 }
 
-void dump_row(int file, std::uint32_t row) {
+void dump_row(int file, std::uint32_t row) VEX_REQUIRES(mutexRtCache) {
     dump_heading(file, "PDs");
     for (std::uint32_t key = 0; key < disk_limit(); ++key) {
         if (const auto* node = cache_PDs[row][key]; is_disk_or_enclosure(node)) {

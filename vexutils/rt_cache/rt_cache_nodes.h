@@ -3,6 +3,7 @@
 #ifndef VEXUTILS_RT_CACHE_RT_CACHE_NODES_H
 #define VEXUTILS_RT_CACHE_RT_CACHE_NODES_H
 
+#include "internal/lock_annotations.h"
 #include "rt_cache.h"
 #include "vexel.h"
 
@@ -16,7 +17,7 @@ void release(T*& block) {
 }
 
 // A controller node, and every slot that holds it: one node can be stored under several EIDs.
-void free_controller(RtCacheControllerNode* node);
+void free_controller(RtCacheControllerNode* node) VEX_REQUIRES(mutexRtCache);
 
 // What a PCIe SSD's controller node has no use for.
 void free_battery_and_driver(RtCacheControllerNode& node);

@@ -9,7 +9,7 @@ using namespace vexutils;
 namespace {
 
 // Writes the object's first byte as the EID of a position, which then counts as used.
-void store_position(std::uint32_t position, const void* object) {
+void store_position(std::uint32_t position, const void* object) VEX_REQUIRES(mutexRtCache) {
     cache_StorageEIDInfo.storageEID[position] = *static_cast<const std::uint8_t*>(object);
     cache_StorageEIDInfo.eidCount = std::max(cache_StorageEIDInfo.eidCount, position + 1);
 }

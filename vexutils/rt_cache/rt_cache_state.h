@@ -11,6 +11,7 @@
 #include <optional>
 #include <span>
 
+#include "internal/lock_annotations.h"
 #include "rt_cache.h"
 
 namespace vexutils {
@@ -34,7 +35,7 @@ struct CacheSizes {
     std::uint32_t disks = 0;
     std::uint32_t virtual_disks = 0;
 };
-extern constinit CacheSizes cache_sizes;
+extern constinit CacheSizes cache_sizes VEX_GUARDED_BY(mutexRtCache);
 
 // Between a successful rtcache_Init and rtcache_Destroy.
 inline bool cache_exists() {
@@ -42,21 +43,21 @@ inline bool cache_exists() {
 }
 
 // Effective bounds: what the limits say now, within the arrays. There are no rows without a cache.
-inline std::uint32_t row_limit() {
+inline std::uint32_t row_limit() VEX_REQUIRES(mutexRtCache) {
     return cache_exists() ? std::min(max_adapters, cache_sizes.rows) : 0;
 }
-inline std::uint32_t disk_limit() {
+inline std::uint32_t disk_limit() VEX_REQUIRES(mutexRtCache) {
     return std::min(max_physicaldevices, cache_sizes.disks);
 }
-inline std::uint32_t virtual_disk_limit() {
+inline std::uint32_t virtual_disk_limit() VEX_REQUIRES(mutexRtCache) {
     return std::min(max_logicaldevices, cache_sizes.virtual_disks);
 }
 
 // All positions of the endpoint table, and those that the count says are in use.
-inline std::span<std::uint8_t> all_positions() {
+inline std::span<std::uint8_t> all_positions() VEX_REQUIRES(mutexRtCache) {
     return {cache_StorageEIDInfo.storageEID, row_limit()};
 }
-inline std::span<std::uint8_t> used_positions() {
+inline std::span<std::uint8_t> used_positions() VEX_REQUIRES(mutexRtCache) {
     return all_positions().first(std::min(cache_StorageEIDInfo.eidCount, row_limit()));
 }
 
@@ -75,12 +76,12 @@ inline std::optional<Row> find_eid(std::span<const std::uint8_t> positions, std:
 }
 
 // An endpoint's row, searched in all positions, whatever the count.
-inline std::optional<Row> row_of(std::uint32_t eid) {
+inline std::optional<Row> row_of(std::uint32_t eid) VEX_REQUIRES(mutexRtCache) {
     return find_eid(all_positions(), eid);
 }
 
 // An endpoint's attributes, searched in the used positions; null if there are none.
-inline StorageEIDAttr* attributes_of(std::uint32_t eid) {
+inline StorageEIDAttr* attributes_of(std::uint32_t eid) VEX_REQUIRES(mutexRtCache) {
     const auto row = find_eid(used_positions(), eid);
     return row ? &cache_StorageEIDInfo.eidInfo[index_of(*row)] : nullptr;
 }

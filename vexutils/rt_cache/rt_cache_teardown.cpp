@@ -19,15 +19,15 @@ std::span<Node*> slots_of(Node*** table, Row row, std::uint32_t columns) {
     return table != nullptr ? std::span{table[index_of(row)], columns} : std::span<Node*>{};
 }
 
-std::span<RtCacheDiskNode*> disks_of(Row row) {
+std::span<RtCacheDiskNode*> disks_of(Row row) VEX_REQUIRES(mutexRtCache) {
     return slots_of(cache_PDs, row, cache_sizes.disks);
 }
-std::span<RtCacheVirtualDiskNode*> virtual_disks_of(Row row) {
+std::span<RtCacheVirtualDiskNode*> virtual_disks_of(Row row) VEX_REQUIRES(mutexRtCache) {
     return slots_of(cache_VDs, row, cache_sizes.virtual_disks);
 }
 
 // The EID at a position, also one beyond today's limits.
-unsigned eid_at(Row row) {
+unsigned eid_at(Row row) VEX_REQUIRES(mutexRtCache) {
     const std::uint8_t* positions = cache_StorageEIDInfo.storageEID;
     return positions != nullptr ? positions[index_of(row)] : unsigned{RTCACHE_EID_FREE};
 }
@@ -38,7 +38,7 @@ bool is_pciessd(const StorageEIDAttr* attributes) {
 }
 
 // The event data of all endpoints that were never drained.
-void free_all_event_data() {
+void free_all_event_data() VEX_REQUIRES(mutexRtCache) {
     for (std::uint32_t row = 0; row < cache_sizes.rows; ++row) {
         if (cache_Events != nullptr) {
             free_held_data(cache_Events[row]);
@@ -59,7 +59,7 @@ void free_nodes(Slots slots, void (*free_node)(typename Slots::reference)) {
     }
 }
 
-void free_remaining_controllers() {
+void free_remaining_controllers() VEX_REQUIRES(mutexRtCache) {
     for (RtCacheControllerNode* node : cache_AllEIDs) {
         if (node != nullptr) {
             free_controller(node);
@@ -68,12 +68,12 @@ void free_remaining_controllers() {
 }
 
 template <class Node>
-void release_table(Node***& table) {
+void release_table(Node***& table) VEX_REQUIRES(mutexRtCache) {
     vexel_free_2darray(reinterpret_cast<void**>(table), cache_sizes.rows);
     table = nullptr;
 }
 
-void release_arrays() {
+void release_arrays() VEX_REQUIRES(mutexRtCache) {
     release_table(cache_PDs);
     release_table(cache_VDs);
     release(cache_Events);
@@ -87,11 +87,16 @@ void release_arrays() {
     cache_sizes = {};
 }
 
+// Whether there are arrays without a lock, left by a failed start or a refused end. Unchecked: they
+// are in nobody's use.
+bool arrays_are_abandoned() VEX_UNCHECKED {
+    return !cache_exists() && cache_sizes.allocated;
+}
+
 }  // namespace
 
 void rtcache_FreeMem(void) {
-    // Arrays without a lock, left by a failed start or a refused end, are in nobody's use.
-    const bool abandoned = !cache_exists() && cache_sizes.allocated;
+    const bool abandoned = arrays_are_abandoned();
     const MutexGuard lock{mutexRtCache};
     if (!lock && !abandoned) {
         LOG(Level::Fatal, "%s%s", "<-- err mutex fail", __func__);
@@ -195,7 +200,8 @@ uint32_t rtcache_FreeObjectLevel(uint32_t eid, uint32_t level) {
     return RTCACHE_OK;
 }
 
-uint32_t rtcache_Destroy(void) {
+// Unchecked: the last one to use the cache.
+uint32_t rtcache_Destroy(void) VEX_UNCHECKED {
     LOG(Level::Trace, "--> ");
     rtcache_FreeMem();
     cache_StorageEIDInfo.eidCount = 0;

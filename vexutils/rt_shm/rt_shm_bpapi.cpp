@@ -98,14 +98,18 @@ void record_reported_drive(const BpApiDrive& drive, unsigned index) {
     store(latest_drive_states[index], drive.state);
 }
 
-// The caller holds rtsync_mutex.
-bool request_inventory() {
+bool request_inventory() VEX_REQUIRES(rtsync_mutex) {
     RTSyncGlobalStatus status{};
     if (RTSync_GetGlobalStatus(&status) != 0) {
         return false;
     }
     status.flags |= RTSYNC_FLAG_BPAPI_HBA | RTSYNC_FLAG_KRON | RTSYNC_FLAG_PCIESSD;
     return RTSync_SetGlobalStatus(status) == 0;
+}
+
+// Kept: releases a lock that was not taken, which is refused. Unchecked for that reason.
+void release_untaken_status() VEX_UNCHECKED {
+    RTSync_UnLockGlobalStatus();
 }
 
 }  // namespace
@@ -344,7 +348,7 @@ void NVMeHotPlugCallback(const BpApiInfo* info) {
         std::memcpy(copy, info, sizeof(*copy));
     }
     if (RTSync_LockGlobalStatus() != 0) {
-        RTSync_UnLockGlobalStatus();  // Kept: releases what it did not get, which is refused.
+        release_untaken_status();
         LOG(Level::Error, " GlobalStatus failed!!");
     } else {
         if (request_inventory()) {

@@ -51,8 +51,8 @@ void hand_over_to_cache(Blocks&... blocks) {
     (static_cast<void>(blocks.release()), ...);
 }
 
-// The caller holds mutexRtCache. Null if there is no such extender.
-const ExtenderCardInfo* cached_extender(uint32_t slot) {
+// Null if there is no such extender.
+const ExtenderCardInfo* cached_extender(uint32_t slot) VEX_REQUIRES(mutexRtCache) {
     void* card = nullptr;
     const auto key = static_cast<uint16_t>(std::min<uint32_t>(slot, UINT16_MAX));
     return rtcache_GetCachedObject(RTCACHE_KEY_EXTENDER, kNoEndpoint, key, &card) == 0

@@ -33,7 +33,7 @@ constexpr std::uint8_t kInventoryComplete = 1;
 // Runs with drives but without a tape drive until "no tape drive" is the answer: a tape drive may
 // come up long after the disks.
 constexpr std::uint16_t kTapeWaitRuns = 121;
-constinit std::uint16_t tape_wait_count = 0;
+constinit std::uint16_t tape_wait_count VEX_GUARDED_BY(mutexRtCache) = 0;
 
 // PCI device ids of controllers of the first KRON type that have no battery. Sorted.
 constexpr std::array<std::uint16_t, 17> kNoBattery{0x1F3C, 0x1F3D, 0x1F44, 0x1F45, 0x1F46, 0x1F4B,
@@ -160,7 +160,8 @@ bool is_hba_inventoried(UpdateRun& run, std::uint8_t eid) {
 }
 
 // The controller behind an endpoint id, if it is to be published.
-std::optional<UpdateController> find_controller(UpdateRun& run, std::uint8_t eid) {
+std::optional<UpdateController> find_controller(UpdateRun& run, std::uint8_t eid)
+    VEX_REQUIRES(mutexRtCache) {
     StorageEIDAttr attributes{};
     if (rtcache_GetStorageEIDStatusNoLock(eid, &attributes) != 0) {
         return std::nullopt;
@@ -253,7 +254,8 @@ void describe_hba(UpdateRun& run, const UpdateController& controller, int n) {
 }
 
 // Fills entry n of the controller section; temperatures that nobody sets stay absent.
-void describe_controller(UpdateRun& run, const UpdateController& controller, int n) {
+void describe_controller(UpdateRun& run, const UpdateController& controller, int n)
+    VEX_REQUIRES(mutexRtCache) {
     sCEMKronInventory& section = run.image.controllers;
     if (controller.is_kron()) {
         describe_kron(run, controller, n);
@@ -292,7 +294,8 @@ void enter_battery(StorageInventoryRegion& image, const UpdateController& contro
     section.count = entry + 1;
 }
 
-void enter_controller(UpdateRun& run, const UpdateController& controller) {
+void enter_controller(UpdateRun& run, const UpdateController& controller)
+    VEX_REQUIRES(mutexRtCache) {
     const int n = run.image.controllers.count;
     describe_controller(run, controller, n);
     run.image.controllers.count = n + 1;
@@ -321,7 +324,7 @@ void conclude_inventory(UpdateRun& run, std::uint32_t kron_total) {
 }
 
 // Without an answer the tape section is published as 0 and the last answer stays.
-void conclude_tape(UpdateRun& run) {
+void conclude_tape(UpdateRun& run) VEX_REQUIRES(mutexRtCache) {
     if (run.image.drives.count == 0) {
         return;
     }
@@ -361,7 +364,7 @@ void write_images(const StorageInventoryRegion& image) {
 // without memory: the one large frame of the library, gone before the dump needs stack of its own.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wframe-larger-than="
-[[gnu::noinline]] void publish_inventory(std::uint32_t kron_total) {
+[[gnu::noinline]] void publish_inventory(std::uint32_t kron_total) VEX_REQUIRES(mutexRtCache) {
     UpdateRun run{};
     run.tape = TAPE_ABSENT;
     read_polling_flags(run);

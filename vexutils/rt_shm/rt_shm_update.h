@@ -7,6 +7,7 @@
 
 #include <cstdint>
 
+#include "internal/lock_annotations.h"
 #include "rt_cache.h"
 #include "rt_shm.h"
 
@@ -39,7 +40,7 @@ struct UpdateController {
 bool drive_polling_disabled(const UpdateRun& run, const UpdateController& controller);
 
 // Adds the drives behind a controller to the image, as far as they fit.
-void enter_drives(UpdateRun& run, const UpdateController& controller);
+void enter_drives(UpdateRun& run, const UpdateController& controller) VEX_REQUIRES(mutexRtCache);
 
 }  // namespace vexutils
 

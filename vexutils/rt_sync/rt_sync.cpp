@@ -51,7 +51,8 @@ int start_detached(void* (*start_routine)(void*), void* arg) {
 
 using namespace vexutils;
 
-uint32_t RTSync_Init(void) {
+// Unchecked: nobody else uses the record before this has returned.
+uint32_t RTSync_Init(void) VEX_UNCHECKED {
     rtsync_mutex = SMMutexCreate(nullptr);
     if (rtsync_mutex == nullptr) {
         LOG(Level::Fatal, "<-- %s failed to create mutex", __func__);

@@ -14,7 +14,7 @@
 
 const char* pRTLogPath = "/var/log/vexel.log";
 const char* pRTBakLogPath = "/var/log/vexel.log.bak";
-pthread_mutex_t logmutex = PTHREAD_MUTEX_INITIALIZER;
+vexutils::LogMutex logmutex = PTHREAD_MUTEX_INITIALIZER;
 const uint32_t MAX_LOG_ENTRY_SIZE = 511;
 const char* pMUtexName = "VEXEL";
 
@@ -28,7 +28,7 @@ constexpr int kMaxFileLines = 1000;  // bounds the file on the controller's smal
 constexpr int kDumpBytesPerLine = 16;
 constexpr mode_t kLogFileMode = 0644;
 
-pthread_mutexattr_t log_mutex_attributes;
+pthread_mutexattr_t log_mutex_attributes;  // of rt_log_init, which runs alone
 
 // A thread cancelled while it holds logmutex would silence the log for good, so it cannot be.
 class CancellationOff {
@@ -42,10 +42,10 @@ class CancellationOff {
     int before_ = 0;
 };
 
-class LogMutexGuard {
+class VEX_SCOPED_LOCK LogMutexGuard {
   public:
-    LogMutexGuard() : locked_(pthread_mutex_lock(&logmutex) == 0) {}
-    ~LogMutexGuard() {
+    LogMutexGuard() VEX_ACQUIRES(logmutex) : locked_(pthread_mutex_lock(&logmutex) == 0) {}
+    ~LogMutexGuard() VEX_RELEASES() {
         if (locked_) {
             pthread_mutex_unlock(&logmutex);
         }
@@ -77,7 +77,7 @@ class LogFileHandle {
         }
     }
 
-    void write_all(std::string_view text) const {
+    void write_all(std::string_view text) const VEX_REQUIRES(logmutex) {
         while (!text.empty()) {
             const ssize_t written = write(descriptor_, text.data(), text.size());
             if (written > 0) {
@@ -92,11 +92,11 @@ class LogFileHandle {
     int descriptor_;
 };
 
-// Local time of the last line, broken down once a second. Guarded by logmutex.
-std::time_t broken_down_second = -1;
-std::tm broken_down;
+// Local time of the last line, broken down once a second.
+std::time_t broken_down_second VEX_GUARDED_BY(logmutex) = -1;
+std::tm broken_down VEX_GUARDED_BY(logmutex);
 
-const std::tm& local_time_now() {
+const std::tm& local_time_now() VEX_REQUIRES(logmutex) {
     const std::time_t now = std::time(nullptr);
     if (now != broken_down_second) {
         localtime_r(&now, &broken_down);
@@ -133,8 +133,8 @@ class LogLine {
         va_end(again);
     }
 
-    // Completes the prefix. The caller holds logmutex, which guards the time.
-    std::string_view finish() {
+    // Completes the prefix.
+    std::string_view finish() VEX_REQUIRES(logmutex) {
         const auto thread = static_cast<unsigned>(pthread_self());
         char* out = line_ + std::snprintf(line_, kFixedPrefix, "(T:%08X) ", thread);
         const std::tm& now = local_time_now();
