@@ -22,8 +22,7 @@ class Vexsim : public ToolTest {
 // Where the address sanitizer is built in, memory that the shutdown leaves behind is a failure too.
 TEST_F(Vexsim, PlaysTheShippedScenarioAndCleansUp) {
     const ToolResult result = vexsim("");
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.errors, "");
+    EXPECT_EQ(result.status, 0) << result.errors;
     size_t at = 0;
     for (const char* line :
          {"  0.000  poll 1: 5 controllers, 41 drives, 2 batteries, tape present, inventory ",

@@ -95,7 +95,7 @@ TEST_F(CacheEvents, AreNeitherLostNorDoubledAcrossPurgesAndDrains) {
         });
     }
     for (unsigned writer = 0; writer < kWriters; ++writer) {
-        writers.emplace_back(write, writer);
+        writers.emplace_back([writer] { write(writer); });
     }
     writers.clear();
     stop = true;
