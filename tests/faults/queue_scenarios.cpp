@@ -19,56 +19,46 @@ int64_t put(uint32_t type) {
 }  // namespace
 
 Scenarios queue_scenarios() {
-    return {
-        {"queue",
-         {0, {0, -1}},
-         [] {
-             NotifQueue* made = nullptr;
-             const int32_t result = InitEvtQ(&made);
-             if (made != nullptr) {
-                 SMMutexDestroy(made->mutex);
-             }
-             vexel_free(made);
-             return result;
-         }},
-        {"message",
-         {0, {0, 1, 10, 11}},
-         [] {
-             void* message = nullptr;
-             const int32_t added = AddEvt(queue, queue);
-             const int32_t removed = removeMsg(queue, &message);
-             return added * 10 + removed;
-         }},
-        {"nodes",
-         {0, {-1}},
-         [] {
-             const int32_t result = InsertMsgAtQueueTail(queue, queue);
-             vexel_free(RemoveMsgFromQueueHead(queue));
-             return result;
-         }},
-        {"event queue",
-         {0, {-1}},
-         [] {
-             rtraid_EventQueue_Destroy();
-             return rtraid_EventQueue_Init();
-         }},
-        {"event", {0, {0, -1}}, [] { return put(RTRAID_CALLBACK_POWERON); }},
-        {"table event", {0, {0, -1}}, [] { return put(RTRAID_CALLBACK_ENDPOINT_TABLE); }},
-        {"taken event",
-         {1, {1, 0}},
-         [] {
-             rtraid_EventQueue_SetStatus(RTRAID_EVTQ_READY);
-             if (gpRtraid_EventQueue->head == nullptr) {
-                 put(RTRAID_CALLBACK_POWERON);
-             }
-             EndpointEvent* event = nullptr;
-             if (gpRtraid_EventQueue->head != nullptr && rtraid_EventQueue_GetStatus() == 1) {
-                 event = rtraid_EventQueue_Get();
-             }
-             vexel_free(event);
-             return event != nullptr;
-         }},
-    };
+    Scenarios all;
+    all.add("queue", {0, {0, -1}}, [] {
+        NotifQueue* made = nullptr;
+        const int32_t result = InitEvtQ(&made);
+        if (made != nullptr) {
+            SMMutexDestroy(made->mutex);
+        }
+        vexel_free(made);
+        return result;
+    });
+    all.add("message", {0, {0, 1, 10, 11}}, [] {
+        void* message = nullptr;
+        const int32_t added = AddEvt(queue, queue);
+        const int32_t removed = removeMsg(queue, &message);
+        return added * 10 + removed;
+    });
+    all.add("nodes", {0, {-1}}, [] {
+        const int32_t result = InsertMsgAtQueueTail(queue, queue);
+        vexel_free(RemoveMsgFromQueueHead(queue));
+        return result;
+    });
+    all.add("event queue", {0, {-1}}, [] {
+        rtraid_EventQueue_Destroy();
+        return rtraid_EventQueue_Init();
+    });
+    all.add("event", {0, {0, -1}}, [] { return put(RTRAID_CALLBACK_POWERON); });
+    all.add("table event", {0, {0, -1}}, [] { return put(RTRAID_CALLBACK_ENDPOINT_TABLE); });
+    all.add("taken event", {1, {1, 0}}, [] {
+        rtraid_EventQueue_SetStatus(RTRAID_EVTQ_READY);
+        if (gpRtraid_EventQueue->head == nullptr) {
+            put(RTRAID_CALLBACK_POWERON);
+        }
+        EndpointEvent* event = nullptr;
+        if (gpRtraid_EventQueue->head != nullptr && rtraid_EventQueue_GetStatus() == 1) {
+            event = rtraid_EventQueue_Get();
+        }
+        vexel_free(event);
+        return event != nullptr;
+    });
+    return all;
 }
 
 }  // namespace faults

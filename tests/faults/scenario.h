@@ -37,7 +37,13 @@ int64_t read(uint32_t (*get)(uint8_t*, Parameters...),
     return get(bytes, arguments...);
 }
 
-using Scenarios = std::vector<Scenario>;
+struct Scenarios : std::vector<Scenario> {
+    template <class Call>
+    void add(const char* what, Promise promise, Call call) {
+        emplace_back(what, std::move(promise), call);
+    }
+};
+
 Scenarios vexel_scenarios();
 Scenarios sync_scenarios();
 Scenarios queue_scenarios();
