@@ -25,91 +25,55 @@ constexpr Device kDevices[] = {{"first drive", 7, 0, 0, 4, 27044, 60},
 class PcieSsdFru : public PlatformTest {
   protected:
     Bytes& region = platform.region(26);
-
-    // Checks the result against whether there is a place, and the whole region against expected.
-    void expect_done(uint32_t result, int place, const Bytes& expected) {
-        EXPECT_EQ(result, place >= 0 ? 0u : 2u);
-        EXPECT_EQ(region, expected);
-        EXPECT_EQ(platform.messages(2).empty(), place >= 0);
-    }
 };
 
-TEST_F(PcieSsdFru, EachDeviceHasARecordOfItsOwn) {
+TEST_F(PcieSsdFru, EachDeviceHasARecordAndATextOfItsOwn) {
     const Bytes fru(200, 0xF7);
-    for (const Device& device : kDevices) {
-        SCOPED_TRACE(device.what);
+    for (const auto& [what, type, kind, index, record, fqdd, fqdd_bytes] : kDevices) {
+        SCOPED_TRACE(what);
         std::ranges::fill(region, 0xEE);
-        platform.clear_lines();
-        platform.clear_writes();
         Bytes expected = region;
-        const auto result = RTSHM_StoreFRU(device.type, device.kind, device.index, 0xB1, 0x5A,
-                                           fru.data(), static_cast<uint32_t>(fru.size()));
-        if (device.record >= 0) {
-            const auto record = expected.begin() + device.record;
-            const bool card = device.type == 11;
-            record[1] = card ? device.kind : 0xB1;
-            record[2] = card ? device.index : 0x5A;
-            record[3] = 1;
-            record[6] = card ? 1 : 0xEE;
-            std::fill_n(std::fill_n(record + 8, 200, uint8_t{0xF7}), 312, uint8_t{0});
+        const uint32_t result = record < 0 ? 2 : 0;
+        EXPECT_EQ(RTSHM_StoreFRU(type, kind, index, 0xB1, 0x5A, fru.data(), 200), result);
+        EXPECT_EQ(RTSHM_StoreFRUTemp(type, kind, index, 41), result);
+        if (record >= 0) {
+            const Bytes start = type == 11 ? Bytes{41, kind, index, 1, 0xEE, 0xEE, 1, 0xEE}
+                                           : Bytes{41, 0xB1, 0x5A, 1, 0xEE, 0xEE, 0xEE, 0xEE};
+            const auto image = std::ranges::copy(start, expected.begin() + record).out;
+            std::fill_n(std::fill_n(image, 200, uint8_t{0xF7}), 312, uint8_t{0});
             expected[0] = 1;
-            std::vector<int> order;
-            for (const auto& write : platform.writes()) {
-                order.push_back(write.offset == 0 ? 0 : write.offset - device.record);
-            }
-            EXPECT_EQ(order, card ? (std::vector{8, 1, 2, 6, 3, 0}) : (std::vector{8, 1, 2, 3, 0}));
         }
-        expect_done(result, device.record, expected);
+        EXPECT_EQ(region, expected);
+
+        EXPECT_EQ(RTSHM_ClearFRU(type, kind, index), result);
+        EXPECT_EQ(RTSHM_ClearFqdd(type, kind, index), fqdd < 0 ? 2u : 0u);
+        std::fill_n(expected.begin() + std::max(record, 0), record < 0 ? 0 : 520, uint8_t{0xFF});
+        std::fill_n(expected.begin() + std::max(fqdd, 0), fqdd_bytes, uint8_t{0xFF});
+        EXPECT_EQ(region, expected);
     }
 }
 
-TEST_F(PcieSsdFru, TemperatureRecordAndTextAreWrittenAndCleared) {
-    for (const Device& device : kDevices) {
-        SCOPED_TRACE(device.what);
-        std::ranges::fill(region, 0xEE);
-        platform.clear_lines();
-        Bytes expected = region;
-        const auto fill = [&](int first, int count, uint8_t value) {
-            std::fill_n(expected.begin() + std::max(first, 0), first < 0 ? 0 : count, value);
-        };
-        fill(device.record, 1, 41);
-        expect_done(RTSHM_StoreFRUTemp(device.type, device.kind, device.index, 41), device.record,
-                    expected);
-        fill(device.record, 520, 0xFF);
-        fill(device.record < 0 ? -1 : 0, 1, 1);
-        expect_done(RTSHM_ClearFRU(device.type, device.kind, device.index), device.record,
-                    expected);
-        platform.clear_lines();
-        fill(device.fqdd, device.fqdd_bytes, 0xFF);
-        expect_done(RTSHM_ClearFqdd(device.type, device.kind, device.index), device.fqdd, expected);
+TEST_F(PcieSsdFru, TheImageIsWrittenFirstAndThePresenceLast) {
+    const Bytes fru(256, 7);
+    EXPECT_EQ(RTSHM_StoreFRU(11, 0, 0, 0, 0, fru.data(), 256), 0u);
+    std::vector<int> order;
+    for (const fake::ShmWrite& write : platform.writes()) {
+        order.push_back(write.offset);
     }
-}
-
-TEST_F(PcieSsdFru, SizeCodeTellsSmallImages) {
-    const Bytes fru(512, 7);
-    const Rows<uint32_t, uint32_t, uint8_t> rows{{1, 0, 1},     {255, 0, 1}, {256, 0, 0},
-                                                 {257, 0, 1},   {512, 0, 1}, {0, 2, 0xEE},
-                                                 {513, 2, 0xEE}};
-    for (const auto& [size, row_result, code] : rows) {
-        region[18724 + 6] = 0xEE;
-        EXPECT_EQ(RTSHM_StoreFRU(11, 1, 0, 0, 0, fru.data(), size), row_result);
-        EXPECT_EQ(region[18724 + 6], code);
-    }
-    EXPECT_EQ(RTSHM_StoreFRU(11, 1, 0, 0, 0, nullptr, 10), 2u);
+    EXPECT_EQ(order, (std::vector{18732, 18725, 18726, 18730, 18727, 0}));
+    EXPECT_EQ(region[18730], 0) << "the size code of 256 bytes; others have 1";
+    EXPECT_EQ(RTSHM_StoreFRU(11, 0, 0, 0, 0, fru.data(), 513), 2u);
+    EXPECT_EQ(RTSHM_StoreFRU(11, 0, 0, 0, 0, fru.data(), 0), 2u);
+    EXPECT_EQ(RTSHM_StoreFRU(11, 0, 0, 0, 0, nullptr, 10), 2u);
 }
 
 TEST_F(PcieSsdFru, FqddOfADriveIsCutAndZeroFilled) {
-    for (const size_t length : {0u, 12u, 59u, 60u, 300u}) {
-        SCOPED_TRACE(length);
-        std::ranges::fill(region, 0xEE);
-        platform.clear_writes();
-        Bytes expected = region;
-        std::fill_n(expected.begin() + 29144, 60, uint8_t{0});
-        std::fill_n(expected.begin() + 29144, std::min<size_t>(length, 59), uint8_t{'D'});
-        const std::string fqdd(length, 'D');
-        expect_done(RTSHM_Add_NVMeSSD_FQDD_toSHM(35, fqdd.c_str()), 0, expected);
-        EXPECT_EQ(platform.writes().size(), 1u);
-    }
+    std::ranges::fill(region, 0xEE);
+    Bytes expected = region;
+    std::fill_n(expected.begin() + 29144, 59, uint8_t{'D'});
+    expected[29144 + 59] = 0;
+    EXPECT_EQ(RTSHM_Add_NVMeSSD_FQDD_toSHM(35, std::string(300, 'D').c_str()), 0u);
+    EXPECT_EQ(region, expected);
     EXPECT_EQ(RTSHM_Add_NVMeSSD_FQDD_toSHM(36, "D"), 2u);
     EXPECT_EQ(RTSHM_Add_NVMeSSD_FQDD_toSHM(0, nullptr), 2u);
 }
