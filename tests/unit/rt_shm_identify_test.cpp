@@ -34,7 +34,7 @@ TEST_F(Identify, EachWritesItsRecordAndOnlyAFailedStatusLeavesASession) {
               {2, 7, 44, 1}},
              {"<--NVMeSSDDriveStatus update Done!! u16DriveStatus:5",
               true,
-              [] { return updateNVMeSSDDriveStatusToBP(5, 7, 20); },
+              [] { return updateNVMeSSDDriveStatusToBP(5, 9, 20); },
               {2, 7, 5, 0}}}) {
         EXPECT_EQ(call(), 0u);
         EXPECT_EQ(written(), record);
@@ -46,16 +46,11 @@ TEST_F(Identify, EachWritesItsRecordAndOnlyAFailedStatusLeavesASession) {
     }
     EXPECT_EQ(UnBlinkAllNVMeSSDS(9, 2, 7, 0xFFFF), 0u);
     EXPECT_EQ(written(), Bytes{}) << "no state";
-    platform.sessions.erase(std::prev(platform.sessions.end()));  // the one that was left
-}
-
-TEST_F(Identify, AStatusGoesByTheCallersSlotInTheTableAndTheFoundOneOnTheBackplane) {
-    sNVMeSSDBPInfo.slots[107].i2cEid = 20;
-    EXPECT_EQ(updateNVMeSSDDriveStatusToBP(5, 9, 20), 0u);
     EXPECT_EQ(updateNVMeSSDDriveStatusToBP(6, 9, 21), 0u);
-    EXPECT_EQ(written(), (Bytes{2, 7, 5, 0, 255, 255, 6, 0})) << "an add-in card has no position";
-    EXPECT_EQ(sNVMeSSDBPInfo.slots[109].driveState, 5);
-    EXPECT_EQ(sNVMeSSDBPInfo.slots[107].driveState, 0);
+    EXPECT_EQ(written(), (Bytes{255, 255, 6, 0})) << "an add-in card has no position";
+    EXPECT_EQ(sNVMeSSDBPInfo.slots[109].driveState, 5) << "a status goes by the caller's slot,";
+    EXPECT_EQ(sNVMeSSDBPInfo.slots[107].driveState, 0) << "on the backplane by the found one";
+    platform.sessions.erase(std::prev(platform.sessions.end()));  // the one that was left
 }
 
 }  // namespace
