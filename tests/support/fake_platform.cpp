@@ -129,15 +129,6 @@ int Platform::count_logged(int level, const std::string& message) const {
     return static_cast<int>(std::ranges::count(messages(level), message));
 }
 
-void Platform::backplane_changed(const BpApiInfo* info) {
-    const auto open = sessions;  // callbacks may close theirs
-    for (const auto& [handle, callback] : open) {
-        if (callback != nullptr) {
-            callback(info);
-        }
-    }
-}
-
 void Platform::add_drive(uint8_t index, const BpApiDrive& drive) {
     std::memcpy(&snapshot.drives[BPAPI_DRIVE_STRIDE * index], &drive, sizeof(drive));
 }
@@ -181,7 +172,7 @@ struct SMMutexObject {
 };
 
 SMMutexHandle SMMutexCreate(const char*) {
-    if (platform().hit(Place::MutexCreate)) {
+    if (platform().hit(Place::Call)) {
         return nullptr;
     }
     ++platform().live_mutexes;
@@ -231,7 +222,7 @@ struct SMEventObject {
 };
 
 SMEventHandle SMEventCreate(const char*, int manualReset) {
-    if (platform().hit(Place::EventCreate)) {
+    if (platform().hit(Place::Call)) {
         return nullptr;
     }
     ++platform().live_events;
@@ -257,7 +248,7 @@ int SMEventReset(SMEventHandle event) {
 }
 
 int SMEventWait(SMEventHandle event, int timeoutMs) {
-    if (event == nullptr || platform().hit(Place::EventWait)) {
+    if (event == nullptr || platform().hit(Place::Call)) {
         return 1;
     }
     const milliseconds limit{timeoutMs < 0 ? INT_MAX : timeoutMs};
@@ -298,7 +289,7 @@ static void read_begins() {
 
 int Zent_shm_memread(int region, void* dst, int offset, int count) {
     read_begins();
-    if (dst == nullptr || platform().hit(Place::ShmRead)) {
+    if (dst == nullptr || platform().hit(Place::Call)) {
         return 5;
     }
     const std::lock_guard lock{platform().mutex};
@@ -311,7 +302,7 @@ int Zent_shm_memread(int region, void* dst, int offset, int count) {
 }
 
 int Zent_shm_memwrite(int region, const void* src, int offset, int count) {
-    if (src == nullptr || platform().hit(Place::ShmWrite)) {
+    if (src == nullptr || platform().hit(Place::Call)) {
         return 5;
     }
     const std::lock_guard lock{platform().mutex};
@@ -328,7 +319,7 @@ int Zent_shm_memwrite(int region, const void* src, int offset, int count) {
 
 void* Zent_shm_get_shm(int region) {
     read_begins();
-    if (platform().hit(Place::ShmView)) {
+    if (platform().hit(Place::Call)) {
         return nullptr;
     }
     const std::lock_guard lock{platform().mutex};
@@ -336,22 +327,27 @@ void* Zent_shm_get_shm(int region) {
     return found != platform().regions.end() ? found->second.data() : nullptr;
 }
 
+// Null if there is no such card, or the call is to fail.
+static const fake::State::Fru* fru_of(uint16_t id) {
+    const auto found = platform().frus.find(id);
+    const bool fails = platform().hit(Place::Call);
+    return fails || found == platform().frus.end() ? nullptr : &found->second;
+}
+
 int Zent_shm_get_fruinfo(uint16_t fruId, void* fruInfo, const void*, uint32_t) {
-    const auto found = platform().frus.find(fruId);
-    if (platform().hit(Place::FruInfo) || found == platform().frus.end()) {
-        return 1;
+    const auto* fru = fru_of(fruId);
+    if (fru != nullptr) {
+        std::memcpy(fruInfo, fru->info.data(), fru->info.size());
     }
-    std::memcpy(fruInfo, found->second.info.data(), found->second.info.size());
-    return 0;
+    return fru != nullptr ? 0 : 1;
 }
 
 int Zent_shm_get_frudata(uint16_t fruId, void* buffer, uint32_t size) {
-    const auto found = platform().frus.find(fruId);
-    if (platform().hit(Place::FruData) || found == platform().frus.end() ||
-        size > found->second.data.size()) {
+    const auto* fru = fru_of(fruId);
+    if (fru == nullptr || size > fru->data.size()) {
         return 1;
     }
-    std::copy_n(found->second.data.begin(), size, static_cast<uint8_t*>(buffer));
+    std::copy_n(fru->data.begin(), size, static_cast<uint8_t*>(buffer));
     return 0;
 }
 
@@ -369,7 +365,7 @@ static bool is_open(ZentBpApiHandle handle) {
 
 ZentBpApiHandle ZentBpApiOpenExec(ZentBpApiCallback callback, uint32_t, const char*, const char*,
                                   uint32_t, uint32_t) {
-    if (platform().hit(Place::BpOpen)) {
+    if (platform().hit(Place::Call)) {
         return nullptr;
     }
     const std::lock_guard lock{platform().mutex};
@@ -381,7 +377,7 @@ ZentBpApiHandle ZentBpApiOpenExec(ZentBpApiCallback callback, uint32_t, const ch
 uint32_t ZentBpApiReadExec(ZentBpApiHandle handle, void* buffer5362, const char*, const char*,
                            uint32_t) {
     read_begins();
-    if (!is_open(handle) || buffer5362 == nullptr || platform().hit(Place::BpRead)) {
+    if (!is_open(handle) || buffer5362 == nullptr || platform().hit(Place::Call)) {
         return kFailure;
     }
     std::memcpy(buffer5362, &platform().snapshot, sizeof(BpApiInfo));
@@ -404,14 +400,14 @@ uint32_t ZentBpApiCloseExec(ZentBpApiHandle handle, const char*, const char*, ui
     if (!is_open(handle)) {
         return kFailure;
     }
-    const bool fails = platform().hit(Place::BpClose);
+    const bool fails = platform().hit(Place::Call);
     const std::lock_guard lock{platform().mutex};
     platform().sessions.erase(handle);  // a close that reports an error ends the session too
     return fails ? kFailure : kSuccess;
 }
 
 const char* ZentBpApiError(uint32_t) {
-    return platform().bp_error_text;
+    return "fake error";
 }
 
 uint32_t Zent_get_system_id(void) {
@@ -420,17 +416,17 @@ uint32_t Zent_get_system_id(void) {
 
 // ---- event IPC --------------------------------------------------------------------------------
 
-using Arguments = std::vector<std::string>;
+constexpr int32_t kEventFailure = -7;
 
-// Packs each text with a separator behind it.
+// Packs each text with a separator behind it; a list is a text of those.
 int32_t EVIPCLBuildMsgArgsBuffer(const char* const* strings, uint8_t count, char* buffer,
                                  uint32_t* size) {
     std::string packed;
     for (unsigned i = 0; i < count; ++i) {
-        packed += std::string{strings[i]} + '\x1f';
+        packed += std::string{strings[i]} + ';';
     }
-    if (platform().hit(Place::EvBuildArgs) || packed.size() > *size) {
-        return platform().event_failure;
+    if (platform().hit(Place::Call) || packed.size() > *size) {
+        return kEventFailure;
     }
     *size = static_cast<uint32_t>(packed.copy(buffer, packed.size()));
     return 0;
@@ -438,30 +434,26 @@ int32_t EVIPCLBuildMsgArgsBuffer(const char* const* strings, uint8_t count, char
 
 int32_t EVIPCLCreateTLVList(void** list) {
     *list = nullptr;
-    if (platform().hit(Place::EvCreateList)) {
-        return platform().event_failure;
+    if (platform().hit(Place::Call)) {
+        return kEventFailure;
     }
-    *list = new Arguments;
+    *list = new std::string;
     ++platform().live_lists;
     return 0;
 }
 
 int32_t EVIPCLAddTLVToList(uint32_t type, uint16_t size, const void* value, void* list) {
-    if (platform().hit(Place::EvAddTlv)) {
-        return platform().event_failure;
+    if (platform().hit(Place::Call)) {
+        return kEventFailure;
     }
     EXPECT_EQ(type, static_cast<uint32_t>(EVIPC_TLV_MESSAGE_ARGUMENTS));
-    fake::Leaving::check(value, size);
-    std::istringstream packed{std::string{static_cast<const char*>(value), size}};
-    for (std::string text; std::getline(packed, text, '\x1f');) {
-        static_cast<Arguments*>(list)->push_back(text);
-    }
+    static_cast<std::string*>(list)->append(static_cast<const char*>(value), size);
     return 0;
 }
 
 int32_t EVIPCLFreeTLVList(void* list) {
     if (list != nullptr) {
-        delete static_cast<Arguments*>(list);
+        delete static_cast<std::string*>(list);
         --platform().live_lists;
     }
     return 0;
@@ -469,38 +461,41 @@ int32_t EVIPCLFreeTLVList(void* list) {
 
 int32_t EVIPCLSubmitEvent(uint32_t c4, uint32_t c2, uint32_t severity, const char* messageId,
                           uint32_t zero, const char* fqdd, void* list) {
-    if (platform().hit(Place::EvSubmit)) {
-        return platform().event_failure;
+    if (platform().hit(Place::Call)) {
+        return kEventFailure;
+    }
+    const uint32_t numbers[] = {c4, c2, severity, zero};
+    std::string text;
+    for (const uint32_t number : numbers) {
+        text += std::to_string(number) + ' ';
     }
     const std::lock_guard lock{platform().mutex};
-    platform().submissions.push_back(
-        {c4, c2, severity, messageId, zero, fqdd != nullptr, fqdd != nullptr ? fqdd : "",
-         list != nullptr, list != nullptr ? *static_cast<Arguments*>(list) : Arguments{}});
+    platform().submissions.push_back({text, messageId, fqdd != nullptr ? fqdd : "-",
+                                      list != nullptr ? *static_cast<std::string*>(list) : "-"});
     return 0;
 }
 
 int32_t EVIPCLSubmitSingle(const void* request, uint32_t two, uint32_t zero, uint16_t value) {
-    if (platform().hit(Place::EvSubmitSingle)) {
-        return platform().event_failure;
+    if (platform().hit(Place::Call)) {
+        return kEventFailure;
     }
-    fake::Single single{{}, two, zero, value};
-    fake::Leaving::check(request, single.request.size());
-    std::memcpy(single.request.data(), request, single.request.size());
+    const auto* bytes = static_cast<const uint8_t*>(request);
+    fake::Leaving::check(request, 16);
+    EXPECT_EQ(two, 2u);
+    EXPECT_EQ(zero, 0u);
+    EXPECT_EQ(value, bytes[4] | bytes[5] << 8);
     const std::lock_guard lock{platform().mutex};
-    platform().singles.push_back(single);
+    platform().singles.emplace_back(bytes, bytes + 16);
     return 0;
 }
 
 // ---- names and IPMI ---------------------------------------------------------------------------
 
 char* ConvertFQDDToFriendlyName(const char* fqdd) {
-    if (platform().hit(Place::FriendlyName) || fqdd == nullptr) {
+    if (platform().hit(Place::Call) || fqdd == std::string{"Unknown"}) {
         return nullptr;
     }
-    std::string name = std::string{"Friendly "} + fqdd;
-    if (platform().friendly_name && !platform().friendly_name(fqdd, name)) {
-        return nullptr;
-    }
+    const std::string name = std::string{"Friendly "} + fqdd;
     auto* copy = static_cast<char*>(std::malloc(name.size() + 1));
     return copy != nullptr ? std::strcpy(copy, name.c_str()) : nullptr;
 }
@@ -510,8 +505,10 @@ int IPMI_DoIPMICmd(uint8_t netFn, uint8_t cmd, const uint8_t* request, uint32_t 
     EXPECT_NE(response, nullptr);
     EXPECT_EQ(*responseLength, 0u);
     fake::Leaving::check(request, requestLength);
-    platform().ipmi_requests.push_back({netFn, cmd, {request, request + requestLength}});
-    return platform().hit(Place::Ipmi) ? 0xC1 : platform().ipmi_result;
+    platform().ipmi_requests.push_back({netFn, cmd});
+    auto& bytes = platform().ipmi_requests.back();
+    bytes.insert(bytes.end(), request, request + requestLength);
+    return platform().hit(Place::Call) ? 0xC1 : platform().ipmi_result;
 }
 
 // ---- allocations ------------------------------------------------------------------------------

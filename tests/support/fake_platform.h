@@ -22,26 +22,9 @@
 namespace fake {
 
 enum class Place {
-    MutexCreate,
     Lock,
-    EventCreate,
-    EventWait,
-    ShmRead,
-    ShmWrite,
-    ShmView,
-    FruInfo,
-    FruData,
-    BpOpen,
-    BpRead,
     BpWrite,
-    BpClose,
-    EvBuildArgs,
-    EvCreateList,
-    EvAddTlv,
-    EvSubmit,
-    EvSubmitSingle,
-    FriendlyName,
-    Ipmi,
+    Call,        // any other call to the platform
     System,      // calls of the C library, where the binary wraps them
     Allocation,  // calloc and malloc of code linked into the test binary
     AnyCall,     // any of the above but Allocation, in an AllocationScope
@@ -66,27 +49,6 @@ struct BpWrite {
     ZentBpApiHandle session;
     uint32_t type;
     BpDriveStateWrite record;
-};
-
-struct Submission {
-    uint32_t c4, c2, severity;
-    std::string message_id;
-    uint32_t zero;
-    bool has_fqdd;
-    std::string fqdd;
-    bool has_list;
-    std::vector<std::string> arguments;  // unpacked from the list's TLV of type 6
-};
-
-struct Single {
-    std::array<uint8_t, 16> request;
-    uint32_t two, zero;
-    uint16_t value;
-};
-
-struct IpmiRequest {
-    uint8_t net_fn, cmd;
-    std::vector<uint8_t> bytes;
 };
 
 // What a reset takes back to its start: no lines, no faults, regions zero, service up.
@@ -116,14 +78,16 @@ struct State {
     BpApiInfo snapshot = {};  // what a read gives
     uint32_t system_id = 0;
     std::vector<BpWrite> bp_writes;
-    const char* bp_error_text = "fake error";  // may be null
-
-    // Event IPC, friendly names, IPMI.
+    // Event IPC and IPMI.
+    struct Submission {
+        std::string numbers;  // "4 2 severity 0"
+        std::string message_id;
+        std::string fqdd;       // "-" if there is none
+        std::string arguments;  // ";" behind each, "-" without a list
+    };
     std::vector<Submission> submissions;
-    std::vector<Single> singles;
-    int32_t event_failure = -7;  // result of calls that fail on request
-    std::function<bool(const std::string&, std::string&)> friendly_name;  // false: no friendly form
-    std::vector<IpmiRequest> ipmi_requests;
+    std::vector<std::vector<uint8_t>> singles;        // requests
+    std::vector<std::vector<uint8_t>> ipmi_requests;  // network function and command in front
     int ipmi_result = 0;
 };
 
@@ -160,8 +124,6 @@ class Platform : public State {
     void clear_writes() { shm_writes.clear(); }
 
     int open_sessions() const { return static_cast<int>(sessions.size()); }
-    // Hands info to the callbacks of all open sessions, on the calling thread.
-    void backplane_changed(const BpApiInfo* info);
     void add_drive(uint8_t index, const BpApiDrive& drive);  // into snapshot; raises no count
 
     // What is held or alive of each kind.

@@ -23,7 +23,7 @@ class Rows {
       public:
         explicit Iterator(const Row* row) : row_(row) {}
         const Row& operator*() {
-            trace_.emplace("row", 0, name(std::get<0>(*row_)));
+            trace_.emplace("row", 0, testing::PrintToString(std::get<0>(*row_)));
             return *row_;
         }
         Iterator& operator++() {
@@ -34,15 +34,6 @@ class Rows {
         bool operator!=(const Iterator& other) const { return row_ != other.row_; }
 
       private:
-        template <class First>
-        static std::string name(const First& first) {
-            if constexpr (std::is_constructible_v<std::string, const First&>) {
-                return std::string(first);
-            } else {
-                return testing::PrintToString(first);
-            }
-        }
-
         const Row* row_;
         std::optional<testing::ScopedTrace> trace_;
     };

@@ -16,12 +16,11 @@ TEST_F(Submit, AnAlertCarriesItsArgumentsAndItsDevice) {
     grtsync_Status.flags = RTSYNC_FLAG_LIVE;
     const std::wstring fqdd = L"Disk.\u4e2d." + std::wstring(100, L'a');
     EXPECT_EQ(rt_JWLOGCMNSubmitEvent(3, "PDR3", fqdd.c_str(), args, 5), 0);
-    const fake::Submission& alert = platform.submissions.at(0);
-    EXPECT_EQ((std::vector<uint32_t>{alert.c4, alert.c2, alert.severity, alert.zero}),
-              (std::vector<uint32_t>{4, 2, 3, 0}));
+    const auto& alert = platform.submissions.at(0);
+    EXPECT_EQ(alert.numbers, "4 2 3 0 ");
     EXPECT_EQ(alert.message_id, "PDR3");
     EXPECT_EQ(alert.fqdd, "Disk.?." + std::string(92, 'a')) << "99 characters";
-    EXPECT_EQ(alert.arguments, (Lines{"Disk 1", "", "", "x", "y"}));
+    EXPECT_EQ(alert.arguments, "Disk 1;;;x;y;");
 }
 
 TEST_F(Submit, BadArgumentsAreRefused) {
@@ -41,7 +40,7 @@ TEST_F(Submit, TheLogTellsWhichRuleWasApplied) {
     const std::string inventory = "4 --> entry|4 JW logging request in inventory phase:[PDR8]|";
     const std::string before = inventory + "4 JWL check for non-RAID components BEFORE: 1|";
     const Rows<const char*, uint16_t, uint32_t, const wchar_t*, std::string> rows{
-        {"live", 0x20, 0, L"RAID.1", "4 --> entry|" + arguments + "0|4 msgArgsBuf:'Disk 1\x1f'|"},
+        {"live", 0x20, 0, L"RAID.1", "4 --> entry|" + arguments + "0|4 msgArgsBuf:'Disk 1;'|"},
         {"inventory", 0x20, 0x20, L"RAID.1",
          inventory + "4 No logging JW alert in invenotry phase, suppress it|"},
         {"re-inventory, RAID", 0x20, 0x120, L"RAID.1",

@@ -16,12 +16,11 @@ TEST_F(IpmiIdentify, SendsTwentyBytes) {
 
     EXPECT_EQ(UnBlinkPCIeSSD(0x102, 0x1FF, 0x0102), 0u);
     EXPECT_TRUE(logged(4, "-->UnBlink u8bayId=258 u8SSDSlotNum=511 u16DriveStatus=258"));
-    EXPECT_EQ(platform.ipmi_requests[0].net_fn, 0x30);
-    EXPECT_EQ(platform.ipmi_requests[0].cmd, 0xD5);
-    EXPECT_EQ(platform.ipmi_requests[0].bytes,
-              (Bytes{0, 0x14, 0x0E, 0, 0, 0, 0x0E, 0, 2, 5, 8, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
-    EXPECT_EQ(platform.ipmi_requests[1].bytes,
-              (Bytes{0, 0x14, 0x0E, 0, 0, 0, 0x0E, 0, 2, 0xFF, 2, 1, 0, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(
+        platform.ipmi_requests,
+        (std::vector<Bytes>{
+            {0x30, 0xD5, 0, 0x14, 0x0E, 0, 0, 0, 0x0E, 0, 2, 5, 8, 0, 0, 0, 0, 0, 0, 0, 0, 0},
+            {0x30, 0xD5, 0, 0x14, 0x0E, 0, 0, 0, 0x0E, 0, 2, 0xFF, 2, 1, 0, 0, 0, 0, 0, 0, 0, 0}}));
     platform.ipmi_result = 0x2C1;  // the low byte is the completion
     EXPECT_EQ(BlinkPCIeSSD(1, 7), 1u);
     EXPECT_EQ(UnBlinkPCIeSSD(1, 7, 0), 1u);
