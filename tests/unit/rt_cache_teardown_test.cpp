@@ -94,18 +94,4 @@ TEST_F(CacheTeardown, RandomCachesLeaveNothing) {
     }
 }
 
-TEST_F(CacheTeardown, ThousandsOfLivesDoNotGrow) {
-    platform.record_lines(false);
-    max_adapters = max_physicaldevices = max_logicaldevices = 1;
-    rtcache_Init();
-    const long blocks = fake::live_blocks();
-    for (int life = 0; life < 10000; ++life) {
-        rtcache_Destroy();
-        ASSERT_EQ(rtcache_Init(), 0u);
-    }
-    EXPECT_EQ(fake::live_blocks(), blocks);
-    EXPECT_EQ(platform.live_mutexes, 2);
-    std::printf("figures: R8 lives=10000 growth=%ld\n", fake::live_blocks() - blocks);
-}
-
 }  // namespace
