@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <random>
 #include <regex>
 #include <set>
@@ -49,10 +51,12 @@ struct Trial {
     int allocations, calls;
 };
 
-int64_t run(const Scenario& scenario) {
+// Formatted lines read what they tell of.
+int64_t run(const Scenario& scenario,
+            fake::Platform::Lines lines = fake::Platform::Lines::Formatted) {
     const bool locked =
         scenario.promise.holds_cache && SMMutexLock(mutexRtCache, SM_WAIT_FOREVER) == 0;
-    fake::platform().treat_lines(fake::Platform::Lines::Formatted);  // reads what they tell of
+    fake::platform().treat_lines(lines);
     int64_t result;
     {
         const fake::AllocationScope scope;
@@ -221,6 +225,38 @@ TEST(Faults, ClocksAndDisksChangeNoResult) {
     }
     EXPECT_TRUE(count > 100 && count <= 1000) << count;
     std::printf("figures: R17 clock_and_disk_calls=%d\n", calls);
+}
+
+// Lines to the debug log, allocations, calls of the C library: a line in the log file is two, and a
+// close. Lines are nearly all of an operation's time, so a line more is slower code.
+TEST(Faults, WhatOperationsCostIsFixed) {
+    const std::map<std::string, std::array<int, 3>> costs{
+        {"object", {2, 0, 4}},
+        {"rolled up event", {3, 0, 6}},
+        {"drain", {2, 2, 4}},
+        {"message", {10, 1, 20}},
+        {"taken event", {12, 2, 24}},
+        {"inventory", {67, 2, 67}}};  // 34 lines of it, the dump's, stay out of the log file
+    size_t seen = 0;
+    for (const Scenario& scenario : all_scenarios()) {
+        const auto cost = costs.find(scenario.what);
+        if (cost != costs.end()) {
+            SCOPED_TRACE(scenario.what);
+            const World world;
+            fake::Platform& platform = fake::platform();
+            vexutils::log_state.file = vexutils::LogFile::Enabled;
+            platform.clear_lines();
+            platform.fail(Place::Allocation, 0);
+            const int calls = platform.calls(Place::System);
+            run(scenario, fake::Platform::Lines::Recorded);
+            const int lines = static_cast<int>(platform.lines().size());
+            const std::array counted{lines, platform.calls(Place::Allocation),
+                                     platform.calls(Place::System) - calls};
+            EXPECT_EQ(counted, cost->second);
+            ++seen;
+        }
+    }
+    EXPECT_EQ(seen, costs.size());
 }
 
 std::set<std::string> words_of(const std::string& text, const char* pattern) {

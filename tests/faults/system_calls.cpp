@@ -45,77 +45,39 @@ int __wrap_open64(const char* path, int flags, ...) {
     return __real_open64(path, flags, mode);
 }
 
-std::FILE* __real_fopen64(const char* path, const char* mode);
-std::FILE* __wrap_fopen64(const char* path, const char* mode) {
-    return call(__real_fopen64, nullptr, EMFILE, path, mode);
-}
+// What a call gives, its name, its failure with its error, its parameters and their names.
+#define WRAP(Result, name, failure, error, parameters, ...)      \
+    Result __real_##name parameters;                             \
+    Result __wrap_##name parameters {                            \
+        return call(__real_##name, failure, error, __VA_ARGS__); \
+    }
 
-ssize_t __real_read(int file, void* room, size_t size);
-ssize_t __wrap_read(int file, void* room, size_t size) {
-    return call(__real_read, -1, EIO, file, room, size);
-}
-
-ssize_t __real_write(int file, const void* bytes, size_t size);
-ssize_t __wrap_write(int file, const void* bytes, size_t size) {
-    return call(__real_write, -1, ENOSPC, file, bytes, size);
-}
-
-int __real_rename(const char* from, const char* to);
-int __wrap_rename(const char* from, const char* to) {
-    return call(__real_rename, -1, EROFS, from, to);
-}
-
-int __real_remove(const char* path);
-int __wrap_remove(const char* path) {
-    return call(__real_remove, -1, EROFS, path);
-}
+WRAP(std::FILE*, fopen64, nullptr, EMFILE, (const char* path, const char* mode), path, mode)
+WRAP(ssize_t, read, -1, EIO, (int file, void* room, size_t size), file, room, size)
+WRAP(ssize_t, write, -1, ENOSPC, (int file, const void* bytes, size_t size), file, bytes, size)
+WRAP(int, rename, -1, EROFS, (const char* from, const char* to), from, to)
+WRAP(int, remove, -1, EROFS, (const char* path), path)
+WRAP(int, pthread_create, EAGAIN, EAGAIN,
+     (pthread_t * thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument),
+     thread, attributes, start, argument)
+WRAP(int, pthread_mutex_init, ENOMEM, ENOMEM,
+     (pthread_mutex_t * mutex, const pthread_mutexattr_t* attributes), mutex, attributes)
+WRAP(int, pthread_mutexattr_init, ENOMEM, ENOMEM, (pthread_mutexattr_t * attributes), attributes)
 
 #if __SIZEOF_POINTER__ == 4
-time_t __real___time64(time_t* room);
-time_t __wrap___time64(time_t* room) {
-    return faults::clock_reads != 0 ? faults::clock_reads : __real___time64(room);
-}
-
-int __real___stat64_time64(const char* path, struct stat* status);
-int __wrap___stat64_time64(const char* path, struct stat* status) {
-    return call(__real___stat64_time64, -1, EIO, path, status);
-}
-
-int __real___fstat64_time64(int file, struct stat* status);
-int __wrap___fstat64_time64(int file, struct stat* status) {
-    return call(__real___fstat64_time64, -1, EIO, file, status);
-}
+#define TIME __time64
+WRAP(int, __stat64_time64, -1, EIO, (const char* path, struct stat* status), path, status)
+WRAP(int, __fstat64_time64, -1, EIO, (int file, struct stat* status), file, status)
 #else
-time_t __real_time(time_t* room);
-time_t __wrap_time(time_t* room) {
-    return faults::clock_reads != 0 ? faults::clock_reads : __real_time(room);
-}
-
-int __real_stat64(const char* path, struct stat* status);
-int __wrap_stat64(const char* path, struct stat* status) {
-    return call(__real_stat64, -1, EIO, path, status);
-}
-
-int __real_fstat64(int file, struct stat* status);
-int __wrap_fstat64(int file, struct stat* status) {
-    return call(__real_fstat64, -1, EIO, file, status);
-}
+#define TIME time
+WRAP(int, stat64, -1, EIO, (const char* path, struct stat* status), path, status)
+WRAP(int, fstat64, -1, EIO, (int file, struct stat* status), file, status)
 #endif
 
-int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
-                          void* (*start)(void*), void* argument);
-int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
-                          void* (*start)(void*), void* argument) {
-    return call(__real_pthread_create, EAGAIN, EAGAIN, thread, attributes, start, argument);
-}
-
-int __real_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);
-int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) {
-    return call(__real_pthread_mutex_init, ENOMEM, ENOMEM, mutex, attributes);
-}
-
-int __real_pthread_mutexattr_init(pthread_mutexattr_t* attributes);
-int __wrap_pthread_mutexattr_init(pthread_mutexattr_t* attributes) {
-    return call(__real_pthread_mutexattr_init, ENOMEM, ENOMEM, attributes);
+#define JOIN(left, right) left##right
+#define NAME(prefix, function) JOIN(prefix, function)
+time_t NAME(__real_, TIME)(time_t* room);
+time_t NAME(__wrap_, TIME)(time_t* room) {
+    return faults::clock_reads != 0 ? faults::clock_reads : NAME(__real_, TIME)(room);
 }
 }

@@ -19,9 +19,6 @@ constexpr unsigned kThreads = 8;
 constexpr unsigned kEach = VEX_THREAD_TEST_EVENTS / 2 / kThreads;
 constexpr uint32_t kEid = 8, kOtherEid = 20;
 
-// One call, or some under the lock that they need; n differs from call to call.
-using Entry = void (*)(uint32_t n);
-
 template <class Work>
 void under_cache_lock(Work work) {
     ASSERT_EQ(rtcache_GetLock(), 0u);
@@ -29,23 +26,12 @@ void under_cache_lock(Work work) {
     SMMutexUnLock(mutexRtCache);
 }
 
-template <uint32_t (*Get)(uint8_t*, uint8_t, uint8_t)>
-void read_slot(uint32_t n) {
-    uint8_t value = 0;
-    Get(&value, static_cast<uint8_t>(n % 6), static_cast<uint8_t>(n / 8 % 12));
-}
-
-void register_endpoint(uint32_t n) {
+// Calls of one area; n differs from time to time.
+void endpoints(uint32_t n) {
     rtcache_UpdateCachedObject(n % 2, kOtherEid + n / 2 % 8, RTCACHE_TYPE_NVME, n % 3);
-}
-
-void set_endpoint(uint32_t n) {
     rtcache_SetStorageEIDStatus(kOtherEid + n % 8, n % 4);
     rtcache_SetModularId(kOtherEid + n % 8, n % 4);
     rtcache_SetStorageEIDType(kEid, RTCACHE_TYPE_KRON);
-}
-
-void read_endpoints(uint32_t n) {
     StorageEIDTable table;
     rtcache_GetStorageEIDs(&table);
     StorageEIDAttr attributes;
@@ -55,7 +41,7 @@ void read_endpoints(uint32_t n) {
     EXPECT_GE(rtcache_GetStorageEIDCount(), 1u);
 }
 
-void store_object(uint32_t n) {
+void objects(uint32_t n) {
     under_cache_lock([n] {
         const auto key = static_cast<uint16_t>(n % 16);
         void* object = nullptr;
@@ -64,40 +50,31 @@ void store_object(uint32_t n) {
             rtcache_SetCachedObject(RTCACHE_KEY_DISK, kEid, key, make_disk());
         }
     });
-}
-
-void free_objects(uint32_t n) {
     if (n % 16 == 0) {
         rtcache_FreeObjectLevel(kEid, RTCACHE_KEY_DISK);
     }
 }
 
-void record_event(uint32_t n) {
+void events(uint32_t n) {
     under_cache_lock([n] {
         rtcache_SetCachedEvent(kEid, n % 2 != 0 ? RT_OBJ_PHYSICAL_DISK : RT_OBJ_ADAPTER, 3, n % 64);
         rtcache_SetDelayedCachedEvent(kEid, RT_OBJ_ADAPTER, 3, n % 64);
         rtcache_PurgeDelayedCachedEvents(kEid, 0);
     });
-}
-
-void drain_events(uint32_t) {
-    RtCacheEventRow* events = nullptr;
+    RtCacheEventRow* drained = nullptr;
     RtCacheDiskChangeRow* disks = nullptr;
-    rtcache_GetCachedEvents(kEid, &events, &disks);
-    vexel_free(events);
+    rtcache_GetCachedEvents(kEid, &drained, &disks);
+    vexel_free(drained);
     vexel_free(disks);
 }
 
-void change_status(uint32_t n) {
+void states(uint32_t n) {
     RTSyncGlobalStatus status{};
     ASSERT_EQ(RTSync_LockGlobalStatus(), 0u);
     RTSync_GetGlobalStatus(&status);
     RTSync_SetGlobalStatus(status);
     RTSync_UnLockGlobalStatus();
     n % 2 != 0 ? RTSync_SetGlobalPoll(status) : RTSync_updateGlobalPoll(status);
-}
-
-void change_controller_state(uint32_t n) {
     uint8_t value = 0;
     RTSync_SetKronStatus(kEid, static_cast<uint8_t>(n));
     RTSync_GetKronStatus(kEid, &value);
@@ -105,77 +82,49 @@ void change_controller_state(uint32_t n) {
     rtraid_GetKRONInventoryThreadFlag(&value);
 }
 
-void put_event(uint32_t n) {
-    EndpointEvent event{};
-    event.callbackType = RTRAID_CALLBACK_POWERON;
-    event.bufferSize = 1;
-    if (n % 4 == 0) {
-        ASSERT_EQ(rtraid_EventQueue_Put(&event), 0);
-        EndpointEvent* taken = nullptr;  // there is one for each that asks
-        while (taken == nullptr) {
-            taken = rtraid_EventQueue_Get();
-        }
-        vexel_free(taken);
+void messages(uint32_t n) {
+    EndpointEvent event{RTRAID_CALLBACK_POWERON, 1, {}};
+    ASSERT_EQ(rtraid_EventQueue_Put(&event), 0);
+    EndpointEvent* taken = nullptr;  // there is one for each that asks
+    while (taken == nullptr) {
+        taken = rtraid_EventQueue_Get();
     }
-    rtraid_EventQueue_GetStatus();
-}
-
-void submit(uint32_t n) {
-    if (n % 256 == 0) {
+    vexel_free(taken);
+    vexel_wlog(n, "tag", L"text");
+    hexdump("bytes", 5);
+    if (n % 64 == 0) {
         rt_JWLOGCMNSubmitEvent_nonRaid(0, 0, 2, "CTL1");
     }
 }
 
-void change_slot(uint32_t n) {
+void slots(uint32_t n) {
     const auto bay = static_cast<uint8_t>(n % 5), slot = static_cast<uint8_t>(n / 8 % 12);
     rtshm_UpdateNVMeSSDSlotToEID(bay, slot, static_cast<uint8_t>(kOtherEid + n % 8));
     rtshm_UpdateNVMeSSDSlotToVDMEID(bay, slot, static_cast<uint8_t>(n % 200));
     RTSHM_setBpFwVersion(bay, n % 100, 1);
     rtshm_SetNVMeDriveState(bay, slot, 1);
-}
-
-void find_slot(uint32_t n) {
-    under_cache_lock([n] {
-        uint8_t bay = 0, slot = 0;
-        RTSHM_readBayIDAndSlotNoFromEID(&bay, &slot, static_cast<int>(kOtherEid + n % 8));
-        rtshm_IsDriveBehindKRONfromBPAPIByEID(&bay, static_cast<uint8_t>(kOtherEid + n % 8));
+    uint8_t value = 0, other = 0;
+    rtshm_getDriveTechFromBpInfo(&value, bay, slot);
+    rtshm_getBusNumFromBpInfo(&value, bay, slot);
+    rtshm_IsDriveBehindKRONfromBPAPI(&value, bay, slot);
+    rtshm_IsDriveConnectedRearBP(&value, bay, slot);
+    under_cache_lock([&] {
+        RTSHM_readBayIDAndSlotNoFromEID(&value, &other, static_cast<int>(kOtherEid + n % 8));
+        rtshm_IsDriveBehindKRONfromBPAPIByEID(&value, static_cast<uint8_t>(kOtherEid + n % 8));
         GetIndexFromEID(kEid);
     });
 }
 
-void publish(uint32_t n) {
-    if (n % 64 == 0) {
+void publication(uint32_t n) {
+    if (n % 32 == 0) {
         under_cache_lock([] { RTSHM_UpdateSharedMem(1); });
     }
     uint8_t flags[4];
     RTSHM_ReadSharedThermalPolling(flags);
 }
 
-void trace(uint32_t n) {
-    vexel_wlog(n, "tag", L"text");
-    hexdump("bytes", 5);
-    IsvexelLogDisabled();
-}
-
-constexpr Entry kEntries[] = {register_endpoint,
-                              set_endpoint,
-                              read_endpoints,
-                              store_object,
-                              free_objects,
-                              record_event,
-                              drain_events,
-                              change_status,
-                              change_controller_state,
-                              put_event,
-                              submit,
-                              change_slot,
-                              find_slot,
-                              publish,
-                              trace,
-                              read_slot<rtshm_getDriveTechFromBpInfo>,
-                              read_slot<rtshm_getBusNumFromBpInfo>,
-                              read_slot<rtshm_IsDriveBehindKRONfromBPAPI>,
-                              read_slot<rtshm_IsDriveConnectedRearBP>};
+constexpr void (*kEntries[])(uint32_t n) = {endpoints, objects, events,     states,
+                                            messages,  slots,   publication};
 
 class EntryPoints : public QuietLog {
   protected:
