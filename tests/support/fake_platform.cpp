@@ -25,6 +25,9 @@
 #define RUNNING_ON_VALGRIND 0
 #endif
 
+// The library's, where it is linked.
+extern "C" [[gnu::weak]] SMMutexHandle mutexRtCache, rtsync_mutex;
+
 namespace fake {
 
 namespace {
@@ -51,6 +54,18 @@ class Leaving : public testing::Environment {
 [[maybe_unused]] const auto* const kLeaving = testing::AddGlobalTestEnvironment(new Leaving);
 
 thread_local bool in_scope = false;
+thread_local std::vector<SMMutexHandle> held;  // by this thread, outermost first
+thread_local SMMutexHandle refused = nullptr;  // where its last lock was made to fail
+
+// Whether this thread holds nothing, or the cache's lock alone, under which services may be called.
+bool holds_at_most_the_cache() {
+    return held.empty() ||
+           (held.size() == 1 && &mutexRtCache != nullptr && held[0] == mutexRtCache);
+}
+
+bool is_service(Place place) {
+    return place == Place::BpWrite || place == Place::Call;
+}
 
 constexpr std::pair<int, size_t> kRegions[] = {
     {ZENT_SHM_STORAGE_INVENTORY, ZENT_SHM_STORAGE_INVENTORY_SIZE},
@@ -85,6 +100,7 @@ Platform& platform() {
 void Platform::reset() {
     const std::lock_guard lock{mutex};
     static_cast<State&>(*this) = State{};
+    held.clear();
     for (const auto& [id, size] : kRegions) {
         regions[id].assign(size, 0);
     }
@@ -105,6 +121,7 @@ bool State::Fault::strikes() {
 }
 
 bool Platform::hit(Place place) {
+    EXPECT_TRUE(!is_service(place) || holds_at_most_the_cache()) << "a service called under a lock";
     const std::lock_guard lock{mutex};
     const bool any = place != Place::Allocation && in_scope && fault(Place::AnyCall).strikes();
     return fault(place).strikes() || any;
@@ -180,24 +197,33 @@ SMMutexHandle SMMutexCreate(const char*) {
 }
 
 int SMMutexLock(SMMutexHandle mutex, int timeoutMs) {
-    if (mutex == nullptr || platform().hit(Place::Lock)) {
+    if (mutex == nullptr) {
+        return 1;
+    }
+    EXPECT_TRUE(fake::held.empty() || (fake::holds_at_most_the_cache() && mutex == rtsync_mutex))
+        << "a lock under itself, or under another that is not allowed there";
+    fake::refused = platform().hit(Place::Lock) ? mutex : nullptr;
+    if (fake::refused != nullptr) {
         return 1;
     }
     EXPECT_EQ(timeoutMs, SM_WAIT_FOREVER) << "the library waits for its locks without limit";
     if (mutex->is_mine()) {
-        ADD_FAILURE() << "lock of a mutex that this thread holds";
         return 1;
     }
     mutex->mutex.lock();
     mutex->owner = std::this_thread::get_id();
+    fake::held.push_back(mutex);
     ++platform().locks_held;
     return 0;
 }
 
 int SMMutexUnLock(SMMutexHandle mutex) {
     if (mutex == nullptr || !mutex->is_mine()) {
+        EXPECT_TRUE(mutex == nullptr || mutex == fake::refused)
+            << "unlock by another than the owner";
         return 1;
     }
+    std::erase(fake::held, mutex);
     mutex->owner = std::thread::id{};
     mutex->mutex.unlock();
     --platform().locks_held;

@@ -1,9 +1,9 @@
 // The platform contract in memory, for unit tests: records what the library does, fails on request,
 // refuses misuse.
 //
-// Misuse (recursive lock, unlock of a free mutex, write past a region, use of a closed session)
-// fails the running test. Faults are asked for by place: the n-th call from now at that place
-// fails, once or from there on.
+// Misuse of locks (recursive, out of order, by another than the owner), a service called under any
+// but the cache's, a write past a region and use of a closed session fail the running test. Faults
+// are asked for by place: the n-th call from now at that place fails, once or from there on.
 #ifndef TESTS_SUPPORT_FAKE_PLATFORM_H
 #define TESTS_SUPPORT_FAKE_PLATFORM_H
 
