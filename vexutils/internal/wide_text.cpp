@@ -56,7 +56,7 @@ std::size_t format_wide(std::span<wchar_t> room, const wchar_t* format, ...) {
     std::wmemset(room.data(), L'\0', room.size());
     va_list arguments;
     va_start(arguments, format);
-    std::vswprintf(room.data(), room.size(), format, arguments);
+    static_cast<void>(std::vswprintf(room.data(), room.size(), format, arguments));  // cut if long
     va_end(arguments);
     room.back() = L'\0';
     return std::wcslen(room.data());

@@ -1,7 +1,6 @@
 #include "rt_cache.h"
 
 #include <algorithm>
-#include <cstring>
 #include <span>
 
 #include "internal/log.h"
@@ -65,7 +64,7 @@ uint32_t rtcache_PurgeDelayedCachedEvents(uint32_t eid, int32_t dcmdOpcode) {
         }
     }
     LOG(Level::Error, "[%s] _PD_ChObj Bitmap : 0x%s", "Cache", BitmapText{bitmap}.get());
-    std::memset(delayed_bitmap, 0, sizeof(delayed_bitmap));
+    std::ranges::fill(delayed_bitmap, std::uint8_t{0});
 
     RtCacheDelayedRow& delayed = cache_Events_delayed[index_of(*row)];
     if (delayed.eventCount == 0) {

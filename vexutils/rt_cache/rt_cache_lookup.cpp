@@ -249,9 +249,9 @@ char* vexel_GetPCIeSSDFQDD(uint32_t globalSlot) {
         LOG(Level::Error, "%s Failed while constructing FQDD", __func__);
         return nullptr;
     }
-    std::snprintf(fqdd.get(), kSsdFqddBytes,
-                  "Disk.Bay.%d:Enclosure.Internal.0-%d:PCIeExtender.Slot.%d", position.slot,
-                  position.bay, *pcie_slot);
+    static_cast<void>(std::snprintf(fqdd.get(), kSsdFqddBytes,
+                                    "Disk.Bay.%d:Enclosure.Internal.0-%d:PCIeExtender.Slot.%d",
+                                    position.slot, position.bay, *pcie_slot));
     LOG(Level::Trace, "%s FQDD=%s", __func__, fqdd.get());
     return fqdd.release();  // to the caller
 }

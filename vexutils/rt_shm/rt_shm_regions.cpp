@@ -51,6 +51,7 @@ void read_inventory(StorageInventoryRegion& image) {
 
 // A dump line's format, and the source line of the statement that writes it.
 struct DumpFormat {
+    // cppcheck-suppress noExplicitConstructor ; statements pass a text alone
     DumpFormat(const char* format, unsigned line = __builtin_LINE()) : text(format), place(line) {}
     const char* text;
     unsigned place;
