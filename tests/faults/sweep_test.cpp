@@ -155,7 +155,7 @@ Figures sweep_pairs(const Scenarios& scenarios, int count, unsigned seed) {
 
 TEST(Faults, EveryNthFailureIsSurvived) {
     const Scenarios scenarios = all_scenarios();
-    Figures figures = sweep_pairs(scenarios, EMULATED ? 200 : 28'000,
+    Figures figures = sweep_pairs(scenarios, number_of("VEX_TEST_PAIRS", EMULATED ? 200 : 28'000),
                                   static_cast<unsigned>(number_of("VEX_TEST_SEED", 1)));
     for (const Scenario& scenario : scenarios) {
         for (const bool lasting : {false, true}) {
