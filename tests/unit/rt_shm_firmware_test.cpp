@@ -12,8 +12,6 @@ TEST_F(BackplaneFirmware, AVersionIsKeptPerBayAndReadAsFourCharacters) {
     EXPECT_EQ(table_bytes(16 * 4 + 9, 4), (Bytes{0, major, minor, 0}));
     EXPECT_EQ(RTSHM_ReadBpFwVersion(4, &word), 0u);
     EXPECT_EQ(std::memcmp(&word, "1a.0", 4), 0);
-    EXPECT_TRUE(logged(4, "bpFwRev:1a.0 tmpBuf=1a.03"));
-
     EXPECT_EQ(RTSHM_setBpFwVersion(5, 1, 1), 2u);
     EXPECT_EQ(RTSHM_getBpFwVersion(5, &major, &minor), 2u);
     EXPECT_EQ(RTSHM_ReadBpFwVersion(4, nullptr), 2u);

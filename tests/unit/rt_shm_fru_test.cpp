@@ -33,18 +33,11 @@ TEST_F(Fru, CardsAreFoundByTypeAndSlot) {
              {"HBA, second slot", hba, 4, 5, 0, Data(300, 3)},
              {"KRON, type 4 by slot", kron, 4, 3, 0, {1}},
              {"KRON, type 4, no such slot", kron, 4, 255, 3, {}},
-             {"KRON, first readable of its type", kron, 9, 255, 0, {4}},
-             {"HBA, first slot", hba, 4, 3, 0, {1}}}) {
-        platform.clear_lines();
+             {"KRON, first readable of its type", kron, 9, 255, 0, {4}}}) {
         EXPECT_EQ(function(&data, &size, type, slot), result);
         EXPECT_EQ(Data(data, data + size), expected);
         vexel_free(data);
     }
-    EXPECT_EQ(lines_of("rt_shm_fru.cpp"),
-              "4 Entry|4 card type match at index:0|4 FruId : 257|4 Device_presence : 1|"
-              "4 device_id : 4660|4 fru_rev : 3|4 slotNumber : 3|4 device_type : 5|4 size : 1|"
-              "4 offset : 65545|4 embeddedDevice : 7|"
-              "4 HBA FRU is present at slot:3 3, Now get the actual FRU data|5 exit|");
     EXPECT_EQ(hba(nullptr, &size, 4, 3), 3u);
     EXPECT_EQ(hba(&data, nullptr, 4, 3), 3u);
 }
@@ -66,7 +59,6 @@ TEST_F(Fru, TheTaviModelIsItsControllerName) {
         EXPECT_EQ(slot, 9);
         EXPECT_EQ(found, revision) << "as get_TAVI_Revison tells it";
     }
-    EXPECT_EQ(update_TAVI_FRU_Info(&platform.region(49)[100], &slot, &found), 3u) << "no card";
     EXPECT_EQ(update_TAVI_FRU_Info(nullptr, &slot, &found), 3u);
     EXPECT_EQ(get_TAVI_Revison(nullptr, 100), 0u);
 }

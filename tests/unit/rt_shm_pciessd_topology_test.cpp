@@ -21,7 +21,6 @@ TEST_F(PcieSsdTopology, CardsOfTypeThreeBecomeExtendersUntilOneCannot) {
     EXPECT_EQ(rtshm_getPCIessdExtcard(), 0u);
     EXPECT_TRUE(cache_Extndrs[3] != nullptr && cache_Extndrs[4] == nullptr);
     ASSERT_NE(cache_Extndrs[16], nullptr);
-    EXPECT_STREQ(cache_Extndrs[16]->FQDD, L"PCIeExtender.Slot.16");
     EXPECT_EQ(cache_Extndrs[16]->u8BayID, 4);
     cards[140] = 5;  // no such bay
     cards[20] = 6;
@@ -30,8 +29,6 @@ TEST_F(PcieSsdTopology, CardsOfTypeThreeBecomeExtendersUntilOneCannot) {
 }
 
 TEST_F(PcieSsdTopology, TheFirstSlotOfEachBayBecomesItsBackplane) {
-    EXPECT_EQ(rtshm_getPCIessdBp(), 0u);
-    EXPECT_EQ(cache_Bkplanes[0], nullptr) << "a region of zeros has no slots";
     std::ranges::fill(platform.region(20), 0xFF);
     put_slot(1, 1, 50, 0);  // no such slot
     put_slot(2, 1, 7, 0x21);
@@ -49,7 +46,6 @@ TEST_F(PcieSsdTopology, TheFirstSlotOfEachBayBecomesItsBackplane) {
     EXPECT_EQ(backplane.u8SlotNumInBay, 7);
     EXPECT_EQ(backplane.au16DriveStatus, 0x8021);
     EXPECT_EQ(backplane.backplane->body.enclosure.driveCount + 0, 2);
-    EXPECT_EQ(backplane.backplane->body.enclosure.slotCount + 0, 2);
 }
 
 }  // namespace

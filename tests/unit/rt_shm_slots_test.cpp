@@ -13,9 +13,6 @@ TEST_F(SlotLookups, AGlobalSlotIsReadFromItsBytesOfTheRegion) {
     EXPECT_EQ(RTSHM_readSSDSlotNumFromGblSlotNum(&slot, 0x10000 + 31), 0u) << "16 bits count";
     EXPECT_EQ(bay, 14 + 4 * 31);
     EXPECT_EQ(slot, 15 + 4 * 31);
-    EXPECT_EQ(told(4),
-              " Entry u8Slot:31 \n After Read offset = 138  u8BayId=138 \n"
-              " Entry u8Slot:31 \n After Read offset = 139  u8SlotNumInBay=139 \n");
     EXPECT_EQ(RTSHM_readPCIeSSDBayIDInfoFromGblSlotNum(&bay, 78), 3u) << "behind the region";
     EXPECT_EQ(RTSHM_readSSDSlotNumFromGblSlotNum(&slot, 78), 3u);
     EXPECT_EQ(RTSHM_readPCIeSSDBayIDInfoFromGblSlotNum(nullptr, 78), 0u) << "nothing is read";

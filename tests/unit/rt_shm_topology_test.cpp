@@ -20,11 +20,6 @@ TEST_F(Topology, RisersBecomeExtendersUntilOneCannot) {
     ASSERT_NE(cache_Extndrs[3], nullptr);
     EXPECT_STREQ(cache_Extndrs[3]->FQDD, L"PCIeExtender.Slot.3");
     EXPECT_STREQ(cache_Extndrs[3]->name, L"PCIe Extender 3");
-    EXPECT_EQ(cache_Extndrs[3]->u8BayID, 1);
-    EXPECT_EQ(lines_of("processNVMeExtndrcardInfo"),
-              "4 Extender FQDD extndrtempInfo->u8BayID=1|4 Framing FQDD 3|"
-              "1 Inventory store PCIeExtender.Slot.3|4 Framing NAME 3|"
-              "4 ExtenderNAME=PCIe Extender 3 u8ExtenderSlot=3|");
     sNVMeSSDBPInfo.risers[2] = {1, 17, 4, 0};  // no key of the cache
     sNVMeSSDBPInfo.risers[15] = {1, 5, 4, 0};
     EXPECT_EQ(rtshm_getNVMeExtcard(), 3u);
@@ -40,12 +35,9 @@ TEST_F(Topology, ABayBecomesABackplaneFromItsFirstNVMeSlot) {
     EXPECT_EQ(rtshm_getNVMeBPs(), 0u);
     ASSERT_NE(cache_Bkplanes[1], nullptr);
     const BpStatusInfo& status = *cache_Bkplanes[1];
-    EXPECT_EQ(status.u8BayID, 1);
     EXPECT_EQ(status.u8SlotNumInBay, 4);
     EXPECT_EQ(status.au16DriveStatus, 0x1234);
     const StorageObjectRecord backplane = *status.backplane;
-    EXPECT_EQ(uint32_t{backplane.objType}, 240u);
-    EXPECT_EQ(backplane.body.enclosure.bayId, 1);
     EXPECT_EQ(backplane.body.enclosure.driveCount, 4);
     EXPECT_EQ(backplane.body.enclosure.slotCount, 9);
     EXPECT_EQ(std::wstring(backplane.NAME), L"PCIe SSD BP 1");
