@@ -30,14 +30,22 @@ class ForeignConfig : public PlatformTest {
     StorageObjectRecord virtual_disks[2] = {}, disks[2] = {}, source = {};
 };
 
-TEST_F(ForeignConfig, IsCopiedDownToItsMembers) {
-    StorageObjectRecord* copy = DupForeign_Config(&source);
-    ASSERT_NE(copy, nullptr);
-    EXPECT_EQ(told(4),
-              "--> DupForeign_Config\nCopied VD Name\nCopied pds\n"
-              "id:  0 Size:0,Stae:0,Slot: 0 ,Hotspare:0,Name: (null)\n"
-              "Copied PD Name\nid:  0 Size:0,Stae:0,Slot: 0 ,Hotspare:0,Name: a cfg\n"
-              "<-- DupForeign_Config\n");
+TEST_F(ForeignConfig, IsCopiedDownToItsMembersWithoutWhatCannotBeAllocated) {
+    // By allocation: record, NAME, FQDD, virtual disks, name and ids of the first, disks, a name.
+    StorageObjectRecord* copy = nullptr;
+    for (int n = 1; n <= 9; ++n) {
+        SCOPED_TRACE(n);
+        rtcache_FreeRMObjects(copy, 1);
+        platform.clear_lines();
+        platform.fail(Place::Allocation, n);
+        const AllocationScope scope;
+        copy = DupForeign_Config(&source);
+        EXPECT_EQ(platform.fault_fired(Place::Allocation), n < 9);
+        platform.no_faults();
+        ASSERT_EQ(copy == nullptr, n == 1);
+        EXPECT_TRUE(n != 6 || copy->body.foreign.virtualDisks->body.vd.memberCount == 0);
+    }
+    EXPECT_EQ(platform.messages(4).size(), 7u) << "a line a member and what it points to";
     const StorageObjectRecord* vds = copy->body.foreign.virtualDisks;
     const StorageObjectRecord* pds = copy->body.foreign.physicalDisks;
     EXPECT_EQ(vds[0].hdr.FQDD + 0, +text) << "a member's FQDD is shared";
@@ -49,21 +57,6 @@ TEST_F(ForeignConfig, IsCopiedDownToItsMembers) {
     EXPECT_NE(vds[0].body.vd.targetID + 0, +ids);
     EXPECT_TRUE(vds[1].NAME == nullptr && vds[1].body.vd.targetID == nullptr);
     rtcache_FreeRMObjects(copy, 1);
-}
-
-TEST_F(ForeignConfig, GoesOnWithoutWhatCannotBeAllocated) {
-    // By allocation: record, NAME, FQDD, virtual disks, name and ids of the first, disks, a name.
-    for (int n = 1; n <= 9; ++n) {
-        SCOPED_TRACE(n);
-        platform.fail(Place::Allocation, n);
-        const AllocationScope scope;
-        StorageObjectRecord* copy = DupForeign_Config(&source);
-        EXPECT_EQ(platform.fault_fired(Place::Allocation), n < 9);
-        platform.no_faults();
-        ASSERT_EQ(copy == nullptr, n == 1);
-        EXPECT_TRUE(n != 6 || copy->body.foreign.virtualDisks->body.vd.memberCount == 0);
-        rtcache_FreeRMObjects(copy, 1);
-    }
 }
 
 TEST_F(ForeignConfig, OneEmptyArrayIsSharedTwoAreRefused) {

@@ -2,13 +2,11 @@
 #include "tests/support/platform_test.h"
 
 namespace {
-using Data = Bytes;
-
 class Fru : public PlatformTest {
   protected:
     // Adds a card to the platform's table.
-    void card(uint16_t id, uint8_t type, uint8_t slot, const Data& data) {
-        Data& table = platform.region(49);
+    void card(uint16_t id, uint8_t type, uint8_t slot, const Bytes& data) {
+        Bytes& table = platform.region(49);
         const size_t entry = 9 + 15u * table[6]++;
         table[entry] = static_cast<uint8_t>(id);
         table[entry + 1] = static_cast<uint8_t>(id >> 8);
@@ -22,20 +20,20 @@ class Fru : public PlatformTest {
 TEST_F(Fru, CardsAreFoundByTypeAndSlot) {
     card(0x0101, 4, 3, {1});
     card(0x0102, 9, 5, {2});
-    card(0x0103, 4, 5, Data(300, 3));
+    card(0x0103, 4, 5, Bytes(300, 3));
     card(0x0104, 9, 6, {4});
     platform.frus.erase(0x0102);  // its information cannot be read
     const auto hba = get_HBA_FRU_Info, kron = get_KRON_TAVI_FRU_Info;
     uint8_t* data = nullptr;
     uint32_t size = 0;
     for (const auto& [what, function, type, slot, result, expected] :
-         Rows<const char*, decltype(hba), uint8_t, uint8_t, uint32_t, Data>{
-             {"HBA, second slot", hba, 4, 5, 0, Data(300, 3)},
+         Rows<const char*, decltype(hba), uint8_t, uint8_t, uint32_t, Bytes>{
+             {"HBA, second slot", hba, 4, 5, 0, Bytes(300, 3)},
              {"KRON, type 4 by slot", kron, 4, 3, 0, {1}},
              {"KRON, type 4, no such slot", kron, 4, 255, 3, {}},
              {"KRON, first readable of its type", kron, 9, 255, 0, {4}}}) {
         EXPECT_EQ(function(&data, &size, type, slot), result);
-        EXPECT_EQ(Data(data, data + size), expected);
+        EXPECT_EQ(Bytes(data, data + size), expected);
         vexel_free(data);
     }
     EXPECT_EQ(hba(nullptr, &size, 4, 3), 3u);
@@ -50,7 +48,7 @@ TEST_F(Fru, TheTaviModelIsItsControllerName) {
              {"tavi-a1" + std::string(40, 'x'), 1, "tavi-a1xxxxxxxxxxxxxxxxxxxxxxxxx"},
              {"TAVI-A", 0, "TAVI-A"}}) {
         platform.region(49)[6] = 0;
-        Data data(19 + name.size(), 0x11);
+        Bytes data(19 + name.size(), 0x11);
         std::ranges::copy(name, data.begin() + 19);
         card(0x0201, 17, 9, data);
         EXPECT_EQ(is_TAVI_A2_Present(), revision == 2 ? 0u : 1u);

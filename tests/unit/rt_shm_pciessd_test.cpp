@@ -29,9 +29,9 @@ TEST_F(PcieSsdStatus, AReadTakesAnySlotThatLiesInTheRegion) {
     uint16_t status = 0xEEEE;
     region[144 + 4 * 31] = 2;
     EXPECT_EQ(RTSHM_readPciessdDriveStatusFromShm(&status, -37), 3u) << "before the region";
+    EXPECT_EQ(RTSHM_readPciessdDriveStatusFromShm(nullptr, -37), 0u) << "nothing is read";
     EXPECT_EQ(RTSHM_readPciessdDriveStatusFromShm(&status, 0x10000 + 31), 0u) << "16 bits";
     EXPECT_EQ(status, 2);
-    EXPECT_EQ(RTSHM_readPciessdDriveStatusFromShm(nullptr, -37), 0u) << "nothing is read";
 }
 
 TEST_F(PcieSsdStatus, LowestSlotOfABay) {

@@ -37,10 +37,8 @@ TEST_F(Topology, ABayBecomesABackplaneFromItsFirstNVMeSlot) {
     const BpStatusInfo& status = *cache_Bkplanes[1];
     EXPECT_EQ(status.u8SlotNumInBay, 4);
     EXPECT_EQ(status.au16DriveStatus, 0x1234);
-    const StorageObjectRecord backplane = *status.backplane;
-    EXPECT_EQ(backplane.body.enclosure.driveCount, 4);
-    EXPECT_EQ(backplane.body.enclosure.slotCount, 9);
-    EXPECT_EQ(std::wstring(backplane.NAME), L"PCIe SSD BP 1");
+    EXPECT_EQ(status.backplane->body.enclosure.slotCount + 0, 9);
+    EXPECT_STREQ(status.backplane->NAME + 0, L"PCIe SSD BP 1");
     fill_bay(2, 0, 2, 0);
     const AllocationScope scope;
     platform.fail(Place::Allocation);

@@ -89,7 +89,6 @@ TEST_F(Update, PublishesASmallServerByteByByte) {
     pd.formFactor = 3;
     pd.refTemp = 60;
     pd.critTemp = 70;
-    pd.enclosureType = 1;
     pd.impedance = 7;
     platform.snapshot.bayCnt = platform.snapshot.driveCnt = 2;
     BpApiBay& other = platform.snapshot.bays[0];  // a primary bay with another second id
@@ -105,9 +104,7 @@ TEST_F(Update, PublishesASmallServerByteByByte) {
     std::ranges::copy(Bytes{0, 0, 3, 7, 4}, platform.snapshot.drives + 18);
     controller(9, RTCACHE_TYPE_HBA, 0x97).adapter->body.adapter.temperature = RT_TEMPERATURE_NONE;
     rtcache_SetModularId(9, 1);
-    PhysicalDiskBody& tape = disk(9, 0, (L"Tape." + std::wstring(80, L'\u00e4')).c_str());
-    tape.protocol = 0x100;
-    tape.state = 0x0100;
+    disk(9, 0, (L"Tape." + std::wstring(80, L'\u00e4')).c_str()).protocol = 0x100;
     disk(8, 6).protocol = 0x100;  // behind a KRON such a drive is left out
     disk(8, 7).multipath = 1;     // and this one, whose primary path is 0
     run(1);
@@ -127,7 +124,7 @@ TEST_F(Update, PublishesASmallServerByteByByte) {
         {404, {0, 1}}, {420, {1, 2, 3, 4, 5, 6, 7, 8}}, {548, {0, 1}}, {564, {0x5C, 0}},
         {580, {1, 0}}, {596, {0x11, 0x12, 0x13, 0x14, 0x15, 0x16, 0x17, 0x18}},
         {724, {2, 0, 0, 0, 2, 0}}, {983, {7, 0}}, {1238, {4, 0}}, {1493, {1, 2}}, {1748, {3, 0}},
-        {2003, {38, 38}}, {2258, {0x10, 0x27, 0, 0, 0, 0, 0, 0}}, {3533, {0xCD, 0xAB, 1, 1}},
+        {2003, {38, 38}}, {2258, {0x10, 0x27, 0, 0, 0, 0, 0, 0}}, {3533, {0xCD, 0xAB, 1, 0}},
         {4043, {0x5D, 0x04, 0, 0}}, {4553, {7, 0}}, {4808, {2, 0}}, {5063, {9, 0}},
         {5318, {60, 0}}, {5573, {70, 0}}, {5828, text("Disk.Bay.7:Enclosure.Internal.0-2")},
         {5898, text(cut)},
