@@ -287,8 +287,7 @@ TEST(Faults, EveryExportedFunctionHasAScenario) {
     for (const std::string& file :  // the copies of records are made to fail there
          words("faults/vexel_scenarios faults/sync_scenarios faults/queue_scenarios "
                "faults/cache_scenarios faults/event_scenarios faults/submit_scenarios "
-               "faults/backplane_scenarios faults/region_scenarios unit/rt_dup_test "
-               "unit/rt_dup_foreign_test")) {
+               "faults/backplane_scenarios faults/region_scenarios unit/rt_dup_test")) {
         sources += file_content(SOURCE_FOLDER "/tests/" + file + ".cpp");
     }
     const std::set<std::string> used = words_of(sources, "\\b([A-Za-z_]\\w*)\\b");

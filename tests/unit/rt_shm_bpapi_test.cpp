@@ -30,8 +30,6 @@ TEST_F(Backplane, ASnapshotFillsTheTableByteByByteAndIsPrinted) {
     expect(slot_at(1, 3), {1, 3, 0, 0, 7, 0, 0x34, 0x12, 4, 1, 1, 6, 0, 0, 49, 0x5A});
     expect(4084, {1, 3, 4, 2, 1, 4, 4, 3});
     EXPECT_EQ(table_bytes(0, 4148), expected);
-    EXPECT_EQ(vexutils::acted_drive_states[53], 0x1234);
-
     EXPECT_EQ(std::ranges::count(lines_of("ZentBpPrintApiInfo"), '|'), 24) << "lines";
 }
 
@@ -39,18 +37,17 @@ TEST_F(Backplane, DriveRulesDependOnBoardSlotAndBus) {
     put(4, {1, 0, 1});
     put(89, {1, 0, 0, 0x80});
     put(100, {4, 1});
-    for (const auto& [what, board, slot, bus_valid, kron_and_extender, bus] :
-         Rows<const char*, uint32_t, uint8_t, uint8_t, Bytes, Bytes>{
-             {"before the riser of board 215, no bus", 215, 1, 0, {0, 6}, {0}},
-             {"last slot of its riser", 215, 4, 1, {0, 1}, {9}},
-             {"behind its riser", 215, 5, 1, {0, 6}, {9}},
-             {"another board, last bit of the slot map", 214, 31, 1, {1, 6}, {9}},
-             {"no bit for this slot", 214, 32, 1, {0, 6}, {9}}}) {
+    for (const auto& [what, board, slot, bus_valid, kron_extender_bus] :
+         Rows<const char*, uint32_t, uint8_t, uint8_t, Bytes>{
+             {"before the riser of board 215, no bus", 215, 1, 0, {0, 6, 0, 0, 0, 0}},
+             {"last slot of its riser", 215, 4, 1, {0, 1, 0, 0, 0, 9}},
+             {"behind its riser", 215, 5, 1, {0, 6, 0, 0, 0, 9}},
+             {"another board, last bit of the slot map", 214, 31, 1, {1, 6, 0, 0, 0, 9}},
+             {"no bit for this slot", 214, 32, 1, {0, 6, 0, 0, 0, 9}}}) {
         platform.system_id = board;
         put(835, {7, 1, 4, slot, 0, 0, 6, 0, 0, 0, 1, 0, 0, 0, 0, bus_valid, 9});
         EXPECT_EQ(rtshm_BpApiInit(), 0u);
-        EXPECT_EQ(table_bytes(slot_at(4, slot) + 10, 2), kron_and_extender);
-        EXPECT_EQ(table_bytes(slot_at(4, slot) + 15, 1), bus);
+        EXPECT_EQ(table_bytes(slot_at(4, slot) + 10, 6), kron_extender_bus);
     }
 }
 
@@ -86,9 +83,7 @@ TEST_F(Backplane, ACallbackActsOnChangesOnlyAndHandsTheSnapshotOn) {
     NVMeHotPlugCallback(&platform.snapshot);
     EXPECT_EQ(platform.count_logged(4, line), 1);
     put(6, {0});
-    platform.fail(Place::Lock);
     NVMeHotPlugCallback(&platform.snapshot);
-    EXPECT_TRUE(logged(2, " GlobalStatus failed!!"));
     EXPECT_EQ(sNVMeSSDBPInfo.slots[249].driveState, 0) << "a drive that is not named is gone";
     NVMeHotPlugCallback(nullptr);
     EXPECT_EQ(platform.count_logged(2, "info is NULL"), 1);

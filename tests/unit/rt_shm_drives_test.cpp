@@ -2,7 +2,10 @@
 
 namespace {
 
-class TableQueries : public BackplaneTest {};
+class TableQueries : public BackplaneTest {
+  protected:
+    uint8_t bay = 0xEE, slot = 0xEE;
+};
 
 // Every byte of the two entries differs, so that a query of the wrong byte or table shows.
 TEST_F(TableQueries, EachReadsItsOwnByteAndRefusesPositionsOutsideTheTable) {
@@ -43,7 +46,6 @@ TEST_F(TableQueries, EachReadsItsOwnByteAndRefusesPositionsOutsideTheTable) {
         out_state = nullptr;
     }
     EXPECT_EQ(sNVMeSSDBPInfo.slots[249].driveState, 0xFFFF);
-    EXPECT_EQ(ReadNVMeBPInfo(&byte), 1u) << "no session";
 }
 
 TEST_F(TableQueries, TheRearBackplaneIsFourLocations) {
@@ -70,6 +72,52 @@ TEST_F(TableQueries, AVersionIsKeptPerBayAndReadAsFourCharacters) {
     sNVMeSSDBPInfo.slots[0].driveState = 0x0203;
     EXPECT_EQ(RTSHM_ReadBpFwVersion(5, &word), 0u) << "reads on behind the bays";
     EXPECT_EQ(std::memcmp(&word, "3.02", 4), 0);
+}
+
+TEST_F(TableQueries, AGlobalSlotIsReadFromItsBytesOfTheRegion) {
+    std::iota(platform.region(20).begin(), platform.region(20).end(), uint8_t{0});
+    EXPECT_EQ(RTSHM_readPCIeSSDBayIDInfoFromGblSlotNum(&bay, 31), 0u);
+    EXPECT_EQ(RTSHM_readSSDSlotNumFromGblSlotNum(&slot, 0x10000 + 31), 0u) << "16 bits count";
+    EXPECT_EQ((Bytes{bay, slot}), (Bytes{138, 139}));
+    EXPECT_EQ(RTSHM_readPCIeSSDBayIDInfoFromGblSlotNum(&bay, 78), 3u) << "behind the region";
+    EXPECT_EQ(RTSHM_readPCIeSSDBayIDInfoFromGblSlotNum(nullptr, 78), 0u) << "nothing is read";
+    EXPECT_EQ(RTSHM_readSSDSlotNumFromGblSlotNum(nullptr, 78), 0u);
+}
+
+TEST_F(TableQueries, TheLastNVMeBayThatHasTheSlotIsGiven) {
+    EXPECT_EQ(RTSHM_readBayIDInfoFromGblSlotNum(&bay, 49), 3u);
+    for (uint8_t b = 1; b <= 3; ++b) {
+        sNVMeSSDBPInfo.slots[50 * b + 49].bayTechnology = b == 3 ? 3 : 4;
+        sNVMeSSDBPInfo.slots[50 * b + 49].bayId = b;
+    }
+    EXPECT_EQ(RTSHM_readBayIDInfoFromGblSlotNum(&bay, 49), 0u);
+    EXPECT_EQ(bay, 2);
+    EXPECT_EQ(RTSHM_readBayIDInfoFromGblSlotNum(&bay, 50), 3u);
+    EXPECT_EQ(RTSHM_readBayIDInfoFromGblSlotNum(nullptr, 49), 3u);
+}
+
+TEST_F(TableQueries, AnEndpointIsFoundAtItsLastPosition) {
+    sNVMeSSDBPInfo.slots[6].i2cEid = sNVMeSSDBPInfo.slots[203].i2cEid = 20;
+    sNVMeSSDBPVDMInfo.slots[7].vdmEid = sNVMeSSDBPVDMInfo.slots[149].vdmEid = 30;
+    sNVMeSSDBPVDMInfo.slots[249].vdmEid = 255;
+    const auto by_eid = RTSHM_readBayIDAndSlotNoFromEID;
+    const auto by_vdm_eid = RTSHM_readBayIDAndSlotNoFromVDMEID;
+    for (const auto& [what, find, eid, result, found] :
+         Rows<const char*, uint32_t (*)(uint8_t*, uint8_t*, int), int, uint32_t, Bytes>{
+             {"twice in the table", by_eid, 20, 0, {4, 3}},
+             {"not of the NVMe type", by_eid, 21, 0, {0xEE, 0xEE}},
+             {"not registered", by_eid, 22, 1, {0xEE, 0xEE}},
+             {"VDM, twice in the table", by_vdm_eid, 30, 0, {2, 49}},
+             {"VDM, the free marker", by_vdm_eid, 255, 3, {0xEE, 0xEE}},
+             {"VDM, no EID", by_vdm_eid, 286, 3, {0xEE, 0xEE}}}) {
+        bay = slot = 0xEE;
+        EXPECT_EQ(find(&bay, &slot, eid), result);
+        EXPECT_EQ(find(nullptr, &slot, eid) + find(&bay, nullptr, eid), 6u);
+        EXPECT_EQ((Bytes{bay, slot}), found);
+    }
+    sNVMeSSDBPInfo.slots[149].i2cEid = 22;
+    EXPECT_EQ(rtshm_getI2CNVMeSSDEIDfromVDMEID(30), 22);
+    EXPECT_EQ(rtshm_getI2CNVMeSSDEIDfromVDMEID(29), 255);
 }
 
 }  // namespace

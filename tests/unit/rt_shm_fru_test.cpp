@@ -63,19 +63,18 @@ TEST_F(Fru, TheTaviModelIsItsControllerName) {
 
 TEST_F(Fru, FqddsOfPcieSsdsAreTakenApart) {
     // length: of a text in 16-bit characters
-    for (const auto& [fqdd, length, result, row_slot, row_index, row_type] :
-         Rows<const char*, uint32_t, uint32_t, unsigned, unsigned, uint32_t>{
-             {"PCIeSSD.Slot.3-1", 0, 0, 3, 1, 8},
-             {"PxCxIxexSxSxDx.xSxlxoxtx.x3x-x1x", 32, 0, 3, 1, 8},
-             {"PCIeSSD.Integrated.12-34", 0, 0, 12, 34, 4},
-             {"PCIeSSD.SLX.258-x", 0, 0, 2, 0, 1},
-             {"PCIeSSD.Bay.7", 0, 0, 7, 0, 77},
-             {"Disk.Slot.3-1", 0, 1, 0xEE, 0xEE, 77}}) {
+    for (const auto& [fqdd, length, result, place, row_type] :
+         Rows<const char*, uint32_t, uint32_t, Bytes, uint32_t>{
+             {"PCIeSSD.Slot.3-1", 0, 0, {3, 1}, 8},
+             {"PxCxIxexSxSxDx.xSxlxoxtx.x3x-x1x", 32, 0, {3, 1}, 8},
+             {"PCIeSSD.Integrated.12-34", 0, 0, {12, 34}, 4},
+             {"PCIeSSD.SLX.258-x", 0, 0, {2, 0}, 1},
+             {"PCIeSSD.Bay.7", 0, 0, {7, 0}, 77},
+             {"Disk.Slot.3-1", 0, 1, {0xEE, 0xEE}, 77}}) {
         uint8_t slot = 0xEE, index = 0xEE;
         uint32_t type = 77;
         EXPECT_EQ(getSlotandSlotIndexfromFQDD(fqdd, length, &slot, &index, &type), result);
-        EXPECT_EQ(slot, row_slot);
-        EXPECT_EQ(index, row_index);
+        EXPECT_EQ((Bytes{slot, index}), place);
         EXPECT_EQ(type, row_type);
     }
     EXPECT_EQ(getSlotandSlotIndexfromFQDD(nullptr, 0, nullptr, nullptr, nullptr), 5u);

@@ -36,7 +36,6 @@ TEST_F(Topology, ABayBecomesABackplaneFromItsFirstNVMeSlot) {
     ASSERT_NE(cache_Bkplanes[1], nullptr);
     const BpStatusInfo& status = *cache_Bkplanes[1];
     EXPECT_EQ(status.u8SlotNumInBay, 4);
-    EXPECT_EQ(status.au16DriveStatus, 0x1234);
     EXPECT_EQ(status.backplane->body.enclosure.slotCount + 0, 9);
     EXPECT_STREQ(status.backplane->NAME + 0, L"PCIe SSD BP 1");
     fill_bay(2, 0, 2, 0);
@@ -69,16 +68,15 @@ TEST_F(Topology, TheFqddNamesAKnownExtenderOnly) {
 
 TEST_F(Topology, AnFqddIsTakenApart) {
     // length: of a text in 16-bit characters; 238: untouched
-    for (const auto& [fqdd, length, row_slot, row_bay] : Rows<const char*, uint8_t, int, int>{
-             {"Disk.Bay.7:Enclosure.Internal.0-2:PCIeExtender.Slot.3", 0, 7, 2},
-             {"Dxixsxkx.xBxaxyx.x7x", 20, 7, 238},
-             {"Disk.Bay.300:Enclosure.Internal.0-4294967297", 0, 44, 1},
-             {"Disk.Bay.x:Enclosure.Internal.0-y", 0, 0, 0},
-             {"::Disk..Bay.7.9:.Enclosure..Internal.-0--2", 0, 7, 2}}) {
+    for (const auto& [fqdd, length, found] : Rows<const char*, uint8_t, Bytes>{
+             {"Disk.Bay.7:Enclosure.Internal.0-2:PCIeExtender.Slot.3", 0, {7, 2}},
+             {"Dxixsxkx.xBxaxyx.x7x", 20, {7, 238}},
+             {"Disk.Bay.300:Enclosure.Internal.0-4294967297", 0, {44, 1}},
+             {"Disk.Bay.x:Enclosure.Internal.0-y", 0, {0, 0}},
+             {"::Disk..Bay.7.9:.Enclosure..Internal.-0--2", 0, {7, 2}}}) {
         uint8_t bay = 238, slot = 238;
         EXPECT_EQ(getBayIDandSlotFromFqdd(fqdd, length, &bay, &slot), 0u);
-        EXPECT_EQ(slot, row_slot);
-        EXPECT_EQ(bay, row_bay);
+        EXPECT_EQ((Bytes{slot, bay}), found);
     }
     EXPECT_EQ(getBayIDandSlotFromFqdd(nullptr, 0, nullptr, nullptr), 5u);
 }
