@@ -2,17 +2,11 @@
 
 namespace {
 
-class CachedObjects : public CacheTest {
-  protected:
-    void SetUp() override {
-        CacheTest::SetUp();
-        add_endpoint(8);
-        add_endpoint(9);
-        platform.clear_lines();
-    }
-};
+class CachedObjects : public CacheTest {};
 
 TEST_F(CachedObjects, EveryKeyTypeKeepsToItsBounds) {
+    add_endpoint(8);
+    add_endpoint(9);
     for (const auto& [key_type, bound] : Rows<uint32_t, unsigned>{
              {2, 255}, {3, 2048}, {4, 254}, {5, 6}, {6, 17}, {8, 255}, {0, 0}, {7, 0}}) {
         const auto beyond = static_cast<uint16_t>(bound);
@@ -36,18 +30,6 @@ TEST_F(CachedObjects, EveryKeyTypeKeepsToItsBounds) {
     EXPECT_EQ(rtcache_GetCachedObject(3, 10, 0, &object), 1u) << "not registered";
     EXPECT_EQ(rtcache_GetCachedObject(2, 255, 0, &object), 2u) << "the free marker";
     EXPECT_EQ(rtcache_GetCachedObject(2, 9, 0, nullptr), 2u);
-}
-
-TEST_F(CachedObjects, StoringSpeaksFetchingHardly) {
-    void* object = nullptr;
-    rtcache_SetCachedObject(3, 9, 16, nullptr);
-    EXPECT_EQ(logged_lines(),
-              (Lines{"5 --> enter with EID:9, u16ObjKey:16, pObjectToBeCached:(nil)",
-                     "5 --> max_physicaldevices:2048"}));
-    rtcache_GetCachedObject(3, 9, 16, &object);
-    EXPECT_TRUE(platform.lines().empty()) << "one inventory update fetches 65,000 times";
-    rtcache_SetCachedObject(6, 9, 16, nullptr);
-    EXPECT_TRUE(logged_lines()[1].starts_with("4 PCIeSSD Cache max_pciessd_backplanes=16 "));
 }
 
 }  // namespace

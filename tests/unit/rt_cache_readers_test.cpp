@@ -37,10 +37,7 @@ TEST_F(EventReaders, DrainedRowsBecomeAListLastFirst) {
     RtCacheEventRow* events = nullptr;
     RtCacheDiskChangeRow* disks = nullptr;
     ASSERT_EQ(rtcache_GetCachedEvents(kEid, &events, &disks), 0u);
-    platform.clear_lines();
     EXPECT_EQ(rtcache_ConvertCacheToEvent(events, disks, &list), 0u);
-    EXPECT_EQ(logged_lines(),
-              (Lines{"5 --> rtcache_ConvertCacheToEvent", "5 <-- rtcache_ConvertCacheToEvent"}));
     EXPECT_EQ(gRTCache_EventCount, 105u);
     *events = {1, {{6, 1, 60, nullptr}}};
     std::ranges::fill(disks->bitmap, uint8_t{0});
@@ -55,10 +52,7 @@ TEST_F(EventReaders, DrainedRowsBecomeAListLastFirst) {
 }
 
 TEST_F(EventReaders, EventsOfOneTypeAreTakenOut) {
-    platform.clear_lines();
     EXPECT_EQ(rtcache_GetEventsByObjType(kEid, 3, &list), 0u);
-    EXPECT_EQ(logged_lines(), (Lines{"5 --> rtcache_GetEventsByObjType, EID[9] objType:0x3",
-                                     "5 <-- rtcache_GetEventsByObjType"}));
     EXPECT_EQ(take(list), "3.3.2047d1 3.3.0d0 3.1.30b ") << "records and bits";
     EXPECT_EQ(rtcache_GetEventsByObjType(kEid, 4, &list), 0u);
     EXPECT_EQ(take(list), "4.1.40a ");

@@ -1,7 +1,5 @@
 #include "rt_evtq.h"
 
-#include <regex>
-
 #include "internal/owned.h"
 #include "tests/support/platform_test.h"
 
@@ -17,28 +15,17 @@ class EventQueue : public PlatformTest {
     }
     void TearDown() override { EXPECT_EQ(rtraid_EventQueue_Destroy(), 0); }
 
-    // The lines since the last call, "P" for pointers.
-    std::string lines() {
-        return std::regex_replace(lines_of("rt_evtq.cpp"), std::regex{"0x\\w+"}, "P");
-    }
-
     EndpointEvent power_on{RTRAID_CALLBACK_POWERON, 64, {7}};
 };
 
-TEST_F(EventQueue, PutAndGetSpeakOnlyTheseLines) {
-    const std::string named = "4 callbackType:MCTP_CLIENT_CALLBACK_TYPE_EVENT_POWERON|";
+TEST_F(EventQueue, EventsAreTakenOneByOne) {
     rtraid_EventQueue_Put(&power_on);
-    EXPECT_EQ(lines(), "2 pEvent->bufferSize:[64]|" + named + "2 Head of the node P|4 <-- exit|");
     rtraid_EventQueue_Put(&power_on);
-    lines();
-    for (const char* more : {"4 more", "4 no more"}) {
+    EXPECT_EQ(platform.messages(2).size(), 3u) << "two sizes, one head of the queue";
+    for (const char* more : {"more", "no more"}) {
         const Owned<EndpointEvent> event{rtraid_EventQueue_Get()};
         EXPECT_EQ(event->bufferSize, 64u);
-        EXPECT_EQ(event->buffer[0], 7);
-        EXPECT_EQ(lines(), std::string{"4 check for the status|4 got the status|4 waitOnEvent|"
-                                       "4 Lock the queue|4 get the entry of the queue|"
-                                       "4 get the entry next of the queue|"} +
-                               more + " events to process|4 <-- exit|");
+        EXPECT_TRUE(logged(4, std::string{more} + " events to process"));
     }
 }
 
