@@ -3,15 +3,6 @@
 #include "tests/faults/world.h"
 
 namespace faults {
-namespace {
-
-// 0 if all results are.
-template <class... Results>
-int64_t sum(Results... results) {
-    return (int64_t{0} + ... + results);
-}
-
-}  // namespace
 
 Scenarios backplane_scenarios() {
     Scenarios all;
@@ -35,7 +26,7 @@ Scenarios backplane_scenarios() {
     all.add("drive positions", {0, {}, true}, [] {
         uint16_t state = 0;
         uint8_t eid = 0, bay = 9, slot = 9;
-        return sum(
+        return either(
             read(rtshm_getDriveTechFromBpInfo, 1, 2), read(rtshm_getBusNumFromBpInfo, 1, 2),
             rtshm_getNVMeDriveState(&state, 1, 2), rtshm_SetNVMeDriveState(1, 2, 1),
             rtshm_UpdateNVMeSSDSlotToEID(1, 2, kNvme),
@@ -54,10 +45,10 @@ Scenarios backplane_scenarios() {
     all.add("texts and versions", {0}, [] {
         uint8_t major, minor, bay, slot;
         uint32_t type, text;
-        return sum(RTSHM_setBpFwVersion(1, 2, 3), RTSHM_getBpFwVersion(1, &major, &minor),
-                   RTSHM_ReadBpFwVersion(1, &text),
-                   getBayIDandSlotFromFqdd("Disk.Bay.7:Enclosure.Internal.0-2", 0, &bay, &slot),
-                   getSlotandSlotIndexfromFQDD("PCIeSSD.Slot.3-1", 0, &bay, &slot, &type));
+        return either(RTSHM_setBpFwVersion(1, 2, 3), RTSHM_getBpFwVersion(1, &major, &minor),
+                      RTSHM_ReadBpFwVersion(1, &text),
+                      getBayIDandSlotFromFqdd("Disk.Bay.7:Enclosure.Internal.0-2", 0, &bay, &slot),
+                      getSlotandSlotIndexfromFQDD("PCIeSSD.Slot.3-1", 0, &bay, &slot, &type));
     });
     all.add("extenders", {0, {0, 3}}, [] { return rtshm_getNVMeExtcard(); });
     all.add("extender", {0, {0, 3}}, [] { return processNVMeExtndrcardInfo(1, 5); });

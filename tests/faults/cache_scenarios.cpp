@@ -36,17 +36,14 @@ Scenarios cache_scenarios() {
     all.add("ids", {0}, [] { return rtcache_SetID(3, 5) + read(rtcache_GetID, 3u); });
     all.add("endpoint count", {4, {3}}, [] { return rtcache_GetStorageEIDCount(); });
     all.add("endpoints", {0, {3}}, [] {
-        StorageEIDTable table;
-        return rtcache_GetStorageEIDs(&table);
-    });
-    all.add("status", {0, {3}}, [] {
         StorageEIDAttr attributes;
-        return rtcache_GetStorageEIDStatus(kHba, &attributes);
+        StorageEIDTable table;
+        return either(
+            rtcache_GetStorageEIDs(&table), rtcache_GetStorageEIDStatus(kHba, &attributes),
+            rtcache_SetStorageEIDStatus(kHba, 3), read(rtcache_GetStorageEIDType, kHba),
+            rtcache_SetStorageEIDType(kHba, RTCACHE_TYPE_HBA), rtcache_SetModularId(kHba, 2),
+            rtcache_FreeObjectLevel(kKron, RTCACHE_KEY_DISK));
     });
-    all.add("set status", {0, {3}}, [] { return rtcache_SetStorageEIDStatus(kHba, 3); });
-    all.add("type", {0, {3}}, [] { return read(rtcache_GetStorageEIDType, kHba); });
-    all.add("set type", {0, {3}}, [] { return rtcache_SetStorageEIDType(kHba, RTCACHE_TYPE_HBA); });
-    all.add("set modular id", {0, {3}}, [] { return rtcache_SetModularId(kHba, 2); });
     all.add("attributes", {0, {}, true}, [] {
         StorageEIDAttr attributes;
         return rtcache_GetStorageEIDStatusNoLock(kHba, &attributes) +
@@ -65,8 +62,6 @@ Scenarios cache_scenarios() {
         const uint32_t found = rtcache_GetCachedObject(RTCACHE_KEY_DISK, kKron, kDiskKey, &object);
         return found + rtcache_SetCachedObject(RTCACHE_KEY_DISK, kKron, kDiskKey, object);
     });
-    all.add("freed level", {0, {3}},
-            [] { return rtcache_FreeObjectLevel(kKron, RTCACHE_KEY_DISK); });
     all.add("freed records", {0}, [] {
         return (rtcache_FreeRMObjects(
                     static_cast<StorageObjectRecord*>(room(sizeof(StorageObjectRecord))), 1),

@@ -21,16 +21,6 @@ void fill(uint8_t eid, uint32_t count) {
     cache_Events_PD_ChObj[GetIndexFromEID(eid)].bitmap[1] = 0xFF;
 }
 
-template <class Record>
-int64_t recorded(Record record) {
-    EventData* data = event_data("PDR5");
-    const uint32_t result = record(data);
-    if (result != 0) {
-        vexutils::free_event_data(data);
-    }
-    return result;
-}
-
 }  // namespace
 
 Scenarios event_scenarios() {
@@ -38,14 +28,11 @@ Scenarios event_scenarios() {
     all.add("event", {0, {}, true},
             [] { return rtcache_SetCachedEvent(kHba, RT_OBJ_PHYSICAL_DISK, 3, 4); });
     all.add("event with data", {0, {}, true}, [] {
-        return recorded([](EventData* data) {
-            return rtcache_CopyCachedEvent(kNvme, RT_OBJ_PHYSICAL_DISK, 3, 4, data);
-        });
+        return rtcache_CopyCachedEvent(kNvme, RT_OBJ_PHYSICAL_DISK, 3, 4, event_data("PDR5"));
     });
     all.add("rolled up event", {0, {}, true}, [] {
-        return recorded([](EventData* data) {
-            return rtcache_SetCachedEvent_roll_up(kKron, RT_OBJ_VIRTUAL_DISK, 1, 2, data);
-        });
+        EventData* data = event_data("PDR5");
+        return rtcache_SetCachedEvent_roll_up(kKron, RT_OBJ_VIRTUAL_DISK, 1, 2, data);
     });
     all.add("delayed events", {0, {}, true}, [] {
         return rtcache_SetDelayedCachedEvent(kKron, RT_OBJ_VIRTUAL_DISK, 1, 2) +

@@ -51,10 +51,9 @@ Scenarios queue_scenarios() {
         if (gpRtraid_EventQueue->head == nullptr) {
             put(RTRAID_CALLBACK_POWERON);
         }
-        EndpointEvent* event = nullptr;
-        if (gpRtraid_EventQueue->head != nullptr && rtraid_EventQueue_GetStatus() == 1) {
-            event = rtraid_EventQueue_Get();
-        }
+        const bool ready =
+            gpRtraid_EventQueue->head != nullptr && rtraid_EventQueue_GetStatus() == 1;
+        EndpointEvent* event = ready ? rtraid_EventQueue_Get() : nullptr;
         vexel_free(event);
         return event != nullptr;
     });

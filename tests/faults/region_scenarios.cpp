@@ -27,37 +27,26 @@ Scenarios region_scenarios() {
     });
     all.add("tape section", {0, {5}}, [] { return RTSHM_InitTBUSharedMem(TAPE_PRESENT); });
     all.add("polling flags", {0, {0, 3}}, [] { return read(RTSHM_ReadSharedThermalPolling); });
-    all.add("split mode", {0, {3}}, [] { return read(RTSHM_readBackplaneSharedMem); });
     all.add("dump", {0}, [] { return (RTSHM_DumpSharedMem(), 0); });
     all.add("inventory", {0, {}, true}, [] { return RTSHM_UpdateSharedMem(1); });
-    all.add("slot of a global slot", {0, {3}},
-            [] { return read(RTSHM_readSSDSlotNumFromGblSlotNum, 2); });
-    all.add("bay of a global slot", {0, {3}},
-            [] { return read(RTSHM_readPCIeSSDBayIDInfoFromGblSlotNum, 2); });
-    all.add("FRU", {0, {3}}, [] {
-        const uint8_t fru[4] = {1, 2, 3, 4};
-        return RTSHM_StoreFRU(RTCACHE_TYPE_PCIESSD, 1, 2, 0, 0, fru, 4);
-    });
-    all.add("FRU temperature", {2}, [] { return RTSHM_StoreFRUTemp(kNvme, 0, 2, 30); });
-    all.add("drive temperature", {0, {3}},
-            [] { return RTSHM_StoreFRUTemp(RTCACHE_TYPE_NVME, 0, 2, 30); });
-    all.add("cleared FRU", {0, {3}}, [] { return RTSHM_ClearFRU(RTCACHE_TYPE_NVME, 0, 2); });
-    all.add("cleared FQDD", {0, {3}}, [] { return RTSHM_ClearFqdd(RTCACHE_TYPE_NVME, 0, 2); });
-    all.add("FQDD of a drive", {0, {3}},
-            [] { return RTSHM_Add_NVMeSSD_FQDD_toSHM(2, "Disk.Bay.2"); });
-    all.add("base of a bay", {0, {3}}, [] {
+    all.add("read regions", {0, {3}}, [] {
         uint8_t base;
-        return RTSHM_GetPCIeSSDGlobalSlotNumberBase(1, &base);
-    });
-    all.add("presence", {0, {3}}, [] { return read(RTSHM_ReadPCIeSSDPresenceSharedMem); });
-    all.add("drive status", {0, {3}}, [] {
         uint16_t status;
-        return RTSHM_readPciessdDriveStatusFromShm(&status, 2);
+        return either(read(RTSHM_readBackplaneSharedMem),
+                      read(RTSHM_readSSDSlotNumFromGblSlotNum, 2),
+                      read(RTSHM_readPCIeSSDBayIDInfoFromGblSlotNum, 2),
+                      RTSHM_GetPCIeSSDGlobalSlotNumberBase(1, &base),
+                      read(RTSHM_ReadPCIeSSDPresenceSharedMem),
+                      RTSHM_readPciessdDriveStatusFromShm(&status, 2));
     });
-    all.add("written status", {0, {3}}, [] { return updatePciessdDriveStatusToShm(3, 2); });
-    all.add("status block", {0, {3}}, [] {
+    all.add("written regions", {0, {3}}, [] {
         static const uint8_t block[128] = {};
-        return updatePciessdiBCDDataToShm(block);
+        return either(RTSHM_StoreFRU(RTCACHE_TYPE_PCIESSD, 1, 2, 0, 0, block, 4),
+                      RTSHM_StoreFRUTemp(RTCACHE_TYPE_NVME, 0, 2, 30),
+                      RTSHM_ClearFRU(RTCACHE_TYPE_NVME, 0, 2),
+                      RTSHM_ClearFqdd(RTCACHE_TYPE_NVME, 0, 2),
+                      RTSHM_Add_NVMeSSD_FQDD_toSHM(2, "Disk.Bay.2"),
+                      updatePciessdDriveStatusToShm(3, 2), updatePciessdiBCDDataToShm(block));
     });
     all.add("simulated drives", {0, {0, 3}}, [] { return RTSHM_SimulatePCIeSSD(); });
     all.add("HBA card", {0, {2, 3}}, [] { return card(get_HBA_FRU_Info, 9, 3); });

@@ -17,13 +17,6 @@ struct Promise {
 };
 
 struct Scenario {
-    // call: repeatable; leaves nothing behind that the World does not free.
-    template <class Call>
-    Scenario(const char* name, Promise promised, Call)
-        : what(name),
-          promise(std::move(promised)),
-          run([] { return static_cast<int64_t>(Call{}()); }) {}
-
     const char* what;
     Promise promise;
     int64_t (*run)();
@@ -37,10 +30,17 @@ int64_t read(uint32_t (*get)(uint8_t*, Parameters...),
     return get(bytes, arguments...);
 }
 
+// The result of calls that fail alike. A failure that does not last shows each alone.
+template <class... Results>
+int64_t either(Results... results) {
+    return (int64_t{0} | ... | results);
+}
+
 struct Scenarios : std::vector<Scenario> {
+    // call: repeatable; leaves nothing behind that the World does not free.
     template <class Call>
-    void add(const char* what, Promise promise, Call call) {
-        emplace_back(what, std::move(promise), call);
+    void add(const char* what, Promise promise, Call) {
+        push_back({what, std::move(promise), [] { return static_cast<int64_t>(Call{}()); }});
     }
 };
 

@@ -1,5 +1,4 @@
 #include "rt_lclogwrp.h"
-#include "rt_sync.h"
 #include "tests/faults/scenario.h"
 
 namespace faults {
@@ -9,10 +8,6 @@ Scenarios submit_scenarios() {
     all.add("alert", {0, {0, -1}}, [] {
         const char* const arguments[] = {"a", nullptr, "c"};
         return rt_JWLOGCMNSubmitEvent(1, "CTL140", L"RAID.Slot.1-1", arguments, 3);
-    });
-    all.add("alert in inventory", {0, {0, -1}}, [] {
-        grtsync_Status.phase = RTSYNC_PHASE_INVENTORY;
-        return rt_JWLOGCMNSubmitEvent(1, "CTL140", L"RAID.Slot.1-1", nullptr, 0);
     });
     all.add("alert without device", {0, {-1}},
             [] { return rt_JWLOGCMNSubmitEvent_nonRaid(0, 0, 1, "CTL140"); });

@@ -24,8 +24,9 @@ Scenarios sync_scenarios() {
         RTSync_SetGlobalStatus(status);
         return RTSync_UnLockGlobalStatus();
     });
-    all.add("poll times", {0, {1}}, [] { return RTSync_SetGlobalPoll(grtsync_Status); });
-    all.add("poll time now", {0, {1}}, [] { return RTSync_updateGlobalPoll({}); });
+    all.add("poll times", {0, {1}}, [] {
+        return either(RTSync_SetGlobalPoll(grtsync_Status), RTSync_updateGlobalPoll({}));
+    });
     all.add("thread", {1, {0}}, [] {
         sem_init(&thread_ran, 0, 0);
         const auto body = [](void*) -> void* { return (sem_post(&thread_ran), nullptr); };
@@ -36,18 +37,19 @@ Scenarios sync_scenarios() {
     });
     all.add("reset states", {0, {1}},
             [] { return (RTSync_KronStateDestroy(), RTSync_KronStateInit()); });
-    all.add("set reset state", {0, {1}}, [] { return RTSync_SetKronStatus(7, 3); });
     all.add("reset state", {0, {1}}, [] {
         uint8_t status;
         gKRONState[0] = {9, 4, {}};
-        return RTSync_GetKronStatus(9, &status);
+        return either(RTSync_GetKronStatus(9, &status), RTSync_SetKronStatus(7, 3));
     });
     all.add("re-inventory mutex", {0, {1}}, [] {
         rtraid_KRONInventoryThreadHandlerMutexDestroy();
         return rtraid_KRONInventoryThreadHandlerMutexInit();
     });
-    all.add("re-inventory flag", {0, {1}}, [] { return read(rtraid_GetKRONInventoryThreadFlag); });
-    all.add("set re-inventory flag", {0, {1}}, [] { return rtraid_SetKRONInventoryThreadFlag(1); });
+    all.add("re-inventory flag", {0, {1}}, [] {
+        return either(read(rtraid_GetKRONInventoryThreadFlag),
+                      rtraid_SetKRONInventoryThreadFlag(1));
+    });
     all.add("long job filter", {2, {2, 0, 1}}, [] {
         static std::vector<const wchar_t*> fqdds(200, L"RAID.Slot.3-%%1");
         const void* before = g_hybridJobData;

@@ -5,8 +5,6 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <fstream>
-#include <ostream>
 
 #include "internal/vexel_state.h"
 #include "platform/shm.h"
@@ -15,6 +13,7 @@
 #include "rt_shm.h"
 #include "rt_shm/nvme_table.h"
 #include "rt_sync.h"
+#include "tests/support/files.h"
 #include "tests/support/objects.h"
 #include "vexel.h"
 
@@ -33,13 +32,12 @@ void store(uint32_t key_type, uint8_t eid, uint16_t key, void* node) {
 }
 
 void add_objects() {
-    for (const auto& [eid, type] :
-         {std::pair{kKron, RTCACHE_TYPE_KRON}, {kHba, RTCACHE_TYPE_HBA}}) {
-        rtcache_UpdateCachedObject(RTCACHE_REGISTER, eid, type, 1);
-        rtcache_SetStorageEIDStatus(eid, 2);
-    }
+    rtcache_UpdateCachedObject(RTCACHE_REGISTER, kKron, RTCACHE_TYPE_KRON, 1);
+    rtcache_UpdateCachedObject(RTCACHE_REGISTER, kHba, RTCACHE_TYPE_HBA, 1);
     rtcache_UpdateCachedObject(RTCACHE_REGISTER, kNvme, RTCACHE_TYPE_NVME, 0);
     rtcache_UpdateCachedObject(RTCACHE_REGISTER, kCard, RTCACHE_TYPE_PCIESSD, 0);
+    rtcache_SetStorageEIDStatus(kKron, 2);
+    rtcache_SetStorageEIDStatus(kHba, 2);
     EXPECT_EQ(rtcache_GetLock(), 0u);
     store(RTCACHE_KEY_CONTROLLER, kKron, kKron, make_controller());
     store(RTCACHE_KEY_CONTROLLER, kHba, kHba, make_controller());
@@ -56,11 +54,9 @@ void add_objects() {
 }
 
 void drop_event_queue() {
-    if (gpRtraid_EventQueue == nullptr) {
-        return;
-    }
-    while (EndpointEventNode* node = gpRtraid_EventQueue->head) {
-        gpRtraid_EventQueue->head = node->next;
+    while (gpRtraid_EventQueue != nullptr && gpRtraid_EventQueue->head != nullptr) {
+        EndpointEventNode* node =
+            std::exchange(gpRtraid_EventQueue->head, gpRtraid_EventQueue->head->next);
         vexel_free(node->event);
         vexel_free(node);
     }
@@ -110,13 +106,9 @@ void stop() {
 // ---- World --------------------------------------------------------------------------------------
 
 std::string file(const std::string& name, const std::string& content) {
-    static const std::string folder = [] {
-        std::string pattern = testing::TempDir() + "vexfaultsXXXXXX";
-        const char* made = mkdtemp(pattern.data());
-        return std::string{made != nullptr ? made : "."} + "/";
-    }();
-    std::ofstream{folder + name, std::ios::binary} << content;
-    return folder + name;
+    static const TempDir folder;
+    write_file(folder / name, content);
+    return folder / name;
 }
 
 namespace {
@@ -164,11 +156,10 @@ void fill_regions(fake::Platform& platform) {
 
 const char* path(const char* name, const char* content) {
     static std::map<std::string, std::string> paths;
-    std::string& result = paths[name];
-    if (result.empty()) {
-        result = file(name, content);
+    if (!paths.contains(name)) {
+        paths[name] = file(name, content);
     }
-    return result.c_str();
+    return paths[name].c_str();
 }
 
 }  // namespace
@@ -206,15 +197,10 @@ Holdings holdings() {
     const fake::Platform& platform = fake::platform();
     const int descriptor = dup(STDERR_FILENO);  // the lowest that is free
     close(descriptor);
-    return {fake::live_blocks(), platform.live_mutexes,    platform.live_events,
-            platform.live_lists, platform.open_sessions(), platform.locks_held,
-            descriptor};
-}
-
-std::ostream& operator<<(std::ostream& out, const Holdings& held) {
-    return out << held.blocks << " blocks, " << held.mutexes << " mutexes, " << held.events
-               << " events, " << held.lists << " lists, " << held.sessions << " sessions, "
-               << held.locks << " locks, descriptor " << held.lowest_free_descriptor;
+    return {{"blocks", fake::live_blocks()},        {"mutexes", platform.live_mutexes},
+            {"events", platform.live_events},       {"lists", platform.live_lists},
+            {"sessions", platform.open_sessions()}, {"locks", platform.locks_held},
+            {"lowest free descriptor", descriptor}};
 }
 
 // ---- Memory that no failure reaches -------------------------------------------------------------
@@ -231,10 +217,8 @@ EventData* event_data(const char* id) {
 
 void free_list(RtCacheEventNode* list) {
     while (list != nullptr) {
-        RtCacheEventNode* next = list->next;
         vexutils::free_event_data(static_cast<EventData*>(list->eventData));
-        vexel_free(list);
-        list = next;
+        vexel_free(std::exchange(list, list->next));
     }
 }
 
