@@ -228,13 +228,14 @@ TEST_F(Duplicates, TextsOfADiskAreBoundedAndKeysEndOnePastTheirEnd) {
 
 TEST_F(Duplicates, ArraysWithoutElementsAreSharedByADiskOnly) {
     uint32_t ids[] = {11, 12};
-    source.objType = RT_OBJ_FAN;                           // which owns neither
-    source.body.pd.words = source.body.vd.targetID = ids;  // the same bytes
-    for (const auto& [copy, shared] :
-         {std::pair{filled<rtraid_DupVD>(&source), false}, {filled<rtraid_dupPD>(&source), true}}) {
-        EXPECT_EQ(copy->body.pd.words + 0, shared ? +ids : nullptr);
-        rtcache_FreeRMObjects(copy, 1);
-    }
+    source.objType = RT_OBJ_FAN;  // which owns neither
+    source.body.pd.words = source.body.vd.targetID = ids;
+    StorageObjectRecord* virtual_disk = filled<rtraid_DupVD>(&source);
+    StorageObjectRecord* disk = filled<rtraid_dupPD>(&source);
+    EXPECT_EQ(virtual_disk->body.vd.targetID + 0, nullptr);
+    EXPECT_EQ(disk->body.pd.words + 0, ids);
+    rtcache_FreeRMObjects(virtual_disk, 1);
+    rtcache_FreeRMObjects(disk, 1);
 }
 
 TEST_F(Duplicates, SmartDataOfNeitherSelectorLeavesTheCopyAlone) {
