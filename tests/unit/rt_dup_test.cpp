@@ -229,13 +229,15 @@ TEST_F(Duplicates, TextsOfADiskAreBoundedAndKeysEndOnePastTheirEnd) {
 TEST_F(Duplicates, ArraysWithoutElementsAreSharedByADiskOnly) {
     uint32_t ids[] = {11, 12};
     source.objType = RT_OBJ_FAN;  // which owns neither
-    source.body.pd.words = source.body.vd.targetID = ids;
-    StorageObjectRecord* virtual_disk = filled<rtraid_DupVD>(&source);
-    StorageObjectRecord* disk = filled<rtraid_dupPD>(&source);
-    EXPECT_EQ(virtual_disk->body.vd.targetID + 0, nullptr);
-    EXPECT_EQ(disk->body.pd.words + 0, ids);
-    rtcache_FreeRMObjects(virtual_disk, 1);
-    rtcache_FreeRMObjects(disk, 1);
+    source.body.vd.targetID = ids;
+    StorageObjectRecord* copy = filled<rtraid_DupVD>(&source);
+    EXPECT_EQ(copy->body.vd.targetID + 0, nullptr);
+    rtcache_FreeRMObjects(copy, 1);
+    source.body.vd.targetID = nullptr;
+    source.body.pd.words = ids;
+    copy = filled<rtraid_dupPD>(&source);
+    EXPECT_EQ(copy->body.pd.words + 0, ids);
+    rtcache_FreeRMObjects(copy, 1);
 }
 
 TEST_F(Duplicates, SmartDataOfNeitherSelectorLeavesTheCopyAlone) {
