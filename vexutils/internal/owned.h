@@ -21,6 +21,7 @@ using Owned = std::unique_ptr<T, VexelFree>;
 template <class T>
 Owned<T> make_owned(std::size_t count = 1) {
     std::size_t size = 0;
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): T may be a pointer
     if (__builtin_mul_overflow(count, sizeof(T), &size)) {
         return nullptr;
     }

@@ -60,7 +60,8 @@ uint32_t RTSHM_ReadBpFwVersion(unsigned bay, uint32_t* output) {
     const auto* version =
         reinterpret_cast<const uint8_t*>(&sNVMeSSDBPInfo) + kEntryBytes * bay + kMajorOffset;
     char text[sizeof("ff.ff")]{};
-    std::snprintf(text, sizeof(text), "%x.%02x", load(version[0]), load(version[1]));
+    static_cast<void>(
+        std::snprintf(text, sizeof(text), "%x.%02x", load(version[0]), load(version[1])));
     std::memcpy(output, text, sizeof(*output));  // Kept: four characters, no terminator.
     LOG(Level::Trace, "bpFwRev:%.4s tmpBuf=%s", text, text);
     LOG(Level::Trace, "<-- %s ret=%d", __func__, 0);

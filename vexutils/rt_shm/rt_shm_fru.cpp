@@ -246,8 +246,9 @@ using namespace vexutils;
 
 uint32_t get_HBA_FRU_Info(uint8_t** data, uint32_t* size, uint8_t cardType, uint8_t slot) {
     char found[80];
-    std::snprintf(found, sizeof(found),
-                  "HBA FRU is present at slot:%d %d, Now get the actual FRU data", slot, slot);
+    static_cast<void>(std::snprintf(found, sizeof(found),
+                                    "HBA FRU is present at slot:%d %d, Now get the actual FRU data",
+                                    slot, slot));
     return look_up({__func__, cardType, slot, false}, found, data, size);
 }
 
@@ -322,7 +323,7 @@ uint32_t getSlotandSlotIndexfromFQDD(const void* fqdd, uint32_t length, uint8_t*
     const auto* text = static_cast<const char*>(fqdd);
     char narrowed[kFqddBytes] = {};
     if (length != 0) {
-        for (std::uint32_t i = 0; 2 * i < length && i < kFqddBytes - 1; ++i) {
+        for (std::size_t i = 0; 2 * i < length && i < kFqddBytes - 1; ++i) {
             narrowed[i] = text[2 * i];
         }
         text = narrowed;

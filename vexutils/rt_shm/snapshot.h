@@ -6,6 +6,7 @@
 #include <platform/bpapi.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -40,7 +41,7 @@ inline RecordCount downstream_count(const BpApiBay& bay) {
 // index: below drive_count(info).kept() or printed_drive_count(info).kept().
 inline BpApiDrive drive_record(const BpApiInfo& info, unsigned index) {
     BpApiDrive drive;
-    std::memcpy(&drive, &info.drives[BPAPI_DRIVE_STRIDE * index], sizeof(drive));
+    std::memcpy(&drive, &info.drives[std::size_t{BPAPI_DRIVE_STRIDE} * index], sizeof(drive));
     return drive;
 }
 

@@ -60,8 +60,9 @@ unsigned IsstressTAVIPollEnabled(int* first, int* second) {
         return 0;
     }
     int numbers[2];
+    // NOLINTNEXTLINE(cert-err34-c): numbers out of range are for who writes the file to avoid
     const bool both = std::fscanf(file, "%d %d", &numbers[0], &numbers[1]) == 2;
-    std::fclose(file);
+    static_cast<void>(std::fclose(file));
 
     *first = both ? numbers[0] : kDefaultPollFirst;
     *second = both ? numbers[1] : kDefaultPollSecond;

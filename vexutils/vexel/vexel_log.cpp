@@ -161,7 +161,7 @@ class LogLine {
             return false;
         }
         line_ = heap_.get();
-        std::vsnprintf(line_ + prefix_length_, room, format, arguments);
+        static_cast<void>(std::vsnprintf(line_ + prefix_length_, room, format, arguments));
         length_ = prefix_length_ + std::strlen(line_ + prefix_length_);
         return true;
     }

@@ -43,7 +43,7 @@ void** vexel_alloc_2darray(size_t rows, size_t columns, size_t elementSize) {
     for (std::size_t row = 0; row < rows; ++row) {
         table.get()[row] = block.get() + row * row_bytes;
     }
-    block.release();  // row 0 of the table
+    static_cast<void>(block.release());  // row 0 of the table
     return table.release();
 }
 
