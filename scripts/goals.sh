@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # The reliability goals and what a run reaches of them; sourced by ./vex, whose helpers it uses.
 # Harnesses print "figures: ID name=number ..." lines, which end up in the logs of ctest and of ./vex fuzz.
 
@@ -108,11 +109,13 @@ command_soak() {
     end=$((SECONDS + 60 * minutes))
     while [ $SECONDS -lt $end ] || [ $rounds = 0 ]; do
         rounds=$((rounds + 1))
-        run_logged build/soak/threads.log ctest --test-dir build/native-tsan -R '^thread_tests$' --output-on-failure &&
+        if ! { run_logged build/soak/threads.log ctest --test-dir build/native-tsan -R '^thread_tests$' --output-on-failure &&
             run_logged build/soak/kills.log ctest --test-dir build/i386 -R '^system_shm_kill_tests$' --output-on-failure &&
             run_logged build/soak/unit.log build/i386/tests/unit_tests --gtest_shuffle --gtest_repeat=5 \
-                --gtest_recreate_environments_when_repeating --gtest_brief=1 --gtest_filter='-*Thousands*' ||
-            { say "round $rounds failed"; return 1; }
+                --gtest_recreate_environments_when_repeating --gtest_brief=1 --gtest_filter='-*Thousands*'; }; then
+            say "round $rounds failed"
+            return 1
+        fi
         say "round $rounds passed, $(((end - SECONDS) / 60)) minutes to go"
     done
 }
@@ -145,11 +148,11 @@ row() {
 
 # stage NAME COMMAND...: one harness of the sheet; its output, with its figures, goes to a log of that name.
 stage() {
-    local name=$1 began=$SECONDS result=done
+    local name=$1 began=$SECONDS result="done"
     shift
     ("$@") >"build/goals/$name.log" 2>&1 || result=failed
     say "$name: $result in $((SECONDS - began)) s"
-    [ $result = done ] || FAILED="$FAILED $name"
+    [ "$result" = "done" ] || FAILED="$FAILED $name"
 }
 
 # thread_stage: building is a check of its own, since clang refuses what takes no lock.
