@@ -40,8 +40,9 @@ inline RecordCount downstream_count(const BpApiBay& bay) {
 
 // index: below drive_count(info).kept() or printed_drive_count(info).kept().
 inline BpApiDrive drive_record(const BpApiInfo& info, unsigned index) {
+    const std::size_t offset = std::size_t{BPAPI_DRIVE_STRIDE} * index;
     BpApiDrive drive;
-    std::memcpy(&drive, &info.drives[std::size_t{BPAPI_DRIVE_STRIDE} * index], sizeof(drive));
+    std::memcpy(&drive, &info.drives[offset], sizeof(drive));
     return drive;
 }
 
