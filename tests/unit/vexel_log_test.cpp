@@ -1,5 +1,7 @@
 #include <ctime>
 #include <regex>
+#include <sstream>
+#include <thread>
 
 #include "internal/log.h"
 #include "internal/vexel_state.h"
@@ -96,6 +98,41 @@ TEST_F(TraceLog, DumpsBytesAsHexAndCharactersToBothSinks) {
         "000010: 00 1f 20 7e 7f ff " + std::string(10 * 3, ' ') + " .. ~..\n";
     EXPECT_EQ(file(), "before\n" + first + second);
     EXPECT_EQ(platform.lines().at(0).text + platform.lines().at(1).text, first + second);
+}
+
+TEST_F(TraceLog, ALockThatFailsDropsTheFileCopyOnly) {
+    use_log_file();
+    logmutex = PTHREAD_ERRORCHECK_MUTEX_INITIALIZER_NP;
+    pthread_mutex_lock(&logmutex);
+    LOG(Level::Trace, "%s", "text");
+    hexdump("A", 1);
+    rt_log_Exit();  // nothing to give up before rt_log_init
+    EXPECT_EQ(platform.lines().size(), 1u);
+    EXPECT_EQ(file(), "");
+    vexutils::log_state.init = vexutils::LogInit::Done;
+    rt_log_Exit();
+    EXPECT_TRUE(logged(1, "pthread_mutex_destroy  failed with " + std::to_string(EBUSY)));
+    pthread_mutex_unlock(&logmutex);
+    logmutex = PTHREAD_MUTEX_INITIALIZER;
+}
+
+TEST_F(TraceLog, LinesOfThreadsDoNotMix) {
+    use_log_file();
+    std::vector<std::jthread> threads;
+    for (char letter = 'a'; letter < 'i'; ++letter) {
+        threads.emplace_back([text = std::string(300, letter)] {
+            for (int i = 0; i < 100; ++i) {
+                LOG(Level::Trace, "%s", text.c_str());
+            }
+        });
+    }
+    threads.clear();
+    std::istringstream lines{messages()};
+    int count = 0;
+    for (std::string line; std::getline(lines, line); ++count) {
+        EXPECT_EQ(line, std::string(300, line[0]));
+    }
+    EXPECT_EQ(count, 800);
 }
 
 }  // namespace
