@@ -20,7 +20,7 @@ class EventLog : public ToolTest {
 TEST_F(EventLog, OfTheShippedScenarioIsAsExpectedAndFitsATerminal) {
     ASSERT_EQ(vexsim("--quiet").status, 0);
     const std::string text = vexinspect("log").output;
-    EXPECT_EQ(text, file_content(source_path("tests/system/default.events")));
+    EXPECT_EQ(text, file_content(source_path("scenarios/expected/default.events")));
     EXPECT_FALSE(std::regex_search(text, std::regex("[^\n]{81}")));
 }
 

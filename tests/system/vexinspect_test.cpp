@@ -23,7 +23,7 @@ class Vexinspect : public ToolTest {
 TEST_F(Vexinspect, ShowsTheShippedScenario) {
     ASSERT_EQ(vexsim("--quiet --keep --state " + dir / "state").status, 0);
     EXPECT_EQ(vexinspect("--json").output,
-              file_content(source_path("tests/system/default.inventory.json")));
+              file_content(source_path("scenarios/expected/default.inventory.json")));
     expect("list", {"      15  extender cards     65668  another daemon          written\n"});
     expect("show", {"  0  KRON     1     0  57 C     34 C  5645:1f47:5645:0101  on\n"
                     "  1  KRON     3     0  59 C     36 C  5645:2100:5645:0103  on\n"
