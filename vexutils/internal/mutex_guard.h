@@ -12,6 +12,7 @@ class [[nodiscard]] VEX_SCOPED_LOCK MutexGuard {
   public:
     explicit MutexGuard(SMMutexHandle mutex) VEX_ACQUIRES(mutex)
         : mutex_(mutex),
+          // Same either way: the platform refuses a null handle too.
           error_(mutex != nullptr ? SMMutexLock(mutex, SM_WAIT_FOREVER) : kNoMutex) {}
     ~MutexGuard() VEX_RELEASES() { unlock(); }
     MutexGuard(const MutexGuard&) = delete;

@@ -29,7 +29,7 @@ bool allocate_table(Node***& table, std::uint32_t rows, std::uint32_t columns) {
 // one could not.
 bool allocate_arrays() VEX_REQUIRES(mutexRtCache) {
     const std::uint32_t rows = std::min(max_adapters, kMaxRows);
-    cache_sizes = {true, rows, std::min(max_physicaldevices, kMaxDisks), max_logicaldevices};
+    cache_sizes = {true, rows, std::min(max_physicaldevices, kMaxDisks), max_logicaldevices, 0};
     bool made = allocate(cache_StorageEIDInfo.storageEID, rows);
     made &= allocate(cache_StorageEIDInfo.eidInfo, rows);
     made &= allocate(cache_Events, rows);
@@ -101,6 +101,7 @@ uint32_t rtcache_Init(void) VEX_UNCHECKED {
         LOG(Level::Fatal, "<-- %s failed to create mutex", __func__);
         return 1;
     }
+    cache_sizes.rows_in_use = cache_sizes.rows;
     if (RTSync_KronStateInit() != 0) {
         return 1;
     }

@@ -63,6 +63,7 @@ BitmapText::BitmapText(const std::uint8_t* bitmap) {
     const std::size_t used = used_bitmap_bytes();
     std::memcpy(text_, kZeroText.data(), 3 * used);
     for (std::size_t at = 0; at < used; at += kStride) {
+        // Same either way: of zeros, the text is there already.
         if (!all_zero(bitmap + at)) {
             put_stride(text_ + 3 * at, bitmap + at);
         }

@@ -54,13 +54,22 @@ bool is_changed(const RtCacheDiskChangeRow& disks, std::uint32_t disk) {
     return (disks.bitmap[disk / 8] >> disk % 8 & 1) != 0;
 }
 
+// The records of a list. Its count is exported, so that it may say more than there are.
+template <class List>
+auto recorded(List& list) {
+    return std::span{list.events}.first(
+        std::min<std::size_t>(list.eventCount, std::size(list.events)));
+}
+
 template <class Wanted>
 bool push_records(PushedNodes& nodes, const RtCacheEventRow& list, Wanted wanted) {
-    const std::uint32_t count = std::min<std::uint32_t>(list.eventCount, RTCACHE_EVENTCACHE_DEPTH);
-    return std::all_of(list.events, list.events + count, [&](const RtCacheEvent& event) {
-        return !wanted(event) ||
-               nodes.push(event.objType, event.eventType, event.objKey, event.eventData);
-    });
+    for (const RtCacheEvent& event : recorded(list)) {
+        if (wanted(event) &&
+            !nodes.push(event.objType, event.eventType, event.objKey, event.eventData)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool push_disks(PushedNodes& nodes, const RtCacheDiskChangeRow& disks) {
@@ -75,10 +84,10 @@ bool push_disks(PushedNodes& nodes, const RtCacheDiskChangeRow& disks) {
 
 template <class Wanted>
 void remove_records(RtCacheEventRow& list, Wanted wanted) {
-    const std::uint32_t count = std::min<std::uint32_t>(list.eventCount, RTCACHE_EVENTCACHE_DEPTH);
-    RtCacheEvent* end = std::remove_if(list.events, list.events + count, wanted);
-    list.eventCount = static_cast<std::uint32_t>(end - list.events);
-    std::fill(end, list.events + count, RtCacheEvent{});
+    const auto records = recorded(list);
+    const auto removed = std::ranges::remove_if(records, wanted);
+    list.eventCount = static_cast<std::uint32_t>(records.size() - removed.size());
+    std::ranges::fill(removed, RtCacheEvent{});
 }
 
 void remove_disks(RtCacheDiskChangeRow& disks) {

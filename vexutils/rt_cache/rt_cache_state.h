@@ -34,6 +34,7 @@ struct CacheSizes {
     std::uint32_t rows = 0;
     std::uint32_t disks = 0;
     std::uint32_t virtual_disks = 0;
+    std::uint32_t rows_in_use = 0;  // rows while there is a cache, else 0
 };
 extern constinit CacheSizes cache_sizes VEX_GUARDED_BY(mutexRtCache);
 
@@ -44,7 +45,7 @@ inline bool cache_exists() {
 
 // Effective bounds: what the limits say now, within the arrays. There are no rows without a cache.
 inline std::uint32_t row_limit() VEX_REQUIRES(mutexRtCache) {
-    return cache_exists() ? std::min(max_adapters, cache_sizes.rows) : 0;
+    return std::min(max_adapters, cache_sizes.rows_in_use);
 }
 inline std::uint32_t disk_limit() VEX_REQUIRES(mutexRtCache) {
     return std::min(max_physicaldevices, cache_sizes.disks);

@@ -208,6 +208,7 @@ uint32_t rtcache_Destroy(void) VEX_UNCHECKED {
     if (mutexRtCache != nullptr) {
         SMMutexDestroy(mutexRtCache);
         mutexRtCache = nullptr;
+        cache_sizes.rows_in_use = 0;  // also when the arrays could not be released
     }
     RTSync_KronStateDestroy();
     LOG(Level::Trace, "<-- ");

@@ -31,7 +31,7 @@ bool ends_ppid_group(std::size_t position) {
 // and white space follows.
 bool move_trimmed(std::span<char> room, std::span<const char> field) {
     const auto is_text = [](char character) { return character != '\0' && !is_space(character); };
-    const auto last = std::find_if(field.rbegin(), field.rend(), is_text);
+    const auto last = std::ranges::find_if(field.rbegin(), field.rend(), is_text);
     const bool found = last != field.rend();
     const std::size_t length = found ? static_cast<std::size_t>(field.rend() - last) : field.size();
     std::memcpy(room.data(), field.data(), length);
