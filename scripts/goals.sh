@@ -58,7 +58,8 @@ command_mutate() {
     local folder=build/mutate
     require "${BUILD_PACKAGES[@]}" googletest g++-12-multilib python3 lld
     say "building"
-    build i386 "$folder" -DVEX_SANITIZE= -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g1" -- unit_tests fault_tests || return 1
+    build i386 "$folder" -DVEX_SANITIZE= -DCMAKE_CXX_FLAGS_DEBUG="-O1 -g1" -- \
+        unit_tests fault_tests fuzz_replay system_tools_tests || return 1
     scripts/mutate.py --build "$folder" "$@"
 }
 

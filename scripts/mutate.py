@@ -11,6 +11,7 @@ A branch that changes nothing either way (proven, not guessed) is left out where
 import argparse
 import collections
 import concurrent.futures
+import glob
 import json
 import os
 import pathlib
@@ -18,6 +19,7 @@ import random
 import re
 import shlex
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
@@ -32,15 +34,24 @@ PATIENCE = 8  # a program that takes so many times as long as it does unchanged,
 # What must notice more than the rest: what reads foreign bytes, copies records, keeps the cache.
 STRICT = re.compile(r"vexutils/(rt_dup/|rt_cache/|rt_shm/rt_shm_(topology|pciessd_fru|fru|slots)\.)")
 
+# What is linked with the changed source, and what is then run, quick ones first. Inputs as stored, and broken in every way.
+GTEST = "--gtest_fail_fast --gtest_brief=1"
+CORPUS = os.path.abspath("fuzz/corpus")
+JUDGES = {
+    "tests/unit_tests": ["{made} " + GTEST],
+    "tests/faults/fault_tests": ["{made} --gtest_filter=*IsStored " + GTEST, "{made} --gtest_filter=-*IsStored " + GTEST],
+    "fuzz/fuzz_replay": ["{made} " + CORPUS, "{made} " + CORPUS + " 4"],
+    "vexutils/libvexutils.so.1.0.0": ["{build}/tests/system/system_tools_tests " + GTEST],
+}
+
 Mutant = collections.namedtuple("Mutant", "source index kind place")
 
 
 class Build:
     """The test programs of a build folder, and how their parts were made."""
 
-    def __init__(self, folder, programs):
+    def __init__(self, folder):
         self.folder = folder
-        self.programs = programs
         self.compile = {}
         self.limits = {}  # seconds, by how long the control takes
         for entry in json.loads((folder / "compile_commands.json").read_text()):
@@ -49,7 +60,7 @@ class Build:
                 command = shlex.split(entry["command"])
                 self.compile[name] = (command, command[command.index("-o") + 1])
         self.link = {}
-        for program in programs:
+        for program in JUDGES:
             commands = subprocess.run(["ninja", "-C", folder, "-t", "commands", program], text=True, check=True,
                                       capture_output=True).stdout.splitlines()
             self.link[program] = shlex.split(commands[-1].removeprefix(": && ").removesuffix(" && :"))
@@ -69,22 +80,33 @@ class Build:
         for number, (source, lines) in enumerate(changed.items()):
             objects[self.compile[source][1]] = str(work / f"{number}.o")
             subprocess.run(["as", "--32", "-o", work / f"{number}.o", "-"], input="\n".join(lines), text=True, check=True)
-        environment = dict(os.environ, TEST_TMPDIR=f"{work}/", VEX_TEST_LIVES="100", VEX_TEST_PAIRS="2000")
-        for program in self.programs:
-            command = [objects.get(word, word) for word in self.link[program]]
-            command[command.index("-o") + 1] = str(work / "program")
+        environment = dict(os.environ, TEST_TMPDIR=f"{work}/", LD_LIBRARY_PATH=str(work), VEX_TEST_LIVES="100",
+                           VEX_TEST_PAIRS="500")
+        for target, runs in JUDGES.items():
+            command = [objects.get(word, word) for word in self.link[target]]
+            made = work / os.path.basename(target).removesuffix(".0.0")  # as the tools look for the library
+            command[command.index("-o") + 1] = str(made)
             subprocess.run(command + ["-fuse-ld=lld"], cwd=self.folder, check=True)
-            began = time.monotonic()
-            try:
-                run = subprocess.run([work / "program", "--gtest_fail_fast", "--gtest_brief=1"], cwd=work, env=environment,
-                                     timeout=self.limits.get(program), stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                                     stderr=subprocess.DEVNULL)
-            except subprocess.TimeoutExpired:
-                return program + " (time)"
-            self.limits.setdefault(program, PATIENCE * (time.monotonic() - began) + 5)
-            if run.returncode != 0:
-                return program
+            for run in runs:
+                if verdict := self.fails(run.format(made=made, build=self.folder.resolve()), work, environment):
+                    return verdict
         return None
+
+    def fails(self, run, work, environment):
+        """What a test program says: None, or how it failed."""
+        name = re.sub(r"\S*/", "", run)
+        began = time.monotonic()
+        program = subprocess.Popen(run.split(), cwd=work, env=environment, start_new_session=True, stdin=subprocess.DEVNULL,
+                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        try:
+            status = program.wait(self.limits.get(name))
+        except subprocess.TimeoutExpired:
+            os.killpg(program.pid, signal.SIGKILL)  # it and the tools that it runs
+            status = program.wait()
+        self.limits.setdefault(name, PATIENCE * (time.monotonic() - began) + 5)
+        for region in glob.glob(f"/dev/shm/vexsystem{program.pid}.*"):
+            os.remove(region)
+        return name if status != 0 else None
 
 
 def branches(lines):
@@ -145,7 +167,7 @@ def report(results):
 
 def main():
     arguments = parse_arguments()
-    build = Build(arguments.build, ["tests/unit_tests", "tests/faults/fault_tests"])
+    build = Build(arguments.build)
     sources = sorted(arguments.sources or build.compile)
     assembled = {source: build.assembly(source) for source in sources}
     mutants = [Mutant(source, index, kind, place) for source in sources

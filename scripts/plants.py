@@ -12,6 +12,8 @@ import sys
 
 TREE = pathlib.Path("build/plants/tree")
 CACHE, GUARD = "vexutils/rt_cache/rt_cache.cpp", "    const MutexGuard lock{mutexRtCache};\n"
+TYPE = "    uint8_t eidType;   /* RTCACHE_TYPE_..., 0 after removal */\n"
+MODULAR_ID = "    uint8_t modularId; /* 0 unknown */\n"
 SET_STATUS = "uint32_t rtcache_SetStorageEIDStatus(uint32_t eid, uint32_t status16) {\n"
 FAULTS = ("i386", ["-DVEX_SANITIZE="], ["fault_tests"], "VEX_TEST_LIVES=1 {folder}/tests/faults/fault_tests")
 THREADS = ("native-tsan", [], ["thread_tests"], "TSAN_OPTIONS=halt_on_error=1 setarch -R {folder}/tests/threads/thread_tests")
@@ -24,9 +26,9 @@ INTERFACE = ("i386-release", ["-DCMAKE_CXX_FLAGS=-g", "-DBUILD_TESTING=OFF"], ["
 PLANTS = [
     ("a block that leaks when memory ends", "vexutils/vexel/vexel_memory.cpp",
      "    if (block == nullptr) {\n        return nullptr;", "    if (block == nullptr) {\n        (void)table.release();\n        return nullptr;",
-     FAULTS, r"1 blocks, 0 mutexes"),
+     FAULTS, r"\(\"blocks\", 1\)"),
     ("a lock that stays held", CACHE, SET_STATUS + GUARD,
-     SET_STATUS + "    const bool lock = SMMutexLock(mutexRtCache, SM_WAIT_FOREVER) == 0;\n", FAULTS, r"1 locks"),
+     SET_STATUS + "    const bool lock = SMMutexLock(mutexRtCache, SM_WAIT_FOREVER) == 0;\n", FAULTS, r"a lock under itself"),
     ("a write without its lock, before it is compiled", CACHE, SET_STATUS + GUARD, SET_STATUS + "    const bool lock = true;\n",
      THREADS, r"error: .*-Wthread-safety"),
     ("a write without its lock, hidden from the compiler", CACHE, SET_STATUS + GUARD,
@@ -34,8 +36,7 @@ PLANTS = [
     ("a request whose last bytes nobody wrote", "vexutils/vexel/vexel_identify.cpp",
      "    Request request{0x00, 0x14, 0x0E, 0x00, 0x00, 0x00, 0x0E, 0x00};\n", "    Request request;\n", VALGRIND,
      r"bytes leave that nothing was written to"),
-    ("two members of a record that changed places", "vexutils/rt_cache.h", "} StorageEIDAttr;",
-     "    uint8_t last;\n} StorageEIDAttr;",
+    ("two members of a record that changed places", "vexutils/rt_cache.h", TYPE + MODULAR_ID, MODULAR_ID + TYPE,
      INTERFACE, r"offset changed from 16 to 24"),
 ]
 
