@@ -2,7 +2,6 @@
 
 #include <climits>
 
-#include "tests/contract/contract.h"
 #include "tests/support/linux_test.h"
 
 namespace {

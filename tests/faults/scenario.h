@@ -2,10 +2,17 @@
 #ifndef TESTS_FAULTS_SCENARIO_H
 #define TESTS_FAULTS_SCENARIO_H
 
-#include <cstdint>
+#include <functional>
+#include <initializer_list>
+#include <numeric>
 #include <type_traits>
-#include <utility>
-#include <vector>
+
+#include "rt_evtq.h"
+#include "rt_lclogwrp.h"
+#include "rt_shm.h"
+#include "rt_sync.h"
+#include "tests/faults/world.h"
+#include "vexel.h"
 
 namespace faults {
 
@@ -30,10 +37,16 @@ int64_t read(uint32_t (*get)(uint8_t*, Parameters...),
     return get(bytes, arguments...);
 }
 
-// The result of calls that fail alike. A failure that does not last shows each alone.
-template <class... Results>
-int64_t either(Results... results) {
-    return (int64_t{0} | ... | results);
+// The result of calls, made one after the other, that fail alike. A failure that does not last
+// shows each alone.
+inline int64_t either(std::initializer_list<int64_t> results) {
+    return std::accumulate(results.begin(), results.end(), int64_t{0}, std::bit_or{});
+}
+
+// The results of calls, made one after the other, as the digits behind a 1; 9 for -1.
+inline int64_t digits(std::initializer_list<int64_t> results) {
+    return std::accumulate(results.begin(), results.end(), int64_t{1},
+                           [](auto all, auto result) { return 10 * all + (result + 10) % 10; });
 }
 
 struct Scenarios : std::vector<Scenario> {
@@ -44,14 +57,9 @@ struct Scenarios : std::vector<Scenario> {
     }
 };
 
-Scenarios vexel_scenarios();
-Scenarios sync_scenarios();
-Scenarios queue_scenarios();
-Scenarios cache_scenarios();
-Scenarios event_scenarios();
-Scenarios submit_scenarios();
-Scenarios backplane_scenarios();
-Scenarios region_scenarios();
+void base_scenarios(Scenarios& all);
+void cache_scenarios(Scenarios& all);
+void region_scenarios(Scenarios& all);
 
 }  // namespace faults
 

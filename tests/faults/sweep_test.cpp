@@ -6,18 +6,13 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstdlib>
-#include <map>
 #include <random>
 #include <regex>
 #include <set>
 
 #include "internal/vexel_state.h"
 #include "tests/faults/scenario.h"
-#include "tests/faults/world.h"
 #include "tests/support/files.h"
-#include "tests/support/rows.h"
-#include "vexel.h"
 
 // Half a million blocks a second: no long stacks for them.
 extern "C" const char* __asan_default_options();
@@ -32,11 +27,9 @@ using fake::Place;
 
 Scenarios all_scenarios() {
     Scenarios all;
-    for (Scenarios (*some)() :
-         {vexel_scenarios, sync_scenarios, queue_scenarios, cache_scenarios, event_scenarios,
-          submit_scenarios, backplane_scenarios, region_scenarios}) {
-        std::ranges::move(some(), std::back_inserter(all));
-    }
+    base_scenarios(all);
+    cache_scenarios(all);
+    region_scenarios(all);
     return all;
 }
 
@@ -165,13 +158,13 @@ TEST(Faults, EveryNthFailureIsSurvived) {
 
 TEST(Faults, LivesDoNotGrow) {
     const int goal = number_of("VEX_TEST_LIVES", EMULATED ? 1'000 : 10'000);
-    const Scenarios events = event_scenarios();
+    const Scenarios scenarios = all_scenarios();
     const Holdings before = holdings();
     int lives = 0;
     for (; lives < goal && !testing::Test::HasFailure(); ++lives) {
         {
             const World world;
-            const Scenario& scenario = events[static_cast<size_t>(lives) % events.size()];
+            const Scenario& scenario = scenarios[static_cast<size_t>(lives) % scenarios.size()];
             EXPECT_EQ(run(scenario), scenario.promise.done) << scenario.what;
         }
         EXPECT_EQ(holdings(), before) << "after life " << lives;
@@ -247,6 +240,63 @@ TEST(Faults, WhatOperationsCostIsFixed) {
     }
 }
 
+// A line without what differs from run to run: addresses, handles, source lines, this test's
+// folder.
+std::string lasting_part(const fake::LogLine& line) {
+    static const std::regex varies{
+        "(=> )0x[0-9a-f]+|(?:Info\\[)\\d+|0x(?!0)[0-9a-f]{6,}|/\\S*/vex-test-\\w+|"
+        "((?:LINE=|Line:|at index |FreeingMemory EID=\\d+ |ObjKey=\\d+ ))\\d+$"};
+    static const std::regex repeats{"(\\S+ ?)\\1{19,}"};
+    const std::string text = std::regex_replace(line.message, varies, "$1$2*");
+    return std::to_string(line.level) + " " + std::regex_replace(text, repeats, "$1...");
+}
+
+// Result and lines of a scenario; behind " ! " what else it logs when any allocation or call fails.
+std::string transcript_of(const Scenario& scenario) {
+    fake::Platform& platform = fake::platform();
+    std::string text = scenario.what;
+    std::set<std::string> said;
+    const auto play = [&](Place place, int n) {
+        const World world;
+        platform.fail(place, n);
+        const int64_t result = run(scenario, fake::Platform::Lines::Recorded);
+        text += n == 0 ? ": " + std::to_string(result) : "";
+        std::string last;
+        for (const fake::LogLine& line : platform.lines()) {
+            if (n == 0 || !said.contains(line.message)) {
+                const std::string lasting = lasting_part(line);
+                said.insert(line.message);
+                const bool is_new = said.insert(lasting).second;
+                text += (n == 0 && lasting != last) || is_new ? " | " + lasting : "";
+                last = lasting;
+            }
+        }
+        return platform.fault_fired(place);
+    };
+    play(Place::Allocation, 0);
+    text += " !";
+    for (const Place place : {Place::Allocation, Place::AnyCall}) {
+        for (int n = 1; !EMULATED && play(place, n); ++n) {
+        }
+    }
+    return text;
+}
+
+// With VEX_TEST_RECORD they are stored anew there.
+TEST(Faults, EveryOperationLogsWhatIsStored) {
+    const char* record = std::getenv("VEX_TEST_RECORD");
+    std::ofstream recorded{record != nullptr ? record : "/dev/null"};
+    std::ifstream stored{SOURCE_FOLDER "/tests/faults/transcripts"};
+    for (const Scenario& scenario : all_scenarios()) {
+        const std::string text = transcript_of(scenario);
+        recorded << text << '\n';
+        std::string expected;
+        std::getline(stored, expected);
+        const bool same = EMULATED ? expected.starts_with(text) : expected == text;
+        EXPECT_TRUE(same || record != nullptr) << text << "\nstored:\n" << expected;
+    }
+}
+
 std::set<std::string> words_of(const std::string& text, const char* pattern) {
     const std::regex word{pattern};
     std::set<std::string> words;
@@ -261,10 +311,9 @@ TEST(Faults, EveryExportedFunctionHasAScenario) {
     for (const auto& entry : std::filesystem::directory_iterator{SOURCE_FOLDER "/vexutils"}) {
         headers += entry.path().extension() == ".h" ? file_content(entry.path()) : "";
     }
-    for (const std::string& file :  // the copies of records are made to fail there
-         words("faults/vexel_scenarios faults/sync_scenarios faults/queue_scenarios "
-               "faults/cache_scenarios faults/event_scenarios faults/submit_scenarios "
-               "faults/backplane_scenarios faults/region_scenarios unit/rt_dup_test")) {
+    for (const std::string file :  // the copies of records are made to fail there
+         {"faults/base_scenarios", "faults/cache_scenarios", "faults/region_scenarios",
+          "unit/rt_dup_test"}) {
         sources += file_content(SOURCE_FOLDER "/tests/" + file + ".cpp");
     }
     const std::set<std::string> used = words_of(sources, "\\b([A-Za-z_]\\w*)\\b");

@@ -184,7 +184,10 @@ World::World() {
     fill_regions(platform);
     std::memset(&sNVMeSSDBPInfo, 0, sizeof(sNVMeSSDBPInfo));
     std::memset(&sNVMeSSDBPVDMInfo, 0, sizeof(sNVMeSSDBPVDMInfo));
+    std::ranges::fill(g_rtpil_Controller_Status, RtControllerStatus{});
+    g_IsTapeDrivePresent = TAPE_ABSENT;  // known: no count of waits goes on from before
     EXPECT_TRUE(start());
+    rtraid_SetKRONInventoryThreadFlag(0);
     add_objects();
 }
 

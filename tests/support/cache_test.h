@@ -7,13 +7,6 @@
 #include "tests/support/objects.h"
 #include "tests/support/platform_test.h"
 
-// Holds mutexRtCache.
-struct CacheLock {
-    CacheLock() { EXPECT_EQ(rtcache_GetLock(), 0u); }
-    ~CacheLock() { SMMutexUnLock(mutexRtCache); }
-    CacheLock(const CacheLock&) = delete;
-};
-
 // What a drain hands over, with the event data.
 struct Drained {
     explicit Drained(uint32_t eid) : result(rtcache_GetCachedEvents(eid, &events, &disks)) {}
@@ -65,18 +58,6 @@ class CacheTest : public PlatformTest {
 
     static uint32_t add_endpoint(uint32_t eid, uint32_t type = RTCACHE_TYPE_KRON) {
         return rtcache_UpdateCachedObject(RTCACHE_REGISTER, eid, type, 0);
-    }
-
-    // What the cache logged since the last call, as "level message".
-    Lines logged_lines() {
-        Lines result;
-        for (const fake::LogLine& line : platform.lines()) {
-            if (line.text.starts_with("rt_cache")) {
-                result.push_back(std::to_string(line.level) + " " + line.message);
-            }
-        }
-        platform.clear_lines();
-        return result;
     }
 };
 

@@ -14,7 +14,6 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
-#include <sstream>
 #include <thread>
 #include <utility>
 
@@ -567,12 +566,11 @@ static void* counted(void* block) {
 
 extern "C" {
 
+#pragma GCC diagnostic ignored "-Wmissing-declarations"
+
 void* __real_calloc(size_t count, size_t size);
 void* __real_malloc(size_t size);
 void __real_free(void* block);
-void* __wrap_calloc(size_t count, size_t size);
-void* __wrap_malloc(size_t size);
-void __wrap_free(void* block);
 
 void* __wrap_calloc(size_t count, size_t size) {
     return fake::allocation_fails() ? nullptr : fake::counted(__real_calloc(count, size));

@@ -64,4 +64,7 @@ inline bool succeeded(pid_t child) {
     return waitpid(child, &status, 0) == child && status == 0;
 }
 
+// Shared memory as nobody wrote it yet, of the platform under test.
+void reset_shared_memory();
+
 #endif  // TESTS_SUPPORT_LINUX_TEST_H

@@ -3,6 +3,8 @@
 #ifndef TESTS_SUPPORT_OBJECTS_H
 #define TESTS_SUPPORT_OBJECTS_H
 
+#include <gtest/gtest.h>
+
 #include <cstring>
 #include <cwchar>
 
@@ -58,5 +60,12 @@ inline EventData* make_event_data(const char* id) {
     data->messageArgs = vexel_alloc(8);
     return data;
 }
+
+// Holds mutexRtCache.
+struct CacheLock {
+    CacheLock() { EXPECT_EQ(rtcache_GetLock(), 0u); }
+    ~CacheLock() { SMMutexUnLock(mutexRtCache); }
+    CacheLock(const CacheLock&) = delete;
+};
 
 #endif  // TESTS_SUPPORT_OBJECTS_H

@@ -1,7 +1,5 @@
 #include "tests/support/platform_test.h"
 
-#include "internal/vexel_state.h"
-
 PlatformTest::PlatformTest() {
     platform.reset();
     pRTLogPath = log_path_.c_str();
@@ -23,27 +21,13 @@ PlatformTest::~PlatformTest() {
     platform.locks_held = platform.live_mutexes = platform.live_events = platform.live_lists = 0;
 }
 
-std::string PlatformTest::told(int level) {
-    std::string text;
-    for (const std::string& message : platform.messages(level)) {
-        text += message + "\n";
-    }
-    platform.clear_lines();
-    return text;
-}
-
 std::string PlatformTest::lines_of(const std::string& place) {
     std::string text;
     for (const fake::LogLine& line : platform.lines()) {
-        const size_t at = line.text.find(place + ":");
-        if (at == 0 || (at != std::string::npos && line.function == place)) {
+        if (line.text.starts_with(place) || line.function == place) {
             text += std::to_string(line.level) + " " + line.message + "|";
         }
     }
     platform.clear_lines();
     return text;
-}
-
-void PlatformTest::use_log_file() {
-    vexutils::log_state.file = vexutils::LogFile::Enabled;
 }

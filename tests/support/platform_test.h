@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "internal/vexel_state.h"
 #include "tests/support/fake_platform.h"
 #include "tests/support/files.h"
 #include "tests/support/rows.h"
@@ -39,15 +40,14 @@ class PlatformTest : public testing::Test {
     bool logged(int level, const std::string& message) const {
         return platform.logged(level, message);
     }
-    // The messages of a level since the last call, one a line.
-    std::string told(int level);
-    // The same of a function or, with "file.cpp", of a file: "level message|" each.
+    // The messages of a function, or of files by the start of their names, since the last call:
+    // "level message|" each.
     std::string lines_of(const std::string& place);
 
     // A name in a folder of this test's own.
     std::string path(const std::string& name) const { return folder_ / name; }
     // Makes the trace log write to path("vexel.log") in this test (by default it writes nowhere).
-    void use_log_file();
+    static void use_log_file() { vexutils::log_state.file = vexutils::LogFile::Enabled; }
 
   private:
     TempDir folder_;

@@ -1,12 +1,6 @@
 // Events recorded, held back, purged and drained at once: each comes out exactly once.
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <thread>
-#include <vector>
-
-#include "rt_cache.h"
 #include "rt_cache/rt_cache_nodes.h"
+#include "tests/support/objects.h"
 #include "tests/threads/quiet_log.h"
 
 namespace {
@@ -15,12 +9,6 @@ constexpr uint32_t kEid = 8, kChanged = 3;
 constexpr unsigned kWriters = 4;                         // every second one holds its events back
 constexpr unsigned kEach = VEX_THREAD_TEST_EVENTS / 40;  // the cache logs two bitmaps an event
 constexpr uint32_t kRoom = RTCACHE_EVENTCACHE_DEPTH / 2 - 1;  // a purge never overflows the list
-
-struct CacheLock {
-    CacheLock() { rtcache_GetLock(); }
-    ~CacheLock() { SMMutexUnLock(mutexRtCache); }
-    CacheLock(const CacheLock&) = delete;
-};
 
 class CacheEvents : public QuietLog {
   protected:

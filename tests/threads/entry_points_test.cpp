@@ -1,30 +1,19 @@
 // Whatever threads may call at the same time, called at the same time, while the backplane service
 // calls back. What is looked for are races: the thread sanitizer tells.
-#include <filesystem>
-
 #include "platform/linux/shm_admin.h"
 #include "rt_cache/rt_cache_nodes.h"
 #include "rt_evtq.h"
 #include "rt_lclogwrp.h"
 #include "rt_shm.h"
 #include "rt_sync.h"
-#include "tests/support/linux_test.h"
 #include "tests/support/objects.h"
 #include "tests/threads/quiet_log.h"
-#include "vexel.h"
 
 namespace {
 
 constexpr unsigned kThreads = 8;
 constexpr unsigned kEach = VEX_THREAD_TEST_EVENTS / 2 / kThreads;
 constexpr uint32_t kEid = 8, kOtherEid = 20;
-
-template <class Work>
-void under_cache_lock(Work work) {
-    ASSERT_EQ(rtcache_GetLock(), 0u);
-    work();
-    SMMutexUnLock(mutexRtCache);
-}
 
 // Calls of one area; n differs from time to time.
 void endpoints(uint32_t n) {
@@ -42,25 +31,24 @@ void endpoints(uint32_t n) {
 }
 
 void objects(uint32_t n) {
-    under_cache_lock([n] {
-        const auto key = static_cast<uint16_t>(n % 16);
-        void* object = nullptr;
-        rtcache_GetCachedObject(RTCACHE_KEY_DISK, kEid, key, &object);
-        if (object == nullptr) {
-            rtcache_SetCachedObject(RTCACHE_KEY_DISK, kEid, key, make_disk());
-        }
-    });
-    if (n % 16 == 0) {
+    const auto key = static_cast<uint16_t>(n % 16);
+    void* object = nullptr;
+    if (const CacheLock lock;
+        rtcache_GetCachedObject(RTCACHE_KEY_DISK, kEid, key, &object) == 0 && object == nullptr) {
+        rtcache_SetCachedObject(RTCACHE_KEY_DISK, kEid, key, make_disk());
+    }
+    if (key == 0) {
         rtcache_FreeObjectLevel(kEid, RTCACHE_KEY_DISK);
     }
 }
 
 void events(uint32_t n) {
-    under_cache_lock([n] {
+    {
+        const CacheLock lock;
         rtcache_SetCachedEvent(kEid, n % 2 != 0 ? RT_OBJ_PHYSICAL_DISK : RT_OBJ_ADAPTER, 3, n % 64);
         rtcache_SetDelayedCachedEvent(kEid, RT_OBJ_ADAPTER, 3, n % 64);
         rtcache_PurgeDelayedCachedEvents(kEid, 0);
-    });
+    }
     RtCacheEventRow* drained = nullptr;
     RtCacheDiskChangeRow* disks = nullptr;
     rtcache_GetCachedEvents(kEid, &drained, &disks);
@@ -108,16 +96,16 @@ void slots(uint32_t n) {
     rtshm_getBusNumFromBpInfo(&value, bay, slot);
     rtshm_IsDriveBehindKRONfromBPAPI(&value, bay, slot);
     rtshm_IsDriveConnectedRearBP(&value, bay, slot);
-    under_cache_lock([&] {
-        RTSHM_readBayIDAndSlotNoFromEID(&value, &other, static_cast<int>(kOtherEid + n % 8));
-        rtshm_IsDriveBehindKRONfromBPAPIByEID(&value, static_cast<uint8_t>(kOtherEid + n % 8));
-        GetIndexFromEID(kEid);
-    });
+    const CacheLock lock;
+    RTSHM_readBayIDAndSlotNoFromEID(&value, &other, static_cast<int>(kOtherEid + n % 8));
+    rtshm_IsDriveBehindKRONfromBPAPIByEID(&value, static_cast<uint8_t>(kOtherEid + n % 8));
+    GetIndexFromEID(kEid);
 }
 
 void publication(uint32_t n) {
     if (n % 32 == 0) {
-        under_cache_lock([] { RTSHM_UpdateSharedMem(1); });
+        const CacheLock lock;
+        RTSHM_UpdateSharedMem(1);
     }
     uint8_t flags[4];
     RTSHM_ReadSharedThermalPolling(flags);

@@ -1,14 +1,4 @@
 // Many producers and one consumer: nothing lost, nothing doubled, order kept per producer.
-#include <gtest/gtest.h>
-
-#include <array>
-#include <atomic>
-#include <cstdlib>
-#include <functional>
-#include <thread>
-#include <utility>
-#include <vector>
-
 #include "internal/owned.h"
 #include "notifQue.h"
 #include "rt_evtq.h"

@@ -2,11 +2,8 @@
 #ifndef TESTS_THREADS_QUIET_LOG_H
 #define TESTS_THREADS_QUIET_LOG_H
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-
 #include "internal/vexel_state.h"
+#include "tests/support/linux_test.h"
 
 class QuietLog : public testing::Test {
   protected:

@@ -6,11 +6,11 @@ constexpr uint32_t kKron = 8, kNvme = 9, kHba = 10;
 constexpr uint32_t kDisk = RT_OBJ_PHYSICAL_DISK, kChanged = 3;
 
 // Log line of a bitmap that starts with these bytes and is zero behind them.
-std::string bitmap_line(const char* which, std::string bytes) {
+std::string bitmap_line(std::string bytes) {
     while (bytes.size() < 768) {
         bytes += "00 ";
     }
-    return std::string{"2 ["} + which + "] _PD_ChObj Bitmap : 0x" + bytes;
+    return "2 [Cache] _PD_ChObj Bitmap : 0x" + bytes + "|";
 }
 
 class CachedEvents : public CacheTest {
@@ -28,12 +28,12 @@ TEST_F(CachedEvents, AListEventIsRecordedDrainedAndGone) {
     EventData* const data = make_event_data("VDR1");
     EXPECT_EQ(rtcache_SetCachedEvent(kNvme, 0, 0x20, 7), 0u);
     EXPECT_EQ(rtcache_SetCachedEvent_roll_up(kNvme, kDisk, 4, 70000, data), 0u);
-    EXPECT_EQ(logged_lines(), (Lines{"5 --> entry, EID:9, objType:0x0, eventType:0x20, objKey:7",
-                                     bitmap_line("Cache", ""), "4 event_data_npd null",
-                                     "4 event_data roll_up not NULL", bitmap_line("Cache", ""),
-                                     "4 event_data_npd not null"}));
+    EXPECT_EQ(lines_of("rt_cache"), "5 --> entry, EID:9, objType:0x0, eventType:0x20, objKey:7|" +
+                                        bitmap_line("") +
+                                        "4 event_data_npd null|4 event_data roll_up not NULL|" +
+                                        bitmap_line("") + "4 event_data_npd not null|");
     const Drained drained{kNvme};
-    EXPECT_EQ(logged_lines(), (Lines{"5 --> entry, EID[9]", "5 <-- exit"}));
+    EXPECT_EQ(lines_of("rt_cache"), "5 --> entry, EID[9]|5 <-- exit|");
     EXPECT_EQ(drained.text(), "0.32.7 3.4.70000 ");
     EXPECT_EQ(drained.events->events[1].eventData, data);
     EXPECT_EQ(Drained{kNvme}.text(), "");
@@ -42,12 +42,11 @@ TEST_F(CachedEvents, AListEventIsRecordedDrainedAndGone) {
 TEST_F(CachedEvents, AChangedDiskIsOneBit) {
     cache_Events_PD_ChObj[0].bitmap[1] = 0xA9;
     EXPECT_EQ(rtcache_SetCachedEvent(kKron, kDisk, kChanged, 10), 0u);
-    EXPECT_EQ(logged_lines(),
-              (Lines{"5 --> entry, EID:8, objType:0x3, eventType:0x3, objKey:10",
-                     bitmap_line("Cache", "00 a9 "),
-                     "4 Event is for PHYSICALDISK and RAID_MGMT_EVENT_CHANGE_OBJECT",
-                     "4 -->CopyCacheEvent: EID=8 u8Type=1", "4 u16Index:[1], u16Shift:[2]",
-                     "4 event_data_pd null"}));
+    EXPECT_EQ(lines_of("rt_cache"),
+              "5 --> entry, EID:8, objType:0x3, eventType:0x3, objKey:10|" + bitmap_line("00 a9 ") +
+                  "4 Event is for PHYSICALDISK and RAID_MGMT_EVENT_CHANGE_OBJECT|"
+                  "4 -->CopyCacheEvent: EID=8 u8Type=1|4 u16Index:[1], u16Shift:[2]|"
+                  "4 event_data_pd null|");
     EXPECT_EQ(rtcache_SetCachedEvent(kKron, kDisk, kChanged, 2047), 0u);
     EventData* const data = make_event_data("PDR3");
     EXPECT_EQ(rtcache_SetCachedEvent_roll_up(kKron, kDisk, kChanged, 2048, data), 0u);
@@ -99,16 +98,6 @@ TEST_F(CachedEvents, ExternalDisksBehindAnHbaAreDropped) {
     }
 }
 
-TEST_F(CachedEvents, Refusals) {
-    EXPECT_EQ(rtcache_GetCachedEvents(kKron, nullptr, nullptr), 2u);
-    for (const auto& [eid, refused] : Rows<uint32_t, uint32_t>{{40, 1}, {255, 2}}) {
-        EXPECT_EQ(rtcache_SetCachedEvent(eid, 0, 1, 1), refused);
-        EXPECT_EQ(rtcache_SetCachedEvent_roll_up(eid, 0, 1, 1, nullptr), 1u);
-        EXPECT_EQ(rtcache_SetDelayedCachedEvent(eid, 0, 1, 1), refused);
-        EXPECT_EQ(rtcache_PurgeDelayedCachedEvents(eid, 0), refused);
-    }
-}
-
 TEST_F(CachedEvents, HeldBackEventsJoinTheOthersAtThePurge) {
     EXPECT_EQ(rtcache_SetDelayedCachedEvent(kKron, kDisk, kChanged, 9), 0u);
     EXPECT_EQ(rtcache_SetDelayedCachedEvent(kKron, 0x12345, 0x54321, 0x10000), 0u);
@@ -134,6 +123,62 @@ TEST_F(CachedEvents, The385thEventStartsTheListAgainAndForgetsTheOthersData) {
     EXPECT_EQ(cache_Events[0].events[5].eventData, nullptr);
     EXPECT_EQ(Drained{kKron}.text(), "0.2.388 0.2.389 0.2.390 0.2.391 0.2.392 0.2.393 ");
     vexutils::free_event_data(dropped);
+}
+
+class EventReaders : public CacheTest {
+  protected:
+    static constexpr uint32_t kEid = 9;
+
+    // Records of types 4, 3 and 2, and disks 0 and 2047 changed; ids "a" to "c" and "d0", "d1".
+    void SetUp() override {
+        CacheTest::SetUp();
+        add_endpoint(kEid);
+        rtcache_CopyCachedEvent(kEid, 4, 1, 40, make_event_data("a"));
+        rtcache_CopyCachedEvent(kEid, 3, 1, 30, make_event_data("b"));
+        rtcache_CopyCachedEvent(kEid, 2, 3, 20, make_event_data("c"));
+        rtcache_CopyCachedEvent(kEid, 3, 3, 0, make_event_data("d0"));
+        rtcache_CopyCachedEvent(kEid, 3, 3, 2047, make_event_data("d1"));
+        gRTCache_EventCount = 100;
+    }
+
+    // What a list holds; freed.
+    static std::string take(RtCacheEventNode*& list) {
+        std::string text;
+        while (list != nullptr) {
+            auto* data = static_cast<EventData*>(list->eventData);
+            text += std::to_string(list->objType) + "." + std::to_string(list->eventType) + "." +
+                    std::to_string(list->objKey) + (data != nullptr ? data->messageId : "") + " ";
+            vexutils::free_event_data(data);
+            vexel_free(std::exchange(list, list->next));
+        }
+        return text;
+    }
+    RtCacheEventNode* list = nullptr;
+};
+
+TEST_F(EventReaders, DrainedRowsBecomeAListLastFirst) {
+    RtCacheEventRow* events = nullptr;
+    RtCacheDiskChangeRow* disks = nullptr;
+    ASSERT_EQ(rtcache_GetCachedEvents(kEid, &events, &disks), 0u);
+    EXPECT_EQ(rtcache_ConvertCacheToEvent(events, disks, &list), 0u);
+    EXPECT_EQ(gRTCache_EventCount, 105u);
+    *events = {1, {{6, 1, 60, nullptr}}};
+    std::ranges::fill(disks->bitmap, uint8_t{0});
+    EXPECT_EQ(rtcache_ConvertCacheToEvent(events, disks, &list), 0u);
+    EXPECT_EQ(take(list), "6.1.60 3.3.2047d1 3.3.0d0 2.3.20c 3.1.30b 4.1.40a ")
+        << "in front of the list there is";
+    vexel_free(events);
+    vexel_free(disks);
+}
+
+TEST_F(EventReaders, EventsOfOneTypeAreTakenOut) {
+    EXPECT_EQ(rtcache_GetEventsByObjType(kEid, 3, &list), 0u);
+    EXPECT_EQ(take(list), "3.3.2047d1 3.3.0d0 3.1.30b ") << "records and bits";
+    EXPECT_EQ(rtcache_GetEventsByObjType(kEid, 4, &list), 0u);
+    EXPECT_EQ(take(list), "4.1.40a ");
+    const Drained rest{kEid};
+    EXPECT_EQ(rest.text(), "2.3.20 ");
+    EXPECT_EQ(rest.disks->eventData[2047], nullptr) << "taken with its bit";
 }
 
 }  // namespace

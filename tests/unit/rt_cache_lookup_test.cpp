@@ -1,6 +1,5 @@
 #include <unistd.h>
 
-#include "internal/vexel_state.h"
 #include "rt_shm.h"
 #include "tests/support/cache_test.h"
 

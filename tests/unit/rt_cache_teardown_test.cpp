@@ -55,41 +55,4 @@ TEST_F(CacheTeardown, ALevelOfAnEndpointIsFreedAlone) {
     EXPECT_TRUE(cache_AllEIDs[9] && cache_PDs[1][4] && cache_VDs[1][4]);
 }
 
-// Thousands of random objects, events and endpoints, ended in whatever state they are in.
-TEST_F(CacheTeardown, RandomCachesLeaveNothing) {
-    std::mt19937 random{20};
-    const auto below = [&](uint32_t bound) { return static_cast<uint32_t>(random() % bound); };
-    const auto fill = [](auto*& slot, auto make_object) {
-        if (slot == nullptr) {
-            slot = make_object();
-        }
-    };
-    platform.record_lines(false);
-    for (const auto end : {+[] { rtcache_FreeMem(); }, +[] { rtcache_Destroy(); }, +[] {}}) {
-        for (int step = 0; step < 3000; ++step) {
-            const uint32_t eid = below(60), key = below(2048), row = below(108);
-            if (below(10) == 0) {
-                add_endpoint(eid, below(20));
-                rtcache_UpdateCachedObject(0, below(120), 0, 0);
-            }
-            fill(cache_PDs[row][key], [&] { return make_disk(below(2) ? 3 : RT_OBJ_BACKPLANE); });
-            fill(cache_VDs[row][key % 254], make_virtual_disk);
-            fill(cache_AllEIDs[eid], [&] {  // a third of the nodes under several EIDs
-                return below(3) ? make_controller(3 * below(2)) : cache_AllEIDs[below(60)];
-            });
-            if (const uint32_t at = GetIndexFromEID(eid); at != 255) {
-                rtcache_CopyCachedEvent(eid, 0, 1, key, make_event_data("CTL1"));
-                fill(cache_Events_PD_ChObj[at].eventData[key],
-                     [] { return make_event_data("PDR3"); });
-            }
-        }
-        for (int i = 0; i < 20; ++i) {
-            rtcache_FreeObjectLevel(below(60), 2 + below(3));
-            const Drained drained{below(60)};
-        }
-        end();
-        ASSERT_EQ(rtcache_Init(), 0u);
-    }
-}
-
 }  // namespace

@@ -12,9 +12,9 @@ TEST_F(RuntimeCache, StartsAfreshAtEveryInit) {
     EXPECT_EQ(value, 77);
     platform.clear_lines();
     ASSERT_EQ(rtcache_Init(), 0u);
-    EXPECT_EQ(logged_lines(),
-              (Lines{"4 --> ", "4 --> ", "4 Freeing PCIeSSD extenders", "4 Freeing PCIeSSD BPs",
-                     "4 <-- ", "4 --> R2X section ", "4 <-- "}));
+    EXPECT_EQ(lines_of("rt_cache"),
+              "4 --> |4 --> |4 Freeing PCIeSSD extenders|"
+              "4 Freeing PCIeSSD BPs|4 <-- |4 --> R2X section |4 <-- |");
     EXPECT_EQ(rtcache_GetStorageEIDCount(), 0u);
     EXPECT_EQ(sIDToValueMap[3], 0);
 }
@@ -29,7 +29,6 @@ TEST_F(RuntimeCache, BoundsStayWithinTheArraysWhateverTheLimitsSay) {
     EXPECT_EQ(rtcache_SetCachedObject(3, 8, 2048, nullptr), 2u);
     EXPECT_EQ(rtcache_SetCachedObject(4, 8, 254, nullptr), 2u);
     EXPECT_EQ(rtcache_SetCachedObject(1, 8, 255, &eid), 2u);
-    EXPECT_EQ(rtcache_SetCachedObject(1, 8, 254, nullptr), 2u);
     EXPECT_EQ(rtcache_SetCachedObject(1, 8, 254, &eid), 0u);
     EXPECT_EQ(rtcache_SetCachedObject(1, 8, 253, &eid), 0u);
     EXPECT_EQ(rtcache_GetStorageEIDCount(), 255u) << "up to the highest that was stored";
@@ -46,11 +45,11 @@ TEST_F(RuntimeCache, RegistrationAppendsAndReusesHoles) {
     add_endpoint(8);
     platform.clear_lines();
     EXPECT_EQ(add_endpoint(9), 0u);
-    EXPECT_EQ(logged_lines(),
-              (Lines{"5 --> enter with EID:9",
-                     "4 Found index. Assign cache_StorageEIDInfo.storageEID[1] = 9 ",
-                     "4 New index. Assign cache_StorageEIDInfo.storageEID[1] = 9 ",
-                     "4 <-- exit with 0"}));
+    EXPECT_EQ(lines_of("rt_cache"),
+              "5 --> enter with EID:9|"
+              "4 Found index. Assign cache_StorageEIDInfo.storageEID[1] = 9 |"
+              "4 New index. Assign cache_StorageEIDInfo.storageEID[1] = 9 |"
+              "4 <-- exit with 0|");
     add_endpoint(10);
     EXPECT_EQ(rtcache_UpdateCachedObject(2, 9, 7, 0), 0u);  // another type: not this endpoint
     EXPECT_EQ(GetIndexFromEID(9), 1u);
@@ -72,6 +71,8 @@ TEST_F(RuntimeCache, AFullTableAndEidsThatAreNoneAreRefused) {
         EXPECT_EQ(add_endpoint(eid), result);
     }
     EXPECT_EQ(GetIndexFromEID(254), 0u);
+    max_adapters = 1;
+    EXPECT_EQ(add_endpoint(7), 2u) << "the count is beyond the limit";
 }
 
 // Look-ups stop at the count, except GetIndexFromEID; with an EID registered twice, some take the
@@ -99,30 +100,92 @@ TEST_F(RuntimeCache, AttributesOfAnEidWithTwoPositions) {
     EXPECT_EQ(rtcache_GetStorageEIDTypeNoLock(30, &type), 1u);
 }
 
-TEST_F(RuntimeCache, UnknownEidsReadAsSuccessUnderTheLockAndAsNotFoundWithout) {
+TEST_F(RuntimeCache, EveryOperationKnowsWhatIsNoEndpoint) {
+    static StorageEIDAttr attributes;
+    static uint8_t byte;
+    static RtCacheEventRow* events;
+    static RtCacheDiskChangeRow* disks;
+    static RtCacheEventNode* list;
+    static void* object;
+    static wchar_t* text;
+    add_endpoint(8);
+    const StorageEIDAttr before = cache_StorageEIDInfo.eidInfo[0];
+    // results: for an EID that nobody has, the free marker, 256 more than an EID
+    for (const auto& [results, calls] :
+         Rows<std::vector<uint32_t>, std::vector<uint32_t (*)(uint32_t)>>{
+             {{255, 255, 255}, {[](auto e) { return uint32_t{GetIndexFromEID(e)}; }}},
+             {{0, 0, 0},
+              {[](auto e) { return rtcache_GetStorageEIDStatus(e, &attributes); },
+               [](auto e) { return rtcache_SetStorageEIDStatus(e, 1); },
+               [](auto e) { return rtcache_SetStorageEIDStatusNoLock(e, 1); },
+               [](auto e) { return rtcache_GetStorageEIDType(e, &byte); },
+               [](auto e) { return rtcache_SetStorageEIDType(e, 1); },
+               [](auto e) { return rtcache_SetModularId(e, 1); },
+               [](auto e) { return uint32_t{rtcache_GetEnclosureFQDD(e, 1, &text)}; }}},
+             {{1, 1, 1},
+              {[](auto e) { return rtcache_GetStorageEIDStatusNoLock(e, &attributes); },
+               [](auto e) { return rtcache_GetStorageEIDTypeNoLock(e, &byte); },
+               [](auto e) { return rtcache_GetModularIdNoLock(e, &byte); },
+               [](auto e) { return rtcache_SetCachedEvent_roll_up(e, 0, 1, 1, nullptr); },
+               [](auto e) { return rtcache_GetCachedEvents(e, &events, &disks); },
+               [](auto e) { return rtcache_GetEventsByObjType(e, 0, &list); },
+               [](auto e) { return uint32_t{rtcache_GetAdapterFQDD(e) == nullptr}; },
+               [](auto e) { return uint32_t{rtcache_GetBatteryFQDD(e) == nullptr}; }}},
+             {{1, 2, 2},
+              {[](auto e) { return rtcache_GetCachedObject(3, e, 1, &object); },
+               [](auto e) { return rtcache_SetCachedObject(3, e, 1, nullptr); },
+               [](auto e) { return rtcache_FreeObjectLevel(e, 3); },
+               [](auto e) { return rtcache_SetCachedEvent(e, 0, 1, 1); },
+               [](auto e) { return rtcache_SetDelayedCachedEvent(e, 0, 1, 1); },
+               [](auto e) { return rtcache_PurgeDelayedCachedEvents(e, 0); }}}}) {
+        for (const auto call : calls) {
+            EXPECT_EQ((std::vector{call(40), call(255), call(256 + 8)}), results) << call;
+        }
+    }
+    EXPECT_EQ(memcmp(cache_StorageEIDInfo.eidInfo, &before, sizeof(before)), 0);
+}
+
+TEST_F(RuntimeCache, AFailureLeavesOutputsAloneButOne) {
     StorageEIDAttr attributes{{1, 2}, 3, 4};
     uint8_t byte = 0xEE;
-    EXPECT_EQ(rtcache_GetStorageEIDStatus(9, &attributes), 0u);
-    EXPECT_EQ(rtcache_GetStorageEIDStatusNoLock(9, &attributes), 1u);
+    rtcache_GetStorageEIDStatus(9, &attributes);
+    rtcache_GetStorageEIDStatusNoLock(9, &attributes);
     EXPECT_EQ(attributes.modularId, 4);
-    EXPECT_EQ(rtcache_GetStorageEIDType(9, &byte), 0u);
-    EXPECT_EQ(rtcache_GetStorageEIDTypeNoLock(9, &byte), 1u);
+    rtcache_GetStorageEIDType(9, &byte);
+    rtcache_GetStorageEIDTypeNoLock(9, &byte);
     EXPECT_EQ(byte, 0xEE);
-    EXPECT_EQ(rtcache_GetModularIdNoLock(9, &byte), 1u);
-    EXPECT_EQ(byte, 0) << "the only output that a failure clears";
+    rtcache_GetModularIdNoLock(9, &byte);
+    EXPECT_EQ(byte, 0);
     rtcache_Destroy();
     EXPECT_EQ(rtcache_SetCachedObject(RTCACHE_KEY_CONTROLLER, 8, 0, &byte), 1u);
     EXPECT_EQ(rtcache_GetStorageEIDCount(), 3u) << "the result of a failed lock reads as a count";
+}
 
-    EXPECT_EQ(rtcache_GetStorageEIDs(nullptr), 2u);
-    EXPECT_EQ(rtcache_GetStorageEIDStatus(9, nullptr), 2u);
-    EXPECT_EQ(rtcache_GetStorageEIDStatusNoLock(9, nullptr), 2u);
-    EXPECT_EQ(rtcache_GetStorageEIDType(9, nullptr), 2u);
-    EXPECT_EQ(rtcache_GetStorageEIDTypeNoLock(9, nullptr), 2u);
-    EXPECT_EQ(rtcache_GetModularIdNoLock(9, nullptr), 2u);
-    EXPECT_EQ(rtcache_SetID(16, 1), 1u);
-    EXPECT_EQ(rtcache_GetID(16, &byte), 1u);
-    EXPECT_EQ(rtcache_GetID(15, nullptr), 1u);
+class CachedObjects : public CacheTest {};
+
+TEST_F(CachedObjects, EveryKeyTypeKeepsToItsBounds) {
+    add_endpoint(8);
+    add_endpoint(9);
+    for (const auto& [key_type, bound] : Rows<uint32_t, unsigned>{
+             {2, 255}, {3, 2048}, {4, 254}, {5, 6}, {6, 17}, {8, 255}, {0, 0}, {7, 0}}) {
+        const auto beyond = static_cast<uint16_t>(bound);
+        const auto last = static_cast<uint16_t>(bound - 1);
+        int stored = 0;
+        void* object = nullptr;
+        const uint32_t result = bound == 0 ? 2 : 0;
+        EXPECT_EQ(rtcache_SetCachedObject(key_type, 9, last, &stored), result);
+        EXPECT_EQ(rtcache_GetCachedObject(key_type, 9, last, &object), result);
+        EXPECT_EQ(object, result == 0 ? &stored : nullptr);
+        EXPECT_EQ(rtcache_SetCachedObject(key_type, 9, beyond, &stored), 2u);
+        EXPECT_EQ(rtcache_GetCachedObject(key_type, 9, beyond, &object), 2u);
+        rtcache_SetCachedObject(key_type, 9, last, nullptr);
+    }
+    max_pciessd_backplanes = 3;  // narrows what can be fetched, not what can be stored
+    void* object = &object;
+    EXPECT_EQ(rtcache_SetCachedObject(5, 9, 4, nullptr), 0u);
+    EXPECT_EQ(rtcache_GetCachedObject(5, 9, 4, &object), 2u);
+    EXPECT_EQ(rtcache_GetCachedObject(5, 9, 3, &object), 0u);
+    EXPECT_EQ(object, nullptr) << "an empty slot is a success";
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include <thread>
 
 #include "internal/log.h"
-#include "internal/vexel_state.h"
 #include "tests/support/platform_test.h"
 
 using vexutils::Level;

@@ -1,12 +1,5 @@
-#include "tests/contract/contract.h"
-
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <string>
-
 #include "platform/linux/shm_admin.h"
+#include "tests/support/linux_test.h"
 
 void reset_shared_memory() {
     EXPECT_EQ(vexplatform_shm_remove_all(), 0);

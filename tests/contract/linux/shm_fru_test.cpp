@@ -1,7 +1,6 @@
 
 
 #include "platform/shm.h"
-#include "tests/contract/contract.h"
 #include "tests/support/linux_test.h"
 
 namespace {

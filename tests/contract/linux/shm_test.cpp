@@ -6,7 +6,6 @@
 #include <future>
 
 #include "platform/linux/shm_admin.h"
-#include "tests/contract/contract.h"
 #include "tests/support/linux_test.h"
 
 namespace {

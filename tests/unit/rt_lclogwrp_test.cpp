@@ -1,7 +1,27 @@
 #include "rt_lclogwrp.h"
+#include "rt_sync.h"
 #include "tests/support/platform_test.h"
 
 namespace {
+
+class Submit : public PlatformTest {
+  protected:
+    void SetUp() override { ASSERT_EQ(RTSync_Init(), 0u); }
+    void TearDown() override { RTSync_Destroy(); }
+
+    const char* args[5] = {"Disk 1", nullptr, "", "x", "y"};
+};
+
+TEST_F(Submit, AnAlertCarriesItsArgumentsAndItsDevice) {
+    grtsync_Status.flags = RTSYNC_FLAG_LIVE;
+    const std::wstring fqdd = L"Disk.\u4e2d." + std::wstring(100, L'a');
+    EXPECT_EQ(rt_JWLOGCMNSubmitEvent(3, "PDR3", fqdd.c_str(), args, 5), 0);
+    const auto& alert = platform.submissions.at(0);
+    EXPECT_EQ(alert.numbers, "4 2 3 0 ");
+    EXPECT_EQ(alert.message_id, "PDR3");
+    EXPECT_EQ(alert.fqdd, "Disk.?." + std::string(92, 'a')) << "99 characters";
+    EXPECT_EQ(alert.arguments, "Disk 1;;;x;y;");
+}
 
 constexpr uint16_t kReplay = 0, kLive = 0x20;
 constexpr uint32_t kNoPhase = 0, kInventory = 0x20, kReinventory = 0x120;
@@ -53,6 +73,32 @@ TEST_F(Filter, EveryListedIdIsDecidedByItsRule) {
     EXPECT_EQ(rt_ExplainSubmission(nullptr, kRaid, 0, 0, 0, nullptr), RT_VERDICT_BAD_ARGUMENTS);
     EXPECT_EQ(rt_ExplainSubmission("PDR3", nullptr, 0, 0, 0, nullptr), RT_VERDICT_BAD_ARGUMENTS);
     EXPECT_EQ(rt_ExplainSubmission("PDR3", kRaid, 6, 0, 0, nullptr), RT_VERDICT_BAD_ARGUMENTS);
+}
+
+class MessageStrings : public PlatformTest {};
+
+TEST_F(MessageStrings, ASingleNotificationCarriesItsLengthAndValue) {
+    EXPECT_EQ(rt_SubMitSingle(0x0429), 0);
+    ASSERT_EQ(platform.singles.size(), 1u);
+    EXPECT_EQ(platform.singles[0], (Bytes{16, 0, 0, 0, 0x29, 4, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
+}
+
+TEST_F(MessageStrings, AFriendlyNameFillsItsBufferOrNothing) {
+    char buffer[] = "##################";
+    EXPECT_EQ(rt_Buildmsgstring(0, nullptr, buffer, 18), -1);
+    EXPECT_EQ(rt_Buildmsgstring(0, L"Unknown", buffer, 18), -1);
+    EXPECT_EQ(rt_Buildmsgstring(0, L"Disk.\u00e4", buffer, 18), -1);
+    EXPECT_EQ(rt_Buildmsgstring(0, L"Disk.12", buffer, 16), -1);
+    EXPECT_EQ(buffer[0], '#');
+    EXPECT_EQ(rt_Buildmsgstring(0, L"Disk.12", buffer, 17), 0);
+    EXPECT_EQ(std::string(buffer, 18), std::string("Friendly Disk.12\0#", 18));
+}
+
+TEST_F(MessageStrings, AnAlertWithoutDeviceKnowsNoRules) {
+    EXPECT_EQ(rt_JWLOGCMNSubmitEvent_nonRaid(7, 8, 2, "CTL1"), 0);
+    const auto& alert = platform.submissions.at(0);
+    EXPECT_EQ(alert.numbers, "4 1 2 0 ");
+    EXPECT_EQ(alert.fqdd + alert.arguments, "--");
 }
 
 }  // namespace
