@@ -39,7 +39,7 @@ GTEST = "--gtest_fail_fast --gtest_brief=1"
 CORPUS = os.path.abspath("fuzz/corpus")
 JUDGES = {
     "tests/unit_tests": ["{made} " + GTEST],
-    "tests/faults/fault_tests": ["{made} --gtest_filter=*IsStored " + GTEST, "{made} --gtest_filter=-*IsStored " + GTEST],
+    "tests/faults/fault_tests": ["{made} --gtest_filter=*Stored " + GTEST, "{made} --gtest_filter=-*Stored " + GTEST],
     "fuzz/fuzz_replay": ["{made} " + CORPUS, "{made} " + CORPUS + " 4"],
     "vexutils/libvexutils.so.1.0.0": ["{build}/tests/system/system_tools_tests " + GTEST],
 }

@@ -80,12 +80,20 @@ void cache_scenarios(Scenarios& all) {
                 0);
     });
     all.add("names", {7, {6}, true}, [] {
-        wchar_t* enclosure = nullptr;
+        wchar_t *enclosure = nullptr, *backplane = nullptr;
         rtcache_GetEnclosureFQDD(kKron, kEnclosureKey, &enclosure);
-        const bool copied = enclosure != nullptr;
+        rtcache_GetEnclosureFQDD(kKron, kBackplaneKey, &backplane);
+        const bool copied = enclosure != nullptr && backplane != nullptr;
         vexel_free(enclosure);
+        vexel_free(backplane);
         return copied + 2 * (rtcache_GetAdapterFQDD(kKron) != nullptr) +
                4 * (rtcache_GetBatteryFQDD(kKron) != nullptr);
+    });
+    all.add("no names", {111}, [] {
+        wchar_t *unknown = nullptr, *disk = nullptr;
+        return digits({rtcache_GetAdapterFQDD(99) == rtcache_GetBatteryFQDD(kNvme),
+                       rtcache_GetEnclosureFQDD(kKron, 99, &unknown) +
+                           rtcache_GetEnclosureFQDD(kKron, kDiskKey, &disk) + (unknown == disk)});
     });
     all.add("name of an SSD", {1, {0}}, [] {
         char* fqdd = vexel_GetPCIeSSDFQDD(2);
@@ -105,7 +113,8 @@ void cache_scenarios(Scenarios& all) {
     all.add("event", {0, {}, true},
             [] { return rtcache_SetCachedEvent(kHba, RT_OBJ_PHYSICAL_DISK, 3, 4); });
     all.add("event with data", {0, {}, true}, [] {
-        return rtcache_CopyCachedEvent(kNvme, RT_OBJ_PHYSICAL_DISK, 3, 4, event_data("PDR5"));
+        return rtcache_CopyCachedEvent(kNvme, RT_OBJ_PHYSICAL_DISK, 3, 4, event_data("PDR5")) +
+               rtcache_CopyCachedEvent(kNvme, RT_OBJ_PHYSICAL_DISK, 3, 4, nullptr);
     });
     all.add("rolled up event", {0, {}, true}, [] {
         EventData* data = event_data("PDR5");
@@ -172,12 +181,23 @@ void cache_scenarios(Scenarios& all) {
                        rtcache_FreeObjectLevel(kHba, RTCACHE_KEY_EID),
                        rtcache_FreeObjectLevel(kHba, RTCACHE_KEY_BACKPLANE)});
     });
-    all.add("refusals of the command status", {199990}, [] {
+    all.add("refusals of events", {11111222}, [] {
+        const auto all_of = [](uint32_t eid) {
+            return std::array{rtcache_SetCachedEvent(eid, 0, 1, 1),
+                              rtcache_CopyCachedEvent(eid, 0, 1, 1, nullptr),
+                              rtcache_SetDelayedCachedEvent(eid, 0, 1, 1),
+                              rtcache_PurgeDelayedCachedEvents(eid, 0)};
+        };
+        const auto unknown = all_of(99), free = all_of(RTCACHE_EID_FREE);
+        return digits({unknown[0], unknown[1], unknown[2], unknown[3], free[0], free[2], free[3]});
+    });
+    all.add("refusals of the command status", {1999900}, [] {
         uint8_t status;
         return digits({rtpil_GetControllerCommunicationStatus(kNvme, nullptr),
                        rtpil_GetControllerCommunicationStatus(99, &status) - 1,
                        rtmpi2_UpdateControllerCommandStatus(99, RTPIL_COMMAND_FAILED, 1),
                        rtmpi2_UpdateControllerCommandStatus(-1, RTPIL_COMMAND_FAILED, 1),
+                       int64_t{rtpil_SetctrlEnableLoggingStatus(99, 1)},
                        int64_t{rtpil_GetctrlEnableLoggingStatus(99)}});
     });
 }

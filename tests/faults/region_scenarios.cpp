@@ -218,6 +218,26 @@ void region_scenarios(Scenarios& all) {
                        RTSHM_setBpFwVersion(5, 1, 1), RTSHM_getBpFwVersion(5, &byte, &byte),
                        rtshm_IsDriveBehindKRONfromBPAPIByEID(nullptr, kNvme)});
     });
+    all.add("missing outputs", {15555533332233200}, [] {
+        static const uint8_t entry[20] = {2, 1, 0, 0, 17};
+        uint8_t byte, *data;
+        uint32_t number;
+        return digits({getSlotandSlotIndexfromFQDD("x", 0, nullptr, &byte, &number),
+                       getSlotandSlotIndexfromFQDD("x", 0, &byte, nullptr, &number),
+                       getSlotandSlotIndexfromFQDD("x", 0, &byte, &byte, nullptr),
+                       getBayIDandSlotFromFqdd("x", 0, nullptr, &byte),
+                       getBayIDandSlotFromFqdd("x", 0, &byte, nullptr),
+                       update_TAVI_FRU_Info(entry, nullptr, &byte),
+                       update_TAVI_FRU_Info(entry, &byte, nullptr),
+                       get_KRON_TAVI_FRU_Info(nullptr, &number, 17, 5),
+                       get_KRON_TAVI_FRU_Info(&data, nullptr, 17, 5),
+                       RTSHM_getBpFwVersion(1, nullptr, &byte),
+                       RTSHM_getBpFwVersion(1, &byte, nullptr),
+                       RTSHM_readBayIDAndSlotNoFromEID(&byte, nullptr, kNvme),
+                       RTSHM_readBayIDAndSlotNoFromVDMEID(nullptr, &byte, kVdmEid),
+                       processNVMeBackplaneInfo(&sNVMeSSDBPInfo.bays[0], nullptr),
+                       get_TAVI_Revison(entry, 19), get_TAVI_Revison(entry, 20)});
+    });
 }
 
 }  // namespace faults

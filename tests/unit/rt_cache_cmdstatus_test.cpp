@@ -54,6 +54,7 @@ TEST_F(CommandStatus, UnknownAndLargeEidsTouchNoOtherEntry) {
     g_rtpil_Controller_Status[115].eid = kEid;
     EXPECT_EQ(rtpil_SetctrlEnableLoggingStatus(kEid, 3), 0u);
     EXPECT_EQ(g_rtpil_Controller_Status[115].enableLogging, 3) << "every match is set";
+    EXPECT_EQ(g_rtpil_Controller_Status[0].enableLogging, 0) << "and nothing else";
     EXPECT_EQ(rtpil_GetctrlEnableLoggingStatus(kEid), 3);
     EXPECT_EQ(rtmpi2_UpdateControllerCommandStatus(kEid + 256, 0, 0), -1);
     EXPECT_EQ(communication(kEid + 256), 3u);

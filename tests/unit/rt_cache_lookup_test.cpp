@@ -39,9 +39,11 @@ TEST_F(Lookup, AdaptersAndBatteriesAreNamedByTheirNode) {
     controller.objType = RT_NODE_PCIESSD_ADAPTER;
     EXPECT_STREQ(rtcache_GetAdapterFQDD(kEid), L"RAID.Slot.1-1");
     EXPECT_EQ(rtcache_GetBatteryFQDD(kEid), nullptr);
-    drop(controller.adapter);
+    controller.objType = RT_OBJ_FAN;
     EXPECT_EQ(rtcache_GetAdapterFQDD(kEid), nullptr);
     controller.objType = RT_OBJ_ADAPTER;
+    drop(controller.adapter);
+    EXPECT_EQ(rtcache_GetAdapterFQDD(kEid), nullptr);
     drop(controller.battery);
     EXPECT_EQ(rtcache_GetBatteryFQDD(kEid), nullptr);
     EXPECT_EQ(rtcache_GetAdapterFQDD(8), nullptr);

@@ -319,6 +319,10 @@ TEST_F(ForeignConfig, OneEmptyArrayIsSharedTwoAreRefused) {
     rtcache_FreeRMObjects(copy, 1);
     source.body.foreign.virtualDiskCount = 0;
     EXPECT_EQ(DupForeign_Config(&source), nullptr);
+    source.body.foreign.physicalDiskCount = 2;
+    copy = DupForeign_Config(&source);
+    EXPECT_EQ(copy->body.foreign.virtualDisks + 0, +virtual_disks);
+    rtcache_FreeRMObjects(copy, 1);
     EXPECT_EQ(DupForeign_Config(nullptr), nullptr);
 }
 

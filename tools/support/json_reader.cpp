@@ -122,7 +122,9 @@ std::vector<std::string> JsonReader::member_names() const {
     return names;
 }
 
-int64_t JsonReader::integer(int64_t low, int64_t high) const { return code({}, low, high); }
+int64_t JsonReader::integer(int64_t low, int64_t high) const {
+    return code({}, low, high);
+}
 
 int64_t JsonReader::integer_or(int64_t fallback, int64_t low, int64_t high) const {
     return exists() ? integer(low, high) : fallback;
@@ -179,8 +181,8 @@ int64_t JsonReader::code(std::span<const NamedCode> names, int64_t low, int64_t 
         }
         expected += "\"" + std::string(named.name) + "\", ";
     }
-    expected += (!names.empty() ? "or " : "") + std::string("a whole number from ") +
-                range_text(low, high);
+    expected +=
+        (!names.empty() ? "or " : "") + std::string("a whole number from ") + range_text(low, high);
     if (!exists()) {
         fail("missing, " + expected);
     }

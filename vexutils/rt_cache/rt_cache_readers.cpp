@@ -85,9 +85,9 @@ bool push_disks(PushedNodes& nodes, const RtCacheDiskChangeRow& disks) {
 template <class Wanted>
 void remove_records(RtCacheEventRow& list, Wanted wanted) {
     const auto records = recorded(list);
-    const auto removed = std::ranges::remove_if(records, wanted);
-    list.eventCount = static_cast<std::uint32_t>(records.size() - removed.size());
-    std::ranges::fill(removed, RtCacheEvent{});
+    const auto end = std::remove_if(records.begin(), records.end(), wanted);
+    list.eventCount = static_cast<std::uint32_t>(end - records.begin());
+    std::fill(end, records.end(), RtCacheEvent{});
 }
 
 void remove_disks(RtCacheDiskChangeRow& disks) {

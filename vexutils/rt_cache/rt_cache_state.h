@@ -65,7 +65,11 @@ inline std::span<std::uint8_t> used_positions() VEX_REQUIRES(mutexRtCache) {
 // First of the positions, from a given one on, that holds the EID. The free marker is no EID.
 inline std::optional<Row> find_eid(std::span<const std::uint8_t> positions, std::uint32_t eid,
                                    std::size_t from = 0) {
-    if (eid > kMaxEid || from >= positions.size()) {
+    if (eid > kMaxEid) {
+        return std::nullopt;
+    }
+    // Same either way: among no bytes none is found.
+    if (from >= positions.size()) {
         return std::nullopt;
     }
     const void* found =
