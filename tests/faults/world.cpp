@@ -41,6 +41,10 @@ void add_objects() {
     EXPECT_EQ(rtcache_GetLock(), 0u);
     store(RTCACHE_KEY_CONTROLLER, kKron, kKron, make_controller());
     store(RTCACHE_KEY_CONTROLLER, kHba, kHba, make_controller());
+    store(RTCACHE_KEY_CONTROLLER, kCard, kCard, make_controller(RT_NODE_PCIESSD_ADAPTER));
+    store(RTCACHE_KEY_EXTENDER, 0, 16, make(ExtenderCardInfo{make_text(), make_text(), 0}));
+    StorageObjectRecord* backplane = make_record(RT_OBJ_BACKPLANE, L"BP", 0);
+    store(RTCACHE_KEY_BACKPLANE, 0, 4, make(BpStatusInfo{0, 0, 0, 0, 0, backplane}));
     RtCacheDiskNode* disk = make_disk();
     disk->enclObj->enclType.physicalDisk.Obj->body.pd.enclosureId = kBackplaneKey;
     store(RTCACHE_KEY_DISK, kKron, kDiskKey, disk);

@@ -44,7 +44,10 @@ TEST_F(Fru, TheTaviModelIsItsControllerName) {
     for (const auto& [name, revision, shown] : Rows<std::string, uint32_t, const char*>{
              {"TAVI-A2 rest", 2, "TAVI-A2"},
              {"tavi-a1" + std::string(40, 'x'), 1, "tavi-a1xxxxxxxxxxxxxxxxxxxxxxxxx"},
-             {"TAVI-A", 0, "TAVI-A"}}) {
+             {"TAVI-A", 0, "TAVI-A"},
+             {"TAV", 0, "TAV"},
+             {"T", 0, "T"},
+             {"", 0, ""}}) {
         platform.region(49)[6] = 0;
         Bytes data(19 + name.size(), 0x11);
         std::ranges::copy(name, data.begin() + 19);

@@ -80,7 +80,8 @@ TEST_F(TraceLog, InitKeepsThePreviousLogAsBackup) {
     EXPECT_EQ(file_content(pRTBakLogPath), "previous run");
     EXPECT_EQ(vexutils::log_state.depth, 7u) << "the depth rule counts over the process's life";
     vexel_wlog(1, "tag", L"text");
-    vexel_wlog(1, nullptr, nullptr);
+    vexel_wlog(1, nullptr, L"text");
+    vexel_wlog(1, "tag", nullptr);
     rt_log_Exit();
     LOG(Level::Trace, "%s", "late");
     EXPECT_EQ(messages(), "[tag] text\nlate\n");
