@@ -1,6 +1,7 @@
 // Every scenario with its n-th allocation failing, for every n, once and from there on; the same
 // with its n-th call to the platform or the C library; and random pairs of both. Each time: a
 // promised result, nothing held or leaked, a valid state, and the same call succeeds afterwards.
+// What each gives, costs and logs stands in the file transcripts.
 #include <gtest/gtest.h>
 
 #include <algorithm>
