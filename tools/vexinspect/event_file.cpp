@@ -1,7 +1,6 @@
 #include "vexinspect/event_file.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <system_error>
@@ -38,57 +37,60 @@ std::vector<EventLine> EventReader::read() {
     std::vector<EventLine> lines;
     for (;;) {
         // First, since nothing is appended to a file that has been rotated away.
-        const std::optional<std::string> next = next_name();
+        const std::optional<Found> next = next_file();
         if (file_) {
             read_lines(lines);
         }
-        if (!next || !open(*next)) {
+        if (!next) {
             return lines;
         }
+        open(*next);
     }
 }
 
 // The file to go on with: at first the oldest, then the one after the file that is open. One that
-// is no longer among the log's files is followed by the current one.
-std::optional<std::string> EventReader::next_name() const {
+// is no longer among the log's files is followed by the current one. A rotation moves files to
+// higher numbers, the oldest first, so that a search upwards misses none.
+std::optional<EventReader::Found> EventReader::next_file() const {
     struct stat mine {};
     if (file_ && fstat(file_.get(), &mine) != 0) {
         fail(name_);
     }
-    std::optional<std::string> newer;
+    std::optional<Found> current, newer;
     for (unsigned number = 0; number < kMaxFiles; ++number) {
-        const std::string name = file_name(path_, number);
-        struct stat found {};
-        if (stat(name.c_str(), &found) != 0) {
+        Found found{file_name(path_, number), {}};
+        if (stat(found.name.c_str(), &found.status) != 0) {
             continue;  // a gap, while the files are moved
         }
-        if (file_ && is_same_file(mine, found)) {
+        if (file_ && is_same_file(mine, found.status)) {
             return newer;
         }
-        newer = name;
+        newer = found;
+        if (number == 0) {
+            current = found;
+        }
     }
-    return file_ ? path_ : newer;
+    return file_ ? current : newer;
 }
 
-// Returns: false if there is no such file, or it is the one that is open already.
-bool EventReader::open(const std::string& name) {
-    vexplatform::UniqueFd file = vexplatform::open_regular(name, O_RDONLY, 0);
+// Goes over to a file, unless a rotation has given its name to another: then it is to be looked for
+// again.
+void EventReader::open(const Found& next) {
+    vexplatform::UniqueFd file = vexplatform::open_regular(next.name, O_RDONLY, 0);
     if (!file && errno == ENOENT) {
-        return false;
+        return;
     }
-    struct stat mine {};
     struct stat opened {};
-    if (!file || fstat(file.get(), &opened) != 0 || (file_ && fstat(file_.get(), &mine) != 0)) {
-        fail(name);
+    if (!file || fstat(file.get(), &opened) != 0) {
+        fail(next.name);
     }
-    if (file_ && is_same_file(mine, opened)) {
-        return false;  // rotated just now: the next call sees where to
+    if (!is_same_file(next.status, opened)) {
+        return;
     }
     file_ = std::move(file);
-    name_ = name;
+    name_ = next.name;
     offset_ = 0;
     lines_ = 0;
-    return true;
 }
 
 void EventReader::read_lines(std::vector<EventLine>& lines) {

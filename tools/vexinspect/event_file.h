@@ -2,6 +2,8 @@
 #ifndef TOOLS_VEXINSPECT_EVENT_FILE_H
 #define TOOLS_VEXINSPECT_EVENT_FILE_H
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -33,8 +35,12 @@ class EventReader {
     std::vector<EventLine> read();
 
   private:
-    std::optional<std::string> next_name() const;
-    bool open(const std::string& name);
+    struct Found {
+        std::string name;
+        struct stat status;
+    };
+    std::optional<Found> next_file() const;
+    void open(const Found& next);
     void read_lines(std::vector<EventLine>& lines);
 
     std::string path_;
