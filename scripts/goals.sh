@@ -19,7 +19,7 @@ command_abi() {
         # shellcheck disable=SC2046 # a list of names
         provide $(packages_of "$preset") || continue
         folder=build/abi-$preset library=$folder/vexutils/libvexutils.so.1 baseline=abi/$preset.abi
-        CXXFLAGS=-g build "$preset-release" "$folder" -DBUILD_TESTING=OFF -- vexutils || return 1
+        build "$preset-release" "$folder" -DBUILD_TESTING=OFF -DCMAKE_CXX_FLAGS_RELEASE="-O2 -g" -- vexutils || return 1
         if [ "${1:-}" = --record ]; then
             record_abi "$library" "$baseline"
             say "$preset: recorded in $baseline"

@@ -19,7 +19,7 @@ FAULTS = ("i386", ["-DVEX_SANITIZE="], ["fault_tests"], "VEX_TEST_LIVES=1 {folde
 THREADS = ("native-tsan", [], ["thread_tests"], "TSAN_OPTIONS=halt_on_error=1 setarch -R {folder}/tests/threads/thread_tests")
 VALGRIND = ("native-release", ["-DBUILD_TESTING=ON"], ["unit_tests"],
             "valgrind -q --suppressions=tests/valgrind.supp {folder}/tests/unit_tests --gtest_filter='*dentify*:*Blink*'")
-INTERFACE = ("i386-release", ["-DCMAKE_CXX_FLAGS=-g", "-DBUILD_TESTING=OFF"], ["vexutils"],
+INTERFACE = ("i386-release", ["-DBUILD_TESTING=OFF", "-DCMAKE_CXX_FLAGS_RELEASE='-O2 -g'"], ["vexutils"],
              "abidiff --no-added-syms abi/i386.abi {folder}/vexutils/libvexutils.so.1")
 
 # What, where, the text and what it becomes, the harness, and what the harness then says.
