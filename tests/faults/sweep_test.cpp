@@ -273,6 +273,7 @@ TEST(Faults, EveryOperationDoesWhatIsStored) {
         const bool same = EMULATED ? expected.starts_with(text) : expected == text;
         EXPECT_TRUE(same || record != nullptr) << text << "\nstored:\n" << expected;
     }
+    EXPECT_EQ(stored.peek(), EOF) << "stored, and done by no scenario";
 }
 
 std::set<std::string> words_of(const std::string& text, const char* pattern) {

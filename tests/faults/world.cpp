@@ -48,6 +48,12 @@ void add_objects() {
     RtCacheDiskNode* disk = make_disk();
     disk->enclObj->enclType.physicalDisk.Obj->body.pd.enclosureId = kBackplaneKey;
     store(RTCACHE_KEY_DISK, kKron, kDiskKey, disk);
+    RtCacheDiskNode* second_path = make_disk();
+    second_path->enclObj->enclType.physicalDisk.Obj->body.pd.multipath = 1;
+    store(RTCACHE_KEY_DISK, kKron, kDiskKey + 1, second_path);
+    RtCacheDiskNode* tape = make_disk(RT_OBJ_PHYSICAL_DISK, L"Tape.1");
+    tape->enclObj->enclType.physicalDisk.Obj->body.pd.protocol = 0x100;
+    store(RTCACHE_KEY_DISK, kHba, kDiskKey, tape);
     store(RTCACHE_KEY_DISK, kKron, kEnclosureKey, make_disk(RT_OBJ_ENCLOSURE, kEnclosure));
     store(RTCACHE_KEY_DISK, kKron, kBackplaneKey, make_disk(RT_OBJ_BACKPLANE, kEnclosure));
     store(RTCACHE_KEY_VIRTUAL_DISK, kKron, kVirtualDiskKey, make_virtual_disk());
