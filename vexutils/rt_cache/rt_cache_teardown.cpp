@@ -205,11 +205,9 @@ uint32_t rtcache_Destroy(void) VEX_UNCHECKED {
     LOG(Level::Trace, "--> ");
     rtcache_FreeMem();
     cache_StorageEIDInfo.eidCount = 0;
-    if (mutexRtCache != nullptr) {
-        SMMutexDestroy(mutexRtCache);
-        mutexRtCache = nullptr;
-        cache_sizes.rows_in_use = 0;  // also when the arrays could not be released
-    }
+    SMMutexDestroy(mutexRtCache);  // which refuses null
+    mutexRtCache = nullptr;
+    cache_sizes.rows_in_use = 0;  // also when the arrays could not be released
     RTSync_KronStateDestroy();
     LOG(Level::Trace, "<-- ");
     return RTCACHE_OK;

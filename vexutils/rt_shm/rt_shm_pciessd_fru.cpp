@@ -97,6 +97,16 @@ int clear_fqdd(std::size_t fqdd, std::size_t bytes) {
     return write_fru(absent.data(), fqdd, bytes);
 }
 
+// Returns the operation's result for that of its writes.
+std::uint32_t ended(const char* function, int result) {
+    if (result != 0) {
+        LOG_AS(function, Level::Error, "%s %d", "error, SHM Write", result);
+        return 3;
+    }
+    LOG_AS(function, Level::Trace, "<-- %s", function);
+    return 0;
+}
+
 }  // namespace
 
 uint32_t RTSHM_StoreFRU(uint8_t eidType, uint8_t cardKind, uint8_t index, uint8_t bayId,
@@ -121,12 +131,7 @@ uint32_t RTSHM_StoreFRU(uint8_t eidType, uint8_t cardKind, uint8_t index, uint8_
     content.sizeCode = fruSize == SHM_FRU_SMALL_IMAGE_BYTES ? 0 : 1;
     std::memcpy(content.image, fru, fruSize);
     const int result = write_record(*place.record, content, is_card);
-    if (result != 0) {
-        LOG(Level::Error, "%s %d", "error, SHM Write", result);
-        return 3;
-    }
-    LOG(Level::Trace, "<-- %s", __func__);
-    return 0;
+    return ended(__func__, result);
 }
 
 uint32_t RTSHM_StoreFRUTemp(uint8_t eidType, uint8_t cardKind, uint8_t index, uint8_t temperature) {
@@ -140,12 +145,7 @@ uint32_t RTSHM_StoreFRUTemp(uint8_t eidType, uint8_t cardKind, uint8_t index, ui
 
     const int result = write_fru(
         &temperature, *place.record + offsetof(PCIeSSDFruRecord, temperature), sizeof(temperature));
-    if (result != 0) {
-        LOG(Level::Error, "%s %d", "error, SHM Write", result);
-        return 3;
-    }
-    LOG(Level::Trace, "<-- %s", __func__);
-    return 0;
+    return ended(__func__, result);
 }
 
 uint32_t RTSHM_ClearFRU(uint8_t eidType, uint8_t cardKind, uint8_t index) {
@@ -158,12 +158,7 @@ uint32_t RTSHM_ClearFRU(uint8_t eidType, uint8_t cardKind, uint8_t index) {
     }
 
     const int result = clear_record(*place.record);
-    if (result != 0) {
-        LOG(Level::Error, "%s %d", "error, SHM Write", result);
-        return 3;
-    }
-    LOG(Level::Trace, "<-- %s", __func__);
-    return 0;
+    return ended(__func__, result);
 }
 
 uint32_t RTSHM_ClearFqdd(uint8_t eidType, uint8_t cardKind, uint8_t index) {
@@ -176,12 +171,7 @@ uint32_t RTSHM_ClearFqdd(uint8_t eidType, uint8_t cardKind, uint8_t index) {
     }
 
     const int result = clear_fqdd(*place.fqdd, place.fqdd_bytes);
-    if (result != 0) {
-        LOG(Level::Error, "%s %d", "error, SHM Write", result);
-        return 3;
-    }
-    LOG(Level::Trace, "<-- %s", __func__);
-    return 0;
+    return ended(__func__, result);
 }
 
 uint32_t RTSHM_Add_NVMeSSD_FQDD_toSHM(uint8_t index, const char* fqdd) {
@@ -199,10 +189,5 @@ uint32_t RTSHM_Add_NVMeSSD_FQDD_toSHM(uint8_t index, const char* fqdd) {
     char text[SHM_FRU_DRIVE_FQDD_BYTES] = {};
     std::memcpy(text, fqdd, strnlen(fqdd, sizeof(text) - 1));
     const int result = write_fru(text, *place.fqdd, sizeof(text));
-    if (result != 0) {
-        LOG(Level::Error, "%s %d", "error, SHM Write", result);
-        return 3;
-    }
-    LOG(Level::Trace, "<-- %s", __func__);
-    return 0;
+    return ended(__func__, result);
 }

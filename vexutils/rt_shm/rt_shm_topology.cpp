@@ -55,9 +55,8 @@ void hand_over_to_cache(Blocks&... blocks) {
 const ExtenderCardInfo* cached_extender(uint32_t slot) VEX_REQUIRES(mutexRtCache) {
     void* card = nullptr;
     const auto key = static_cast<uint16_t>(std::min<uint32_t>(slot, UINT16_MAX));
-    return rtcache_GetCachedObject(RTCACHE_KEY_EXTENDER, kNoEndpoint, key, &card) == 0
-               ? static_cast<const ExtenderCardInfo*>(card)
-               : nullptr;
+    rtcache_GetCachedObject(RTCACHE_KEY_EXTENDER, kNoEndpoint, key, &card);
+    return static_cast<const ExtenderCardInfo*>(card);
 }
 
 Owned<wchar_t> backplane_fqdd(uint8_t bay, const wchar_t* extender_fqdd) {
