@@ -211,24 +211,31 @@ TEST(Faults, ClocksAndDisksChangeNoResult) {
     std::printf("figures: R17 clock_and_disk_calls=%d\n", calls);
 }
 
-// A line without what differs from run to run: addresses, source lines, this test's folder.
-std::string lasting_part(const fake::LogLine& line) {
-    static const std::regex varies{
-        "(=> 0x|Info\\[|(?:LINE=|Line:|at index |FreeingMemory EID=\\d+ |ObjKey=\\d+ "
-        ")(?=\\d+$))[0-9a-f]+|"
-        "0x(?!0)[0-9a-f]{6,}|/\\S*/vex-test-\\w+"};
+std::string told(const fake::LogLine& line) {
     static const std::regex repeats{"(\\S+ ?)\\1{19,}"}, newline{"\n"};
-    std::string text = std::regex_replace(line.message, varies, "$1*");
-    text = std::regex_replace(text, repeats, "$1...");
+    const std::string text = std::regex_replace(fake::lasting_part(line.message), repeats, "$1...");
     return std::to_string(line.level) + " " + std::regex_replace(text, newline, "\\n");
 }
 
+// Results one after the other, each with how often it comes.
+std::string counted(const std::vector<int64_t>& results) {
+    std::ostringstream text;
+    for (auto at = results.begin(); at != results.end();) {
+        const auto end = std::find_if(at, results.end(), [at](auto other) { return other != *at; });
+        text << ' ' << *at << '*' << end - at;
+        at = end;
+    }
+    return text.str();
+}
+
 // What a scenario gives, costs and logs; behind "!" what else it logs when any allocation or call
-// fails. Lines are nearly all of an operation's time, so a line more is slower code.
+// fails, and what it gives each time. Lines are nearly all of an operation's time, so a line more
+// is slower code.
 std::string transcript_of(const Scenario& scenario) {
     fake::Platform& platform = fake::platform();
     std::ostringstream text;
     std::set<std::string> said;
+    std::vector<int64_t> results;
     const auto play = [&](Place place, int n) {
         const World world;
         for (const Place each : {Place::Allocation, Place::AnyCall}) {
@@ -243,13 +250,17 @@ std::string transcript_of(const Scenario& scenario) {
         std::string last;
         for (const fake::LogLine& line : platform.lines()) {
             if (n == 0 || said.insert(line.message).second) {
-                const std::string lasting = lasting_part(line);
+                const std::string lasting = told(line);
                 const bool is_new = said.insert(lasting).second;
                 text << (is_new || (n == 0 && lasting != last) ? " | " + lasting : "");
                 last = lasting;
             }
         }
-        return n != 0 && platform.fault_fired(place);
+        const bool failed = n != 0 && platform.fault_fired(place);
+        if (failed) {
+            results.push_back(result);
+        }
+        return failed;
     };
     play(Place::Count, 0);
     text << " !";
@@ -257,6 +268,7 @@ std::string transcript_of(const Scenario& scenario) {
         for (int n = 1; !EMULATED && play(place, n); ++n) {
         }
     }
+    text << (EMULATED ? "" : " !" + counted(results));
     return text.str();
 }
 

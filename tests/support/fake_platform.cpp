@@ -14,6 +14,7 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <regex>
 #include <thread>
 #include <utility>
 
@@ -90,6 +91,13 @@ LogLine parse(int level, int module, const std::string& text) {
 }
 
 }  // namespace
+
+std::string lasting_part(const std::string& message) {
+    static const std::regex varies{
+        "(=> 0x|Info\\[|(?:LINE=|Line:|FreeingMemory EID=\\d+ |ObjKey=\\d+ )(?=\\d+$))[0-9a-f]+|"
+        "0x(?!0)[0-9a-f]{6,}|/\\S*/vex-test-\\w+"};
+    return std::regex_replace(message, varies, "$1*");
+}
 
 Platform& platform() {
     static Platform instance;

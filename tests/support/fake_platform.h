@@ -39,6 +39,9 @@ struct LogLine {
     std::string message;   // behind the prefix, without the newline
 };
 
+// A message without what differs from run to run: addresses, source lines, temporary folders.
+std::string lasting_part(const std::string& message);
+
 struct ShmWrite {
     int region;
     int offset;
