@@ -15,86 +15,51 @@ namespace {
 using fuzz::Bytes;
 using fuzz::Input;
 
-template <class T>
-T* block(Input& input, size_t size) {
-    return input.below(4) == 0 ? nullptr
-                               : static_cast<T*>(static_cast<void*>(input.keep(Bytes(size, 7))));
-}
-
-wchar_t* wide(Input& input) {
-    const std::wstring text = input.wide_text();
-    auto* copy = block<wchar_t>(input, (text.size() + 1) * sizeof(wchar_t));
-    if (copy != nullptr) {
-        memcpy(copy, text.c_str(), (text.size() + 1) * sizeof(wchar_t));
-    }
-    return copy;
-}
-
-// A text of up to size - 1 characters, or one that does not end.
-char* narrow(Input& input, size_t size) {
-    auto* text = block<char>(input, size);
-    if (text != nullptr) {
-        text[input.below(256) % size] = static_cast<char>(input.below(2));
-    }
-    return text;
-}
-
-StorageObjectRecord draw_record(Input& input, uint32_t type);
-
-StorageObjectRecord* draw_members(Input& input, uint32_t& count, uint32_t type) {
-    count = input.below(4);
-    auto* members = block<StorageObjectRecord>(input, count * sizeof(StorageObjectRecord));
-    for (uint32_t i = 0; members != nullptr && i < count; ++i) {
-        const StorageObjectRecord member = draw_record(input, type);
-        memcpy(members + i, &member, sizeof(member));
-    }
-    return members;
-}
-
-// Gives the record the pointers of its kind; all else stays as it is.
-void draw_pointers(Input& input, StorageObjectRecord& record) {
+// Replaces every pointer of a record by what a hand makes of it; all else stays as it is.
+template <class Hand>
+void for_pointers(StorageObjectRecord& record, Hand hand) {
+    record.NAME = hand.wide(record.NAME);
+    record.hdr.FQDD = hand.wide(record.hdr.FQDD);
     switch (record.objType) {
         case RT_OBJ_ADAPTER: {
             AdapterBody& body = record.body.adapter;
-            body.text112 = wide(input);
+            body.text112 = hand.wide(body.text112);
             for (AdapterTextEntry& entry : body.entries) {
-                entry.text = wide(input);
+                entry.text = hand.wide(entry.text);
             }
-            body.capabilityMultiplier %= 4;
             const auto sets = static_cast<unsigned>(std::popcount(body.capabilityMask + 0u));
-            body.capabilities = block<AdapterCapabilityEntry>(
-                input, sets * std::max<unsigned>(body.capabilityMultiplier, 1) *
-                           sizeof(AdapterCapabilityEntry));
+            body.capabilities = hand.block(body.capabilities,
+                                           sets * std::max<unsigned>(body.capabilityMultiplier, 1) *
+                                               sizeof(AdapterCapabilityEntry));
             break;
         }
         case RT_OBJ_PHYSICAL_DISK: {
             PhysicalDiskBody& body = record.body.pd;
-            body.keyId = narrow(input, 256);
-            body.text417 = narrow(input, 256);
-            body.text426 = narrow(input, 128);
-            body.text430 = narrow(input, 128);
-            body.text434 = narrow(input, 256);
-            body.words = block<uint32_t>(input, body.wordCount * 4u);
+            body.keyId = hand.narrow(body.keyId, 256);
+            body.text417 = hand.narrow(body.text417, 256);
+            body.text426 = hand.narrow(body.text426, 128);
+            body.text430 = hand.narrow(body.text430, 128);
+            body.text434 = hand.narrow(body.text434, 256);
+            body.words = hand.block(body.words, body.wordCount * 4u);
             break;
         }
         case RT_OBJ_VIRTUAL_DISK:
-            record.body.vd.memberCount %= 64;
-            record.body.vd.targetID = block<uint32_t>(input, record.body.vd.memberCount * 4u);
+            record.body.vd.targetID =
+                hand.block(record.body.vd.targetID, record.body.vd.memberCount * 4u);
             break;
         case RT_OBJ_SMART_DATA:
-            record.body.smart.pageSelector = 16 * input.below(3);
             for (SmartPageSlot& slot : record.body.smart.pages) {
-                slot.page = block<void>(input, slot.length);
+                slot.page = hand.block(slot.page, slot.length);
             }
-            record.body.smart.nvmeBlock = block<uint8_t>(input, RT_NVME_BLOCK_SIZE);
+            record.body.smart.nvmeBlock =
+                hand.block(record.body.smart.nvmeBlock, RT_NVME_BLOCK_SIZE);
             break;
         case RT_OBJ_FOREIGN_CONFIG: {
-            uint32_t count = 0;
             ForeignConfigBody& body = record.body.foreign;
-            body.virtualDisks = draw_members(input, count, RT_OBJ_VIRTUAL_DISK);
-            body.virtualDiskCount = count;
-            body.physicalDisks = draw_members(input, count, RT_OBJ_PHYSICAL_DISK);
-            body.physicalDiskCount = count;
+            body.virtualDisks =
+                hand.members(body.virtualDisks, body.virtualDiskCount, RT_OBJ_VIRTUAL_DISK);
+            body.physicalDisks =
+                hand.members(body.physicalDisks, body.physicalDiskCount, RT_OBJ_PHYSICAL_DISK);
             break;
         }
         default:
@@ -102,16 +67,91 @@ void draw_pointers(Input& input, StorageObjectRecord& record) {
     }
 }
 
+StorageObjectRecord draw_record(Input& input, uint32_t type);
+
+// Draws blocks that the input keeps, or none.
+struct Drawn {
+    Input& input;
+
+    template <class T>
+    T* block(T*, size_t size) {
+        return input.below(4) == 0
+                   ? nullptr
+                   : static_cast<T*>(static_cast<void*>(input.keep(Bytes(size, 7))));
+    }
+    wchar_t* wide(wchar_t*) {
+        const std::wstring text = input.wide_text();
+        auto* copy = block<wchar_t>(nullptr, (text.size() + 1) * sizeof(wchar_t));
+        if (copy != nullptr) {
+            memcpy(copy, text.c_str(), (text.size() + 1) * sizeof(wchar_t));
+        }
+        return copy;
+    }
+    // A text of up to size - 1 characters, or one that does not end.
+    char* narrow(char*, size_t size) {
+        auto* text = block<char>(nullptr, size);
+        if (text != nullptr) {
+            text[input.below(256) % size] = static_cast<char>(input.below(2));
+        }
+        return text;
+    }
+    StorageObjectRecord* members(StorageObjectRecord*, uint32_t count, uint32_t type) {
+        auto* members = block<StorageObjectRecord>(nullptr, count * sizeof(StorageObjectRecord));
+        for (uint32_t i = 0; members != nullptr && i < count; ++i) {
+            const StorageObjectRecord member = draw_record(input, type);
+            memcpy(members + i, &member, sizeof(member));
+        }
+        return members;
+    }
+};
+
+void bound_counts(StorageObjectRecord& record) {
+    if (record.objType == RT_OBJ_ADAPTER) {
+        record.body.adapter.capabilityMultiplier %= 4;
+    } else if (record.objType == RT_OBJ_VIRTUAL_DISK) {
+        record.body.vd.memberCount %= 64;
+    } else if (record.objType == RT_OBJ_SMART_DATA) {
+        record.body.smart.pageSelector = record.body.smart.pageSelector % 3 * 16;
+    } else if (record.objType == RT_OBJ_FOREIGN_CONFIG) {
+        record.body.foreign.virtualDiskCount %= 4;
+        record.body.foreign.physicalDiskCount %= 4;
+    }
+}
+
 StorageObjectRecord draw_record(Input& input, uint32_t type) {
     StorageObjectRecord record;
     input.take(&record, sizeof(record));
     record.objType = type;
-    record.NAME = wide(input);
-    record.hdr.FQDD = wide(input);
     record.hdr.VERSION %= 2;
-    draw_pointers(input, record);
+    bound_counts(record);
+    for_pointers(record, Drawn{input});
     return record;
 }
+
+// Tells what a copy points to, and all else of it.
+struct Told {
+    template <class T>
+    T* block(T* block, size_t size) {
+        fuzz::tell("block", block, block != nullptr ? size : 0);
+        return nullptr;
+    }
+    wchar_t* wide(wchar_t* text) {
+        return block(text, text != nullptr ? wcslen(text) * sizeof(wchar_t) : 0);
+    }
+    char* narrow(char* text, size_t size) {
+        return block(text, text != nullptr ? strnlen(text, size) : 0);
+    }
+    StorageObjectRecord* members(StorageObjectRecord* members, uint32_t count, uint32_t) {
+        for (uint32_t i = 0; members != nullptr && i < count; ++i) {
+            tell(members[i]);
+        }
+        return nullptr;
+    }
+    static void tell(StorageObjectRecord record) {
+        for_pointers(record, Told{});
+        fuzz::tell("record", &record, sizeof(record));
+    }
+};
 
 template <auto dup>
 StorageObjectRecord* filled(const StorageObjectRecord* record) {
@@ -148,6 +188,9 @@ void run(Input& input) {
         const wchar_t *name = record.NAME, *copied = copy->NAME;
         EXPECT_EQ(copied == nullptr, name == nullptr);
         EXPECT_TRUE(name == nullptr || (copied != name && wcscmp(copied, name) == 0));
+    }
+    if (copy != nullptr) {
+        Told::tell(*copy);
     }
     rtcache_FreeRMObjects(copy, 1);
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
@@ -30,6 +31,53 @@ std::vector<const Target*>& list() {
 
 // What the tests are worth: with this, inputs are read one byte behind their end.
 const std::size_t planted = std::getenv("VEX_FUZZ_PLANT") != nullptr ? 1 : 0;
+
+// Where the current input's story is told; none: nobody listens.
+std::string* told = nullptr;
+
+void tell_line(const std::string& line) {
+    *told += line + '\n';
+}
+
+std::string hex(const void* bytes, std::size_t count) {
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) {
+        char digits[4];
+        std::snprintf(digits, sizeof(digits), " %02x", static_cast<const std::uint8_t*>(bytes)[i]);
+        text += digits;
+    }
+    return text;
+}
+
+void tell_log_lines() {
+    for (const fake::LogLine& line : fake::platform().lines()) {
+        tell_line("  " + std::to_string(line.level) + " " + fake::lasting_part(line.message));
+    }
+    fake::platform().clear_lines();
+}
+
+// What reached the platform, and the tables of the drives.
+void tell_platform(const fake::Platform& platform) {
+    for (const fake::ShmWrite& write : platform.writes()) {
+        tell_line("region " + std::to_string(write.region) + " at " + std::to_string(write.offset) +
+                  hex(write.bytes.data(), write.bytes.size()));
+    }
+    for (const fake::BpWrite& write : platform.bp_writes) {
+        tell("service", &write.record, sizeof(write.record));
+    }
+    for (const auto& sent : platform.submissions) {
+        tell_line("event " + sent.numbers + ' ' + sent.message_id + ' ' + sent.fqdd + ' ' +
+                  sent.arguments);
+    }
+    for (const auto* requests : {&platform.singles, &platform.ipmi_requests}) {
+        for (const std::vector<std::uint8_t>& request : *requests) {
+            tell("request", request.data(), request.size());
+        }
+    }
+    tell("drives", &sNVMeSSDBPInfo, sizeof(sNVMeSSDBPInfo));
+    tell("their endpoints", &sNVMeSSDBPVDMInfo, sizeof(sNVMeSSDBPVDMInfo));
+    tell("tape drive", static_cast<std::uint64_t>(g_IsTapeDrivePresent));
+}
 
 // What the current input filled.
 struct Range {
@@ -70,7 +118,11 @@ void reset(fake::Platform& platform) {
 
 // A cache without backplanes and extenders: what most targets need, and slow to make.
 void empty_cache() {
+    max_pciessd_backplanes = 5;
     if (mutexRtCache == nullptr) {
+        max_adapters = 3;  // quick to make
+        max_physicaldevices = 64;
+        max_logicaldevices = 16;
         EXPECT_EQ(rtcache_Init(), 0u);
     }
     for (ExtenderCardInfo*& extender : cache_Extndrs) {
@@ -85,11 +137,16 @@ void empty_cache() {
     }
 }
 
+fake::State::Lines treatment_of_lines(const Header& header) {
+    using Lines = fake::State::Lines;
+    const Lines unheard = header.lines == kFormatLines ? Lines::Formatted : Lines::Dropped;
+    return told != nullptr ? Lines::Recorded : unheard;
+}
+
 void start(const Header& header) {
     fake::Platform& platform = fake::platform();
     reset(platform);
-    platform.treatment =
-        header.lines == kFormatLines ? fake::State::Lines::Formatted : fake::State::Lines::Dropped;
+    platform.treatment = treatment_of_lines(header);
     if (header.changed != 0) {
         change_between_reads(header);
     }
@@ -98,9 +155,6 @@ void start(const Header& header) {
     std::memset(vexutils::latest_drive_states, 0, sizeof(vexutils::latest_drive_states));
     std::memset(vexutils::acted_drive_states, 0, sizeof(vexutils::acted_drive_states));
     g_IsTapeDrivePresent = TAPE_UNKNOWN;
-    max_adapters = 3;  // a cache that is quick to make
-    max_physicaldevices = 64;
-    max_logicaldevices = 16;
     vexutils::log_state.file = vexutils::LogFile::Disabled;
     vexutils::flag_paths.cache_dump = "/dev/null";
     GTEST_FLAG_SET(throw_on_failure, true);
@@ -167,16 +221,44 @@ std::string Input::text() {
     return text;
 }
 
+std::wstring widened(const std::string& narrow) {
+    std::wstring wide;
+    for (const char character : narrow) {
+        wide += static_cast<wchar_t>(static_cast<unsigned char>(character));
+    }
+    return wide;
+}
+
 std::wstring Input::wide_text() {
-    const std::string narrow = text();
-    std::wstring wide{narrow.begin(), narrow.end()};
+    std::wstring wide = widened(text());
     if (const std::uint32_t odd = below(256); odd > 0xF0 && !wide.empty()) {
         wide[odd % wide.size()] = static_cast<wchar_t>(raw<std::uint32_t>() | 1);
     }
     return wide.c_str();
 }
 
-void run(const Target& target, const std::uint8_t* data, std::size_t size) {
+void Input::tell_kept() {
+    for (; told != nullptr && told_ < kept_.size(); ++told_) {
+        tell("  kept", kept_[told_].data(), kept_[told_].size());
+    }
+}
+
+void tell(const char* what, std::uint64_t value) {
+    if (told != nullptr) {
+        tell_log_lines();
+        tell_line(what + (" " + std::to_string(value)));
+    }
+}
+
+void tell(const char* what, const void* bytes, std::size_t count) {
+    if (told != nullptr) {
+        tell_log_lines();
+        tell_line(what + hex(bytes, count));
+    }
+}
+
+void run(const Target& target, const std::uint8_t* data, std::size_t size, std::string* story) {
+    told = story;
     Header header{};
     const std::size_t given = std::min(size, sizeof(header));
     std::copy_n(data, given, reinterpret_cast<std::uint8_t*>(&header));
@@ -195,6 +277,9 @@ void run(const Target& target, const std::uint8_t* data, std::size_t size) {
         Input arguments{data, before, shift, Input::AtEnd::Again};
         Input format{data + before, size - before, shift, Input::AtEnd::Zeros};
         target.format(arguments, format);
+    }
+    if (told != nullptr) {
+        tell_platform(platform);
     }
     empty_cache();
     EXPECT_EQ(platform.locks_held, 0);

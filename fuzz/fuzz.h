@@ -55,9 +55,14 @@ class Input {
     std::string text();
     std::wstring wide_text();
 
-    // Any value of a type; of a pointer, one element of its own, or a text.
+    // Any value of a type; of a pointer, one element of its own, or a text; now and then null.
     template <class T>
     T any() {
+        if constexpr (std::is_pointer_v<T>) {
+            if (below(16) == 15) {
+                return nullptr;
+            }
+        }
         if constexpr (std::is_same_v<T, const char*>) {
             const std::string drawn = text();
             return reinterpret_cast<const char*>(
@@ -70,6 +75,8 @@ class Input {
     }
     // Keeps a block while the input is in use, without a byte to spare.
     std::uint8_t* keep(Bytes block) { return kept_.emplace_back(std::move(block)).data(); }
+    // Tells what the blocks hold that were kept since the last time.
+    void tell_kept();
 
   private:
     template <class T>
@@ -83,7 +90,11 @@ class Input {
     std::size_t size_, at_ = 0, past_ = 0;
     AtEnd at_end_;
     std::deque<Bytes> kept_;
+    std::size_t told_ = 0;  // of them
 };
+
+// The same characters on every machine, whether or not its char has a sign.
+std::wstring widened(const std::string& narrow);
 
 // One kind of input, known to the fuzzer and to the replay by its name.
 struct Target {
@@ -99,8 +110,14 @@ struct Target {
 const std::vector<const Target*>& targets();
 
 // Runs a target on an input, over a fresh platform; aborts on a failed expectation, on a lock still
-// held and on a block, a session or a mutex that stays.
-void run(const Target& target, const std::uint8_t* data, std::size_t size);
+// held and on a block, a session or a mutex that stays. Appends to a story, where one is given,
+// what became of it: results, what calls filled, what reached the platform, lines.
+void run(const Target& target, const std::uint8_t* data, std::size_t size,
+         std::string* story = nullptr);
+
+// For targets: a line of the story, behind the log lines so far. Cheap where nobody listens.
+void tell(const char* what, std::uint64_t value);
+void tell(const char* what, const void* bytes, std::size_t count);
 
 }  // namespace fuzz
 

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cwchar>
 #include <span>
+#include <string>
 #include <tuple>
 
 #include "fuzz/fuzz.h"
@@ -19,7 +21,7 @@ using fuzz::Bytes;
 using fuzz::Input;
 
 struct Operation {
-    const char* what;
+    std::string what;
     std::vector<uint32_t> results;
     uint32_t (*call)(Input&);
     bool holds_cache = false;
@@ -31,6 +33,8 @@ void expect_results(std::span<const Operation> operations, Input& arguments) {
             EXPECT_EQ(rtcache_GetLock(), 0u);
         }
         const uint32_t result = operation.call(arguments);
+        fuzz::tell(operation.what.c_str(), result);
+        arguments.tell_kept();
         if (operation.holds_cache) {
             SMMutexUnLock(mutexRtCache);
         }
@@ -40,25 +44,51 @@ void expect_results(std::span<const Operation> operations, Input& arguments) {
     }
 }
 
-// Calls a function with anything. What it gives back that is no result counts as 0.
+uint32_t result_of(uint32_t result) {
+    return result;
+}
+
+// What is no result is told, and counts as 0.
+template <class Answer>
+uint32_t result_of(Answer answer) {
+    if constexpr (std::is_pointer_v<Answer>) {
+        using Character = std::remove_pointer_t<Answer>;
+        const size_t length = answer != nullptr
+                                  ? std::char_traits<std::remove_const_t<Character>>::length(answer)
+                                  : 0;
+        fuzz::tell("text", answer, length * sizeof(Character));
+        if constexpr (!std::is_const_v<Character>) {
+            vexel_free(answer);
+        }
+    } else {
+        fuzz::tell("value", static_cast<uint64_t>(answer));
+    }
+    return 0;
+}
+
+// Calls a function with anything.
 template <auto function>
 uint32_t any(Input& input) {
     return []<class Result, class... Types>(Result (*call)(Types...), Input& in) -> uint32_t {
         const std::tuple<Types...> arguments{in.any<Types>()...};
-        if constexpr (std::is_same_v<Result, uint32_t>) {
-            return std::apply(call, arguments);
-        } else if constexpr (std::is_same_v<Result, char*>) {
-            vexel_free(std::apply(call, arguments));
-        } else {
+        if constexpr (std::is_void_v<Result>) {
             std::apply(call, arguments);
+            return 0;
+        } else {
+            return result_of(std::apply(call, arguments));
         }
-        return 0;
     }(function, input);
+}
+
+// The last word of "... [auto function = name]", as compilers spell a template's own name.
+std::string name_in(std::string_view spelled) {
+    const size_t end = spelled.find_last_not_of("])");
+    return std::string{spelled.substr(0, end + 1).substr(spelled.find_last_of(" &(", end) + 1)};
 }
 
 template <auto function>
 Operation of(std::vector<uint32_t> results, bool holds_cache = false) {
-    return {__PRETTY_FUNCTION__, std::move(results), any<function>, holds_cache};
+    return {name_in(__PRETTY_FUNCTION__), std::move(results), any<function>, holds_cache};
 }
 
 // ---- FRU table ----------------------------------------------------------------------------------
@@ -67,11 +97,14 @@ template <auto function>
 uint32_t read_fru(Input& input) {
     uint8_t* data = nullptr;
     uint32_t size = 0;
-    const uint32_t result = function(&data, &size, input.any<uint8_t>(), input.any<uint8_t>());
+    const auto slot = input.any<uint8_t>(), length = input.any<uint8_t>();
+    const uint32_t result = function(&data, &size, slot, length);
     EXPECT_EQ(data != nullptr, result == 0);
-    const Bytes copy(data, data + size);
+    fuzz::tell("FRU data", data, size);
     const uint32_t revision = get_TAVI_Revison(data, size);
     EXPECT_LE(revision, 2u);
+    fuzz::tell("revision", revision);
+    fuzz::tell("of nothing", get_TAVI_Revison(nullptr, input.number()));
     vexel_free(data);
     return result;
 }
@@ -85,7 +118,8 @@ const Operation kFruOperations[] = {
      [](Input& input) {
          uint8_t* entry = input.keep(input.bytes(15 + input.shift)) + input.shift;
          std::copy_n(fake::platform().region(49).data() + 9, 15, entry);
-         return update_TAVI_FRU_Info(entry, input.any<uint8_t*>(), input.any<uint8_t*>());
+         auto *slot = input.any<uint8_t*>(), *card = input.any<uint8_t*>();
+         return update_TAVI_FRU_Info(entry, slot, card);
      }},
 };
 
@@ -112,9 +146,9 @@ const fuzz::Target fru_target{"fru", run_fru};
 
 uint32_t enclosure_fqdd(Input& input) {
     wchar_t* text = nullptr;
-    rtcache_GetEnclosureFQDD(input.number(), input.number(), &text);
-    vexel_free(text);
-    return 0;
+    const uint32_t eid = input.number(), enclosure = input.number();
+    result_of(rtcache_GetEnclosureFQDD(eid, enclosure, &text));
+    return result_of(text);
 }
 
 const Operation kSlotOperations[] = {
@@ -126,7 +160,7 @@ const Operation kSlotOperations[] = {
     of<rtshm_getNVMeExtcard>({0, 3}),
     of<processNVMeExtndrcardInfo>({0, 2, 3}),
     of<rtshm_getNVMeBPs>({0}),
-    of<processNVMeBackplaneInfo>({0, 3}),
+    of<processNVMeBackplaneInfo>({0, 2, 3}),
     of<rtshm_getExtenderSlotFromDriveSlot>({0, 2}),
     of<RTSHM_readSSDSlotNumFromGblSlotNum>({0, 3}),
     of<RTSHM_readPCIeSSDBayIDInfoFromGblSlotNum>({0, 3}),
@@ -160,7 +194,7 @@ StorageObjectRecord* record(Input& input, uint32_t type) {
     record->hdr.VERSION = 1;
     input.take(&record->body, kPlainBytes);
     if (input.below(4) != 0) {
-        const std::string text = input.text();
+        const std::wstring text = fuzz::widened(input.text());
         record->hdr.FQDD = static_cast<wchar_t*>(vexel_alloc((text.size() + 1) * sizeof(wchar_t)));
         std::copy(text.begin(), text.end(), record->hdr.FQDD);
     }
@@ -194,6 +228,14 @@ bool fill_cache(Input& input) {
         }
         SMMutexUnLock(mutexRtCache);
     }
+    EXPECT_EQ(rtcache_GetLock(), 0u);
+    const auto slot = static_cast<uint16_t>(input.below(32));
+    void* card = nullptr;
+    if (rtcache_GetCachedObject(RTCACHE_KEY_EXTENDER, 0, slot, &card) == 0 && card == nullptr) {
+        EXPECT_EQ(rtcache_SetCachedObject(RTCACHE_KEY_EXTENDER, 0, slot, made<ExtenderCardInfo>()),
+                  0u);
+    }
+    SMMutexUnLock(mutexRtCache);
     return true;
 }
 
@@ -226,21 +268,24 @@ const Operation kRegionOperations[] = {
      {0, 2},
      [](Input& input) {
          const uint32_t size = input.below(700);
-         return RTSHM_StoreFRU(input.any<uint8_t>(), input.any<uint8_t>(), input.any<uint8_t>(), 1,
-                               2, input.keep(input.bytes(size)), size);
+         const auto type = input.any<uint8_t>(), card = input.any<uint8_t>(),
+                    index = input.any<uint8_t>();
+         return RTSHM_StoreFRU(type, card, index, 1, 2, input.keep(input.bytes(size)), size);
      }},
     of<RTSHM_StoreFRUTemp>({0, 2}),
     of<RTSHM_ClearFRU>({0, 2}),
     of<RTSHM_ClearFqdd>({0, 2}),
     of<RTSHM_Add_NVMeSSD_FQDD_toSHM>({0, 2}),
     of<RTSHM_GetPCIeSSDGlobalSlotNumberBase>({0, 2, 3}),
-    of<RTSHM_ReadPCIeSSDPresenceSharedMem>({0}),
+    of<RTSHM_ReadPCIeSSDPresenceSharedMem>({0, 2}),
     of<RTSHM_readPciessdDriveStatusFromShm>({0, 3}),
     of<updatePciessdDriveStatusToShm>({0, 2}),
     {"status of all slots", {0}, on_block<updatePciessdiBCDDataToShm, 128>},
 };
 
 void run_regions(Input& arguments, Input& format) {
+    uint8_t changed;  // nothing is seen of the input before
+    RTSHM_ReadPCIeSSDPresenceSharedMem(&changed);
     for (const int region : {20, 55, 3, 26}) {
         std::vector<uint8_t>& bytes = fake::platform().region(region);
         format.fill(bytes.data(), std::min(bytes.size(), format.left()));

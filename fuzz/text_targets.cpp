@@ -28,11 +28,19 @@ void run_fqdd(Input& arguments, Input& format) {
         uint8_t bay = 0, slot = 0;
         uint32_t type = 0;
         EXPECT_EQ(getBayIDandSlotFromFqdd(fqdd, some, &bay, &slot), 0u);
-        EXPECT_LE(getSlotandSlotIndexfromFQDD(fqdd, length, &slot, &bay, &type), 1u);
+        fuzz::tell("bay", bay);
+        fuzz::tell("slot", slot);
+        const uint32_t result = getSlotandSlotIndexfromFQDD(fqdd, length, &slot, &bay, &type);
+        EXPECT_LE(result, 1u);
+        fuzz::tell("slot and index", result);
+        fuzz::tell("slot", slot);
+        fuzz::tell("index", bay);
+        fuzz::tell("type", type);
     };
     text.shrink_to_fit();
-    if (const size_t length = text.size() - arguments.shift; length != 0) {
-        read(static_cast<uint32_t>(length));
+    if (const auto length = static_cast<uint32_t>(text.size() - arguments.shift); length != 0) {
+        read(length);
+        read(1 + arguments.below(length));  // what follows is no part of it
     }
     text.push_back(0);
     read(0);
@@ -50,7 +58,10 @@ void run_filter(Input& input) {
     updateNotifFQDD(static_cast<int32_t>(fqdds.size()), fqdds.data());
     while (input.left() != 0) {
         const std::wstring device = input.wide_text();
-        EXPECT_LE(isFQDDEIDPresent(device.c_str(), input.any<uint8_t>(), input.below(2)), 1u);
+        const auto eid = input.any<uint8_t>();
+        const uint32_t present = isFQDDEIDPresent(device.c_str(), eid, input.below(2));
+        EXPECT_LE(present, 1u);
+        fuzz::tell("present", present);
         EXPECT_EQ(isTAVIFQDDEIDPresent(input.any<uint8_t>()), 1u);
     }
     for (const wchar_t* fqdd : fqdds) {
@@ -105,6 +116,7 @@ void run_submit(Input& input) {
         const size_t before = submitted.size();
         const int32_t result =
             rt_JWLOGCMNSubmitEvent(1 + input.below(3), id.c_str(), fqdd.c_str(), args, count);
+        fuzz::tell("submit", static_cast<uint64_t>(result));
         const RtVerdict verdict = rt_ExplainSubmission(id.c_str(), fqdd.c_str(), count,
                                                        status.flags, status.phase, nullptr);
         size_t packed = 0;  // what the event library has 200 bytes for
@@ -121,6 +133,7 @@ void run_submit(Input& input) {
         if (rt_Buildmsgstring(0, fqdd.c_str(), buffer, size) == 0) {
             EXPECT_LT(strnlen(buffer, size), size);
         }
+        fuzz::tell("text", buffer, size);
         rt_JWLOGCMNSubmitEvent_nonRaid(0, 0, 1, id.c_str());
     }
     RTSync_Destroy();
