@@ -10,6 +10,7 @@
 #include "rt_cache.h"
 #include "rt_cache/rt_cache_nodes.h"
 #include "rt_shm.h"
+#include "tests/support/files.h"
 #include "tests/support/objects.h"
 #include "vexel.h"
 
@@ -61,8 +62,8 @@ struct Model {
 // One of few, or a number that is none, of which the low 8 bits may be one of the few.
 uint32_t draw_eid(Input& input) {
     const uint32_t choice = input.below(16);
-    const uint32_t few = choice % 12;
-    return choice < 12 ? few : choice == 12 ? few + 0x100 : input.number();
+    const uint32_t few = choice % 4;
+    return choice < 13 ? few : choice == 13 ? few + 0x100 : input.number();
 }
 
 // One call, of an endpoint that is known more often than not.
@@ -71,7 +72,7 @@ struct Step {
     Model& model;
     const uint32_t eid = draw_eid(input);
     const uint16_t key =
-        static_cast<uint16_t>(input.below(4) == 0 ? input.number() : input.below(12));
+        static_cast<uint16_t>(input.below(8) == 0 ? input.number() : input.below(4));
     const uint32_t type = 1 + input.below(4);
     const uint32_t row = model.row(eid);
     const uint32_t known = row == 255 ? 1 : 0;
@@ -183,17 +184,18 @@ bool is_data_welcome(const Step& step, uint32_t event_type, const char* id) {
 void add_events(Step& step) {
     const uint32_t event_type = 2 + step.input.below(2);
     const bool is_disk = step.type == RT_OBJ_PHYSICAL_DISK && event_type == 3;
-    int count = step.input.below(16) == 15 ? 300 : 1;
+    int count = step.input.below(16) == 15 ? RTCACHE_EVENTCACHE_DEPTH + 2 : 1;
     if (count > 1) {
-        drain(step);
+        drain(step);  // lest data is let go of
     }
     static constexpr const char* kIds[] = {"PDR3", "PDR5", "VDR1"};
     const char* id = kIds[step.input.below(3)];
     const bool rolls_up = step.input.below(2) != 0;
     const CacheLock lock;
-    EventData* data = step.input.below(2) != 0 && is_data_welcome(step, event_type, id)
-                          ? make_event_data(id)
-                          : nullptr;
+    EventData* data =
+        step.input.below(2) != 0 && count == 1 && is_data_welcome(step, event_type, id)
+            ? make_event_data(id)
+            : nullptr;
     for (; count > 0; --count) {
         const auto add = rolls_up ? rtcache_SetCachedEvent_roll_up : rtcache_CopyCachedEvent;
         EXPECT_EQ(add(step.eid, step.type, event_type, step.key, data), step.known);
@@ -420,7 +422,15 @@ void look_up(Step& step) {
     tell("position", rtcache_GetEnclosureFQDD(step.eid, step.key, step.room(enclosure)));
     tell_text(enclosure);
     vexel_free(enclosure);
-    tell("print", static_cast<uint64_t>(rtcache_PrintCache()));
+    if (fuzz::listens()) {
+        static const TempDir folder;
+        static const std::string dump = folder / "dump";
+        write_file(dump, "");
+        vexutils::flag_paths.cache_dump = dump.c_str();
+        tell("print", static_cast<uint64_t>(rtcache_PrintCache()));
+        const std::string content = file_content(dump);
+        tell("dump", content.data(), content.size());
+    }
 }
 
 // ---- Command states -----------------------------------------------------------------------------
@@ -434,9 +444,10 @@ void count_command(Step& step) {
     }
     const CacheLock lock;
     g_rtpil_Controller_Status[step.key % RTPIL_CONTROLLERS].eid = static_cast<uint8_t>(step.eid);
+    const uint32_t command = step.input.below(8);
     for (uint32_t times = 1 + step.input.below(12); times > 0; --times) {
-        tell("command", static_cast<uint64_t>(rtmpi2_UpdateControllerCommandStatus(
-                            eid, step.input.below(8), step.key)));
+        tell("command",
+             static_cast<uint64_t>(rtmpi2_UpdateControllerCommandStatus(eid, command, step.key)));
     }
     tell("state",
          static_cast<uint64_t>(rtpil_GetControllerCommunicationStatus(eid, step.room(step.byte))));

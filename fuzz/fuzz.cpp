@@ -32,6 +32,8 @@ std::vector<const Target*>& list() {
 // What the tests are worth: with this, inputs are read one byte behind their end.
 const std::size_t planted = std::getenv("VEX_FUZZ_PLANT") != nullptr ? 1 : 0;
 
+Header current;  // the current input's
+
 // Where the current input's story is told; none: nobody listens.
 std::string* told = nullptr;
 
@@ -221,6 +223,20 @@ std::string Input::text() {
     return text;
 }
 
+Failures::Failures() {
+    fake::platform().fail(fake::Place::Allocation, current.allocation);
+    fake::platform().fail(fake::Place::AnyCall, current.call);
+}
+
+Failures::~Failures() {
+    fake::platform().no_faults();
+}
+
+bool Failures::happened() const {
+    return fake::platform().fault_fired(fake::Place::Allocation) ||
+           fake::platform().fault_fired(fake::Place::AnyCall);
+}
+
 std::wstring widened(const std::string& narrow) {
     std::wstring wide;
     for (const char character : narrow) {
@@ -243,6 +259,10 @@ void Input::tell_kept() {
     }
 }
 
+bool listens() {
+    return told != nullptr;
+}
+
 void tell(const char* what, std::uint64_t value) {
     if (told != nullptr) {
         tell_log_lines();
@@ -259,7 +279,7 @@ void tell(const char* what, const void* bytes, std::size_t count) {
 
 void run(const Target& target, const std::uint8_t* data, std::size_t size, std::string* story) {
     told = story;
-    Header header{};
+    Header& header = current = {};
     const std::size_t given = std::min(size, sizeof(header));
     std::copy_n(data, given, reinterpret_cast<std::uint8_t*>(&header));
     data += given;

@@ -19,12 +19,13 @@ using Bytes = std::vector<std::uint8_t>;
 
 #pragma pack(push, 1)
 struct Header {
-    std::uint8_t lines;    // 0xA5: they are formatted, which costs more than all else
-    std::uint8_t shift;    // 0 to 3: distance of buffers from an aligned address
-    std::uint8_t changed;  // bits of a byte of the format that change between two reads
-    std::uint8_t rsvd3;
-    std::uint16_t position;  // which byte
-    std::uint8_t rsvd6[2];
+    std::uint8_t lines;       // 0xA5: they are formatted, which costs more than all else
+    std::uint8_t shift;       // 0 to 3: distance of buffers from an aligned address
+    std::uint8_t changed;     // bits of a byte of the format that change between two reads
+    std::uint8_t allocation;  // of an operation that fails, from 1; of others 0
+    std::uint16_t position;   // which byte
+    std::uint8_t call;        // to the platform that fails, as allocation
+    std::uint8_t rsvd7;
 };
 #pragma pack(pop)
 inline constexpr std::uint8_t kFormatLines = 0xA5;
@@ -93,6 +94,18 @@ class Input {
     std::size_t told_ = 0;  // of them
 };
 
+// While one lives, the header's allocation and call fail.
+class Failures {
+  public:
+    Failures();
+    ~Failures();
+    // Whether one did.
+    bool happened() const;
+
+  private:
+    fake::AllocationScope scope_;
+};
+
 // The same characters on every machine, whether or not its char has a sign.
 std::wstring widened(const std::string& narrow);
 
@@ -115,6 +128,8 @@ const std::vector<const Target*>& targets();
 void run(const Target& target, const std::uint8_t* data, std::size_t size,
          std::string* story = nullptr);
 
+// Whether somebody wants to know.
+bool listens();
 // For targets: a line of the story, behind the log lines so far. Cheap where nobody listens.
 void tell(const char* what, std::uint64_t value);
 void tell(const char* what, const void* bytes, std::size_t count);

@@ -32,7 +32,10 @@ void expect_results(std::span<const Operation> operations, Input& arguments) {
         if (operation.holds_cache) {
             EXPECT_EQ(rtcache_GetLock(), 0u);
         }
-        const uint32_t result = operation.call(arguments);
+        const uint32_t result = [&] {
+            const fuzz::Failures failures;
+            return operation.call(arguments);
+        }();
         fuzz::tell(operation.what.c_str(), result);
         arguments.tell_kept();
         if (operation.holds_cache) {
@@ -161,15 +164,15 @@ const Operation kSlotOperations[] = {
     of<processNVMeExtndrcardInfo>({0, 2, 3}),
     of<rtshm_getNVMeBPs>({0}),
     of<processNVMeBackplaneInfo>({0, 2, 3}),
-    of<rtshm_getExtenderSlotFromDriveSlot>({0, 2}),
+    of<rtshm_getExtenderSlotFromDriveSlot>({0, 2, 3}),
     of<RTSHM_readSSDSlotNumFromGblSlotNum>({0, 3}),
     of<RTSHM_readPCIeSSDBayIDInfoFromGblSlotNum>({0, 3}),
     of<RTSHM_readBayIDInfoFromGblSlotNum>({0, 3}),
     of<RTSHM_readBayIDAndSlotNoFromEID>({0, 1, 3}, true),
     of<RTSHM_readBayIDAndSlotNoFromVDMEID>({0, 3}),
     of<rtshm_getI2CNVMeSSDEIDfromVDMEID>({0}),
-    of<BlinkPCIeSSD>({0}),
-    of<UnBlinkPCIeSSD>({0}),
+    of<BlinkPCIeSSD>({0, 1}),
+    of<UnBlinkPCIeSSD>({0, 1}),
     of<rtshm_IsDriveBehindKRONfromBPAPIByEID>({0, 1, 3}, true),
     of<rtshm_getPCIessdExtcard>({0, 3}),
     of<processPciessdExtndrcardInfo>({0, 2, 3}),
@@ -265,22 +268,22 @@ const Operation kRegionOperations[] = {
     {"polling flags", {0, 3}, on_block<RTSHM_ReadSharedThermalPolling, 4>},
     {"split mode", {0, 3}, on_block<RTSHM_readBackplaneSharedMem, 40>},
     {"RTSHM_StoreFRU",
-     {0, 2},
+     {0, 2, 3},
      [](Input& input) {
          const uint32_t size = input.below(700);
          const auto type = input.any<uint8_t>(), card = input.any<uint8_t>(),
                     index = input.any<uint8_t>();
          return RTSHM_StoreFRU(type, card, index, 1, 2, input.keep(input.bytes(size)), size);
      }},
-    of<RTSHM_StoreFRUTemp>({0, 2}),
-    of<RTSHM_ClearFRU>({0, 2}),
-    of<RTSHM_ClearFqdd>({0, 2}),
-    of<RTSHM_Add_NVMeSSD_FQDD_toSHM>({0, 2}),
+    of<RTSHM_StoreFRUTemp>({0, 2, 3}),
+    of<RTSHM_ClearFRU>({0, 2, 3}),
+    of<RTSHM_ClearFqdd>({0, 2, 3}),
+    of<RTSHM_Add_NVMeSSD_FQDD_toSHM>({0, 2, 3}),
     of<RTSHM_GetPCIeSSDGlobalSlotNumberBase>({0, 2, 3}),
-    of<RTSHM_ReadPCIeSSDPresenceSharedMem>({0, 2}),
+    of<RTSHM_ReadPCIeSSDPresenceSharedMem>({0, 2, 3}),
     of<RTSHM_readPciessdDriveStatusFromShm>({0, 3}),
-    of<updatePciessdDriveStatusToShm>({0, 2}),
-    {"status of all slots", {0}, on_block<updatePciessdiBCDDataToShm, 128>},
+    of<updatePciessdDriveStatusToShm>({0, 2, 3}),
+    {"status of all slots", {0, 3}, on_block<updatePciessdiBCDDataToShm, 128>},
 };
 
 void run_regions(Input& arguments, Input& format) {
@@ -297,7 +300,7 @@ const fuzz::Target regions_target{"regions", run_regions};
 // ---- Backplane snapshot -------------------------------------------------------------------------
 
 const Operation kSnapshotOperations[] = {
-    of<rtshm_BpApiInit>({0}),
+    of<rtshm_BpApiInit>({0, 1}),
     of<rtshm_getNVMeExtcard>({0, 3}),
     of<rtshm_getNVMeBPs>({0}),
     {"NVMeHotPlugCallback",

@@ -137,13 +137,13 @@ uint32_t rtpil_IfNVMeSSD_isNotPresent(int32_t eid) {
     std::uint8_t type = 0;
     std::uint8_t bay = 0xFF;
     std::uint8_t slot = 0xFF;
-    std::uint16_t state = 0;
-    const bool known =
-        rtcache_GetStorageEIDTypeNoLock(static_cast<std::uint32_t>(eid), &type) == 0 &&
-        type == RTCACHE_TYPE_NVME && RTSHM_readBayIDAndSlotNoFromEID(&bay, &slot, eid) == 0 &&
-        rtshm_getNVMeDriveState(&state, bay, slot) == 0;
+    std::uint16_t state = kDrivePresent;  // unless its slot is known to be empty
+    rtcache_GetStorageEIDTypeNoLock(static_cast<std::uint32_t>(eid), &type);
+    if (type == RTCACHE_TYPE_NVME && RTSHM_readBayIDAndSlotNoFromEID(&bay, &slot, eid) == 0) {
+        rtshm_getNVMeDriveState(&state, bay, slot);
+    }
     LOG(Level::Trace, "<--  %s", __func__);
-    return known && (state & kDrivePresent) == 0 ? 1 : 0;
+    return (state & kDrivePresent) == 0 ? 1 : 0;
 }
 
 uint8_t rtpil_GetctrlEnableLoggingStatus(int32_t eid) {

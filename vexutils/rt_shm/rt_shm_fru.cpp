@@ -198,8 +198,7 @@ constexpr char ascii_upper(char character) {
 
 // Independent of the locale. model: upper case.
 bool is_model(std::string_view name, std::string_view model) {
-    return name.size() >= model.size() &&
-           std::ranges::equal(name.substr(0, model.size()), model, {}, ascii_upper);
+    return std::ranges::equal(name.substr(0, model.size()), model, {}, ascii_upper);
 }
 
 // ---- FQDD of a PCIe SSD ----
@@ -217,14 +216,12 @@ std::string_view take_field(std::string_view& rest, char separator) {
     return field;
 }
 
-// Low 8 bits of the decimal number at the start; 0 if there is none.
+// Low 8 bits of the decimal number at the start; 0 if there is none. text: behind it stands a
+// separator or the end of the FQDD.
 std::uint8_t number(std::string_view text) {
     unsigned value = 0;
-    for (const char digit : text) {
-        if (digit < '0' || digit > '9') {
-            break;
-        }
-        value = value * 10 + static_cast<unsigned>(digit - '0');
+    for (const char* digit = text.data(); *digit >= '0' && *digit <= '9'; ++digit) {
+        value = value * 10 + static_cast<unsigned>(*digit - '0');
     }
     return static_cast<std::uint8_t>(value);
 }

