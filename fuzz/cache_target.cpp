@@ -142,7 +142,7 @@ void change_type(Step& step) {
 
 void tell_data(const EventData* data) {
     if (data != nullptr) {
-        tell("message", data->messageId, strlen(data->messageId));
+        tell("message", data->messageId, data->messageId != nullptr ? strlen(data->messageId) : 0);
     }
 }
 
@@ -165,19 +165,33 @@ void drain(Step& step) {
     vexel_free(disks);
 }
 
-// Whether the cache frees what new data of an event drops, rather than letting go of it.
-bool is_data_welcome(const Step& step, uint32_t event_type, const char* id) {
-    if (step.known != 0) {
-        return true;  // it stays with the caller
+// What new data of a disk makes the cache let go of, rather than free.
+EventData* let_go(const Step& step, const EventData* data) {
+    if (step.known != 0 || data == nullptr || step.key >= max_physicaldevices) {
+        return nullptr;
     }
-    if (step.type != RT_OBJ_PHYSICAL_DISK || event_type != 3) {
-        return cache_Events[step.row].eventCount < RTCACHE_EVENTCACHE_DEPTH;
+    const auto is = [](const EventData* given, const char* id) {
+        return given->messageId != nullptr && strcmp(given->messageId, id) == 0;
+    };
+    EventData* held = cache_Events_PD_ChObj[step.row].eventData[step.key];
+    const bool freed = held == nullptr || step.model.rows[step.row].type == RTCACHE_TYPE_NVME ||
+                       (is(data, "PDR5") && is(held, "PDR3"));
+    return freed ? nullptr : held;
+}
+
+// Half of the time none, now and then without an id.
+EventData* draw_data(Input& input) {
+    static constexpr const char* kIds[] = {"PDR3", "PDR5", "VDR1", "PDR3"};
+    const uint32_t choice = input.below(8);
+    if (choice >= std::size(kIds)) {
+        return nullptr;
     }
-    const EventData* held = step.key < RTCACHE_DISK_SLOTS
-                                ? cache_Events_PD_ChObj[step.row].eventData[step.key]
-                                : nullptr;
-    return held == nullptr || step.model.rows[step.row].type == RTCACHE_TYPE_NVME ||
-           (strcmp(id, "PDR5") == 0 && strcmp(held->messageId, "PDR3") == 0);
+    EventData* data = make_event_data(kIds[choice]);
+    if (choice == std::size(kIds) - 1) {
+        vexel_free(data->messageId);
+        data->messageId = nullptr;
+    }
+    return data;
 }
 
 // Now and then as many as overflow the list.
@@ -185,27 +199,23 @@ void add_events(Step& step) {
     const uint32_t event_type = 2 + step.input.below(2);
     const bool is_disk = step.type == RT_OBJ_PHYSICAL_DISK && event_type == 3;
     int count = step.input.below(16) == 15 ? RTCACHE_EVENTCACHE_DEPTH + 2 : 1;
-    if (count > 1) {
-        drain(step);  // lest data is let go of
+    const bool is_full =
+        step.known == 0 && step.model.rows[step.row].events == RTCACHE_EVENTCACHE_DEPTH;
+    if (count > 1 || is_full) {
+        drain(step);  // lest the list's data is let go of
     }
-    static constexpr const char* kIds[] = {"PDR3", "PDR5", "VDR1"};
-    const char* id = kIds[step.input.below(3)];
-    const bool rolls_up = step.input.below(2) != 0;
+    const auto add =
+        step.input.below(2) != 0 ? rtcache_SetCachedEvent_roll_up : rtcache_CopyCachedEvent;
     const CacheLock lock;
-    EventData* data =
-        step.input.below(2) != 0 && count == 1 && is_data_welcome(step, event_type, id)
-            ? make_event_data(id)
-            : nullptr;
+    EventData* data = count == 1 ? draw_data(step.input) : nullptr;
+    EventData* dropped = is_disk ? let_go(step, data) : nullptr;
     for (; count > 0; --count) {
-        const auto add = rolls_up ? rtcache_SetCachedEvent_roll_up : rtcache_CopyCachedEvent;
         EXPECT_EQ(add(step.eid, step.type, event_type, step.key, data), step.known);
-        if (step.known != 0) {
-            vexutils::free_event_data(data);
-        } else if (!is_disk) {
+        if (step.known == 0 && !is_disk) {
             step.model.count_event(step.row);
         }
-        data = nullptr;
     }
+    vexutils::free_event_data(step.known != 0 ? data : dropped);
 }
 
 // Of an HBA's disks some are dropped, so that the count is the library's own.
@@ -295,7 +305,13 @@ StorageObjectRecord* draw_disk(Input& input, uint32_t type) {
         record->hdr.FQDD = others;
         record->hdr.VERSION = 0;
     }
+    if (input.below(4) == 0) {
+        vexel_free(record->hdr.VERSION != 0 ? record->hdr.FQDD : nullptr);
+        record->hdr.FQDD = make_text(L"Disk.Bay.1:Enclosure.External.0-1:RAID.Slot.3-1");
+        record->hdr.VERSION = 1;
+    }
     if (type == RT_OBJ_PHYSICAL_DISK) {
+        record->body.pd.deviceInfoId = input.below(2) == 0 ? RT_DEVICE_INFO_UNSET : 0;
         record->body.pd.protocol = input.below(2) == 0 ? 0x100 : 4;
         record->body.pd.multipath = static_cast<uint8_t>(input.below(2));
         record->body.pd.enclosureId = static_cast<uint16_t>(input.below(12));
@@ -399,6 +415,7 @@ void free_level(Step& step) {
 // Of all kinds, with owned pointers that were never set, as VEXEL marks them.
 void free_records(Step& step) {
     static constexpr uintptr_t kEmpty[] = {0, 0xFFFFFFFF, 0xFFFFFFFE, UINTPTR_MAX, UINTPTR_MAX - 1};
+    static uint32_t others[1];
     const uint32_t count = step.input.below(3);
     auto* records = static_cast<StorageObjectRecord*>(vexel_alloc(3 * sizeof(StorageObjectRecord)));
     for (uint32_t i = 0; i < count; ++i) {
@@ -406,6 +423,9 @@ void free_records(Step& step) {
         records[i].hdr.VERSION = step.input.below(2);
         records[i].NAME = reinterpret_cast<wchar_t*>(kEmpty[step.input.below(5)]);
         records[i].hdr.FQDD = reinterpret_cast<wchar_t*>(kEmpty[step.input.below(5)]);
+        if (records[i].objType == RT_OBJ_PHYSICAL_DISK) {
+            records[i].body.pd.words = others;  // as they are where there is no count of them
+        }
     }
     rtcache_FreeRMObjects(nullptr, count);
     rtcache_FreeRMObjects(records, count);
@@ -458,6 +478,7 @@ void count_command(Step& step) {
     tell("logging", rtpil_GetctrlEnableLoggingStatus(eid));
     tell("states", g_rtpil_Controller_Status, sizeof(g_rtpil_Controller_Status));
     tell("not its own", g_rtpil_MCTPCommandStatus, sizeof(g_rtpil_MCTPCommandStatus));
+    tell("not its own", g_rtpil_HBA_Communication_Status, sizeof(g_rtpil_HBA_Communication_Status));
 }
 
 constexpr void (*kSteps[])(Step&) = {

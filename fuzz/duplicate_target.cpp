@@ -116,7 +116,7 @@ void bound_counts(StorageObjectRecord& record) {
     } else if (record.objType == RT_OBJ_VIRTUAL_DISK) {
         record.body.vd.memberCount %= 64;
     } else if (record.objType == RT_OBJ_SMART_DATA) {
-        record.body.smart.pageSelector = record.body.smart.pageSelector % 3 * 16;
+        record.body.smart.pageSelector = record.body.smart.pageSelector % 4 * 16;
     } else if (record.objType == RT_OBJ_FOREIGN_CONFIG) {
         record.body.foreign.virtualDiskCount &= kMembers;
         record.body.foreign.physicalDiskCount &= kMembers;
@@ -161,7 +161,9 @@ struct Told {
 template <auto dup>
 StorageObjectRecord* filled(const StorageObjectRecord* record) {
     StorageObjectRecord empty{};
-    empty.objType = record->objType;  // which a SMART record without pages keeps
+    empty.objType = record != nullptr
+                        ? record->objType
+                        : uint32_t{RT_OBJ_FAN};  // which SMART data without pages keeps
     const fake::AllocationPause pause;
     StorageObjectRecord* copy = make(empty);
     {
@@ -171,16 +173,26 @@ StorageObjectRecord* filled(const StorageObjectRecord* record) {
     return copy;
 }
 
+int32_t name_adapter(const StorageObjectRecord* card, StorageObjectRecord* copy) {
+    if (card == nullptr) {
+        return DupPCIeSSDAdapter(nullptr, copy);
+    }
+    const PCIeSSDAdapterNames names{card->NAME, card->hdr.FQDD};
+    return DupPCIeSSDAdapter(&names, copy);
+}
+
 constexpr struct {
     uint32_t type;
     StorageObjectRecord* (*copy)(const StorageObjectRecord*);
 } kKinds[] = {
     {RT_OBJ_ADAPTER, DupAdapter},
+    {RT_OBJ_ADAPTER, filled<name_adapter>},
     {RT_OBJ_BATTERY, rtraid_DupBattery},
     {RT_OBJ_DRIVER, rtraid_DupDriver},
     {RT_OBJ_PHYSICAL_DISK, filled<rtraid_dupPD>},
     {RT_OBJ_VIRTUAL_DISK, filled<rtraid_DupVD>},
     {RT_OBJ_SMART_DATA, filled<rtraid_dupSmartPD>},
+    {RT_OBJ_DRIVER, filled<rtraid_dupNVMeSmartData>},
     {RT_OBJ_ENCLOSURE, filled<rtraid_dupEnclosure>},
     {RT_OBJ_BACKPLANE, filled<rtraid_dupEnclosure>},
     {RT_OBJ_EMM, filled<rtraid_dupEMM>},
@@ -191,18 +203,19 @@ constexpr struct {
 };
 
 void run(Input& input) {
-    const auto& kind = kKinds[input.below(std::size(kKinds))];
+    // Half of them of the last kind, which has all that others have.
+    const auto& kind =
+        kKinds[std::min<size_t>(input.below(2 * std::size(kKinds)), std::size(kKinds) - 1)];
     const StorageObjectRecord record = draw_record(input, kind.type);
+    const StorageObjectRecord* source = input.below(32) == 31 ? nullptr : &record;
     const auto [copy, failed] = [&] {
         const fuzz::Failures failures;
-        return std::pair{kind.copy(&record), failures.happened()};
+        return std::pair{kind.copy(source), failures.happened()};
     }();
     if (copy != nullptr) {
         const wchar_t *name = record.NAME, *copied = copy->NAME;
-        EXPECT_TRUE((copied == nullptr) == (name == nullptr) || failed);
+        EXPECT_TRUE((copied == nullptr) == (name == nullptr) || failed || source == nullptr);
         EXPECT_TRUE(copied == nullptr || (copied != name && wcscmp(copied, name) == 0));
-    }
-    if (copy != nullptr) {
         Told::tell(*copy);
     }
     rtcache_FreeRMObjects(copy, 1);

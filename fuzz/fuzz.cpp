@@ -42,18 +42,18 @@ void tell_line(const std::string& line) {
 }
 
 std::string hex(const void* bytes, std::size_t count) {
+    constexpr char kDigits[] = "0123456789abcdef";
     std::string text;
     for (std::size_t i = 0; i < count; ++i) {
-        char digits[4];
-        std::snprintf(digits, sizeof(digits), " %02x", static_cast<const std::uint8_t*>(bytes)[i]);
-        text += digits;
+        const std::uint8_t byte = static_cast<const std::uint8_t*>(bytes)[i];
+        text += {' ', kDigits[byte / 16], kDigits[byte % 16]};
     }
     return text;
 }
 
 void tell_log_lines() {
     for (const fake::LogLine& line : fake::platform().lines()) {
-        tell_line("  " + std::to_string(line.level) + " " + fake::lasting_part(line.message));
+        tell_line("  " + std::to_string(line.level) + " " + fake::lasting_part(line));
     }
     fake::platform().clear_lines();
 }

@@ -213,7 +213,7 @@ TEST(Faults, ClocksAndDisksChangeNoResult) {
 
 std::string told(const fake::LogLine& line) {
     static const std::regex repeats{"(\\S+ ?)\\1{19,}"}, newline{"\n"};
-    const std::string text = std::regex_replace(fake::lasting_part(line.message), repeats, "$1...");
+    const std::string text = std::regex_replace(fake::lasting_part(line), repeats, "$1...");
     return std::to_string(line.level) + " " + std::regex_replace(text, newline, "\\n");
 }
 

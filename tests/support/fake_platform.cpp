@@ -78,13 +78,14 @@ constexpr std::pair<int, size_t> kRegions[] = {
 
 // "file.cpp:function:line:message\n" taken apart; a line without that prefix is all message.
 LogLine parse(int level, int module, const std::string& text) {
-    LogLine line{level, module, text, "", text.substr(0, text.size() - text.ends_with('\n'))};
+    LogLine line{level, module, text, "", 0, text.substr(0, text.size() - text.ends_with('\n'))};
     const size_t file = text.find(".cpp:");
     const size_t function = file + 5;
     const size_t number = text.find(':', function);
     const size_t message = text.find(':', number + 1);
     if (file != std::string::npos && text.find(':') == function - 1 && message < text.size()) {
         line.function = text.substr(function, number - function);
+        line.line = std::strtoul(&text[number + 1], nullptr, 10);
         line.message = line.message.substr(message + 1);
     }
     return line;
@@ -92,11 +93,27 @@ LogLine parse(int level, int module, const std::string& text) {
 
 }  // namespace
 
-std::string lasting_part(const std::string& message) {
+std::string lasting_part(const LogLine& line) {
     static const std::regex varies{
-        "(=> 0x|Info\\[|(?:LINE=|Line:|FreeingMemory EID=\\d+ |ObjKey=\\d+ )(?=\\d+$))[0-9a-f]+|"
-        "0x(?!0)[0-9a-f]{6,}|/\\S*/vex-test-\\w+"};
-    return std::regex_replace(message, varies, "$1*");
+        "(=> 0x|Info\\[)[0-9a-f]+|0x(?!0)[0-9a-f]{6,}|/\\S*/vex-test-\\w+"};
+    constexpr unsigned long kStatementLines = 4;
+    std::string text = line.message;
+    // Which takes its time, and most have nothing of the kind.
+    for (const char* sign : {"0x", "Info[", "vex-test-"}) {
+        if (text.find(sign) != std::string::npos) {
+            text = std::regex_replace(text, varies, "$1*");
+            break;
+        }
+    }
+    const auto is_digit = [](char character) { return character >= '0' && character <= '9'; };
+    for (auto at = text.begin(); (at = std::find_if(at, text.end(), is_digit)) != text.end();) {
+        const auto end = std::find_if_not(at, text.end(), is_digit);
+        const unsigned long behind = std::strtoul(&*at, nullptr, 10) - line.line;
+        const bool own = line.line != 0 && behind < kStatementLines;
+        at = own ? text.erase(at, end) : end;
+        at = own ? text.insert(at, '*') + 1 : at;
+    }
+    return text;
 }
 
 Platform& platform() {

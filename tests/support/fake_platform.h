@@ -34,13 +34,15 @@ enum class Place {
 struct LogLine {
     int level = 0;
     int module = 0;
-    std::string text;      // as the sink got it, with its newline
-    std::string function;  // from the prefix; empty if there is none
-    std::string message;   // behind the prefix, without the newline
+    std::string text;        // as the sink got it, with its newline
+    std::string function;    // from the prefix; empty if there is none
+    unsigned long line = 0;  // of the source, from the prefix; 0 if there is none
+    std::string message;     // behind the prefix, without the newline
 };
 
-// A message without what differs from run to run: addresses, source lines, temporary folders.
-std::string lasting_part(const std::string& message);
+// A message without what differs from run to run or by unrelated changes: addresses, temporary
+// folders, the number of its own source line (a statement has up to four).
+std::string lasting_part(const LogLine& line);
 
 struct ShmWrite {
     int region;

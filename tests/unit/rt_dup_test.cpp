@@ -242,9 +242,12 @@ TEST_F(Duplicates, ArraysWithoutElementsAreSharedByADiskOnly) {
 
 TEST_F(Duplicates, SmartDataOfNeitherSelectorLeavesTheCopyAlone) {
     const StorageObjectRecord empty{};
+    wchar_t name[] = L"a name";
     source.objType = 7;
+    source.NAME = source.hdr.FQDD = name;
     EXPECT_EQ(rtraid_dupSmartPD(&empty, &source), 0);
     EXPECT_EQ(uint32_t{source.objType}, 7u);
+    EXPECT_TRUE(source.NAME == name && source.hdr.FQDD == name);
 }
 
 TEST_F(Duplicates, NamesOfAnSsdCardFillARecordAndAnAdapterKeyIsFlat) {

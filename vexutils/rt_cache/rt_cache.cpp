@@ -110,7 +110,7 @@ uint32_t rtcache_Init(void) VEX_UNCHECKED {
 }
 
 uint32_t rtcache_GetLock(void) {
-    if (mutexRtCache == nullptr || SMMutexLock(mutexRtCache, SM_WAIT_FOREVER) != 0) {
+    if (SMMutexLock(mutexRtCache, SM_WAIT_FOREVER) != 0) {  // null is refused
         LOG(Level::Fatal, "%s%s", "<-- err mutex fail", __func__);
         return RTCACHE_NO_LOCK;
     }
@@ -185,11 +185,11 @@ uint32_t rtcache_GetStorageEIDStatusNoLock(uint32_t eid, StorageEIDAttr* attribu
         return RTCACHE_BAD_ARGUMENT;
     }
 
-    const StorageEIDAttr* found = attributes_of(eid);
-    if (found == nullptr) {
+    const auto row = used_row_of(eid);
+    if (!row) {
         return RTCACHE_NOT_FOUND;
     }
-    *attributes = *found;
+    *attributes = attributes_at(*row);
     return RTCACHE_OK;
 }
 
@@ -204,9 +204,9 @@ uint32_t rtcache_SetStorageEIDStatus(uint32_t eid, uint32_t status16) {
 }
 
 uint32_t rtcache_SetStorageEIDStatusNoLock(uint32_t eid, uint32_t status16) {
-    auto row = find_eid(used_positions(), eid);
+    auto row = used_row_of(eid);
     while (row) {
-        StorageEIDAttr& attributes = cache_StorageEIDInfo.eidInfo[index_of(*row)];
+        StorageEIDAttr& attributes = attributes_at(*row);
         attributes.status[0] = static_cast<std::uint8_t>(status16);
         attributes.status[1] = static_cast<std::uint8_t>(status16 >> 8);
         row = find_eid(used_positions(), eid, index_of(*row) + 1);
@@ -225,8 +225,8 @@ uint32_t rtcache_GetStorageEIDType(uint32_t eid, uint8_t* type) {
         return RTCACHE_NO_LOCK;
     }
 
-    if (const StorageEIDAttr* found = attributes_of(eid); found != nullptr) {
-        *type = found->eidType;
+    if (const auto row = used_row_of(eid)) {
+        *type = attributes_at(*row).eidType;
     }
     return RTCACHE_OK;
 }
@@ -237,11 +237,11 @@ uint32_t rtcache_GetStorageEIDTypeNoLock(uint32_t eid, uint8_t* type) {
         return RTCACHE_BAD_ARGUMENT;
     }
 
-    const StorageEIDAttr* found = attributes_of(eid);
-    if (found == nullptr) {
+    const auto row = used_row_of(eid);
+    if (!row) {
         return RTCACHE_NOT_FOUND;
     }
-    *type = found->eidType;
+    *type = attributes_at(*row).eidType;
     return RTCACHE_OK;
 }
 
@@ -252,8 +252,8 @@ uint32_t rtcache_SetStorageEIDType(uint32_t eid, uint32_t type) {
         return RTCACHE_NO_LOCK;
     }
 
-    if (StorageEIDAttr* found = attributes_of(eid); found != nullptr) {
-        found->eidType = static_cast<std::uint8_t>(type);
+    if (const auto row = used_row_of(eid)) {
+        attributes_at(*row).eidType = static_cast<std::uint8_t>(type);
     }
     return RTCACHE_OK;
 }
@@ -264,9 +264,13 @@ uint32_t rtcache_GetModularIdNoLock(uint32_t eid, uint8_t* modularId) {
         return RTCACHE_BAD_ARGUMENT;
     }
 
-    const StorageEIDAttr* found = attributes_of(eid);
-    *modularId = found != nullptr ? found->modularId : std::uint8_t{0};
-    return found != nullptr ? RTCACHE_OK : RTCACHE_NOT_FOUND;
+    *modularId = 0;
+    const auto row = used_row_of(eid);
+    if (!row) {
+        return RTCACHE_NOT_FOUND;
+    }
+    *modularId = attributes_at(*row).modularId;
+    return RTCACHE_OK;
 }
 
 uint32_t rtcache_SetModularId(uint32_t eid, uint32_t modularId) {
@@ -276,8 +280,8 @@ uint32_t rtcache_SetModularId(uint32_t eid, uint32_t modularId) {
         return RTCACHE_NO_LOCK;
     }
 
-    if (StorageEIDAttr* found = attributes_of(eid); found != nullptr) {
-        found->modularId = static_cast<std::uint8_t>(modularId);
+    if (const auto row = used_row_of(eid)) {
+        attributes_at(*row).modularId = static_cast<std::uint8_t>(modularId);
     }
     return RTCACHE_OK;
 }

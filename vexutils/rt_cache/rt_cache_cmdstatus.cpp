@@ -31,26 +31,14 @@ void set_communication(RtControllerStatus& entry, std::uint32_t code) {
     entry.status = static_cast<std::uint8_t>((entry.status & ~unsigned{kCommunicationBits}) | code);
 }
 
-// Kept: the recovery byte is that of the entry at the endpoint id, not of the entry found.
-std::uint8_t* recovery_byte(std::int32_t eid) {
-    return eid >= 0 && eid < RTPIL_CONTROLLERS ? &g_rtpil_Controller_Status[eid].recoveryStatus
-                                               : nullptr;
-}
-
-void set_recovery(std::int32_t eid, std::uint32_t value) {
-    if (std::uint8_t* byte = recovery_byte(eid); byte != nullptr) {
-        *byte = static_cast<std::uint8_t>(value);
-    }
-}
-
-void count_failure(RtControllerStatus& entry, std::int32_t eid, std::uint32_t recovery) {
+void count_failure(RtControllerStatus& entry, std::uint8_t& kept, std::uint32_t recovery) {
     if (entry.failCount < kFailLimit) {
         ++entry.failCount;
         return;
     }
     set_communication(entry, RTPIL_COMMUNICATION_FAILED);
     entry.failCount = kFailLimit;
-    set_recovery(eid, recovery);
+    kept = static_cast<std::uint8_t>(recovery);
 }
 
 // All commands but a failure end a run of failures.
@@ -70,12 +58,17 @@ void apply_command(RtControllerStatus& entry, std::uint32_t command) {
     }
 }
 
+// eid: that of the entry, so none below 0.
 void update_status(RtControllerStatus& entry, std::int32_t eid, std::uint32_t command,
                    std::uint32_t recovery) VEX_REQUIRES(mutexRtCache) {
     if (command > RTPIL_COMMAND_LAST) {
         LOG_AS(kUpdate, Level::Error, "Unknown status for ctrl:%d", eid);
         return;
     }
+    // Kept: the recovery byte is that of the entry at the endpoint id, not of the entry found.
+    std::uint8_t dropped = 0;
+    std::uint8_t& kept =
+        eid < RTPIL_CONTROLLERS ? g_rtpil_Controller_Status[eid].recoveryStatus : dropped;
     if (command != RTPIL_COMMAND_FAILED) {
         if (command == RTPIL_COMMAND_RESET) {
             LOG_AS(kUpdate, Level::Trace,
@@ -85,18 +78,16 @@ void update_status(RtControllerStatus& entry, std::int32_t eid, std::uint32_t co
                    " Cleanup the controller command failed counter for EID=%d", eid);
         }
         apply_command(entry, command);
-        set_recovery(eid, 0);
+        kept = 0;
         return;
     }
     if (rtpil_IfNVMeSSD_isNotPresent(eid) == 1) {
         LOG_AS(kUpdate, Level::Trace, "Drive EID:%d, has been removed, do not update status", eid);
         return;
     }
-    count_failure(entry, eid, recovery);
-    const std::uint8_t* byte = recovery_byte(eid);
+    count_failure(entry, kept, recovery);
     LOG_AS(kUpdate, Level::Trace, "ctrl:%d command fail count:%d", eid, entry.failCount);
-    LOG_AS(kUpdate, Level::Trace, "ctrl:%d recovery cmd status used ctrId:%d", eid,
-           byte != nullptr ? *byte : 0);
+    LOG_AS(kUpdate, Level::Trace, "ctrl:%d recovery cmd status used ctrId:%d", eid, kept);
 }
 
 }  // namespace

@@ -85,10 +85,13 @@ inline std::optional<Row> row_of(std::uint32_t eid) VEX_REQUIRES(mutexRtCache) {
     return find_eid(all_positions(), eid);
 }
 
-// An endpoint's attributes, searched in the used positions; null if there are none.
-inline StorageEIDAttr* attributes_of(std::uint32_t eid) VEX_REQUIRES(mutexRtCache) {
-    const auto row = find_eid(used_positions(), eid);
-    return row ? &cache_StorageEIDInfo.eidInfo[index_of(*row)] : nullptr;
+// An endpoint's row, searched in the used positions.
+inline std::optional<Row> used_row_of(std::uint32_t eid) VEX_REQUIRES(mutexRtCache) {
+    return find_eid(used_positions(), eid);
+}
+
+inline StorageEIDAttr& attributes_at(Row row) VEX_REQUIRES(mutexRtCache) {
+    return cache_StorageEIDInfo.eidInfo[index_of(row)];
 }
 
 }  // namespace vexutils

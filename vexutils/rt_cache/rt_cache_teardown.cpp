@@ -32,9 +32,8 @@ unsigned eid_at(Row row) VEX_REQUIRES(mutexRtCache) {
     return positions != nullptr ? positions[index_of(row)] : unsigned{RTCACHE_EID_FREE};
 }
 
-bool is_pciessd(const StorageEIDAttr* attributes) {
-    return attributes != nullptr && (attributes->eidType == RTCACHE_TYPE_NVME ||
-                                     attributes->eidType == RTCACHE_TYPE_PCIESSD);
+bool is_pciessd(std::uint8_t type) {
+    return type == RTCACHE_TYPE_NVME || type == RTCACHE_TYPE_PCIESSD;
 }
 
 // The event data of all endpoints that were never drained.
@@ -112,11 +111,11 @@ void rtcache_FreeMem(void) {
         if (node->objType == RT_NODE_PCIESSD_ADAPTER) {
             free_battery_and_driver(*node);
         }
-        const StorageEIDAttr* attributes = attributes_of(eid);
-        if (attributes == nullptr) {
+        std::uint8_t type = 0;
+        if (rtcache_GetStorageEIDTypeNoLock(eid, &type) != RTCACHE_OK) {
             LOG(Level::Fatal, "%s%s", "<-- error get Storage EID Fail", __func__);
         }
-        if (is_pciessd(attributes)) {
+        if (is_pciessd(type)) {
             LOG(Level::Trace, "It is a PCIeSSD EID, continue");
             continue;
         }

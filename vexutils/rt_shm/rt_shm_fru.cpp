@@ -11,6 +11,7 @@
 
 #include "internal/log.h"
 #include "internal/owned.h"
+#include "rt_shm/fqdd_text.h"
 #include "vexel.h"
 
 namespace vexutils {
@@ -181,15 +182,11 @@ std::uint32_t look_up(const Search& search, const char* found, std::uint8_t** da
 }
 
 // The controller name in a TAVI card's FRU data, up to its first space or end; empty without data.
-struct ControllerName {
-    ControllerName(const std::uint8_t* data, std::size_t size) {
-        if (data != nullptr && size > kNameOffset) {
-            std::memcpy(text, data + kNameOffset, std::min(kNameBytes, size - kNameOffset));
-        }
-        text[std::strcspn(text, " ")] = '\0';
-    }
-    char text[kNameBytes + 1] = {};
-};
+std::string_view controller_name(const void* data, std::size_t size) {
+    const std::string_view all{static_cast<const char*>(data), data != nullptr ? size : 0};
+    const auto name = all.substr(std::min(kNameOffset, all.size()), kNameBytes);
+    return name.substr(0, name.find_first_of(std::string_view{" \0", 2}));
+}
 
 constexpr char ascii_upper(char character) {
     return character >= 'a' && character <= 'z' ? static_cast<char>(character - 'a' + 'A')
@@ -207,24 +204,6 @@ constexpr std::size_t kFqddBytes = 60;
 constexpr std::uint32_t kSlotTypeIntegrated = 4;
 constexpr std::uint32_t kSlotTypeSlot = 8;
 constexpr std::uint32_t kSlotTypeOther = 1;
-
-// Takes the text before the next separator off the rest; separators in front are skipped.
-std::string_view take_field(std::string_view& rest, char separator) {
-    rest.remove_prefix(std::min(rest.find_first_not_of(separator), rest.size()));
-    const std::string_view field = rest.substr(0, rest.find(separator));
-    rest.remove_prefix(std::min(field.size() + 1, rest.size()));
-    return field;
-}
-
-// Low 8 bits of the decimal number at the start; 0 if there is none. text: behind it stands a
-// separator or the end of the FQDD.
-std::uint8_t number(std::string_view text) {
-    unsigned value = 0;
-    for (const char* digit = text.data(); *digit >= '0' && *digit <= '9'; ++digit) {
-        value = value * 10 + static_cast<unsigned>(*digit - '0');
-    }
-    return static_cast<std::uint8_t>(value);
-}
 
 std::uint32_t slot_type(std::string_view field, std::uint32_t otherwise) {
     if (field.starts_with("Integrated")) {
@@ -262,24 +241,23 @@ uint32_t is_TAVI_A2_Present(void) {
         return 1;
     }
     const Owned<std::uint8_t> data{fru};
-    const ControllerName name{fru, size};
-    LOG(Level::Error, "Controller Name is %s", name.text);
-    if (!is_model(name.text, kTaviA2)) {
-        LOG(Level::Trace, "Not A2, Found  %s", name.text);
+    const auto name = controller_name(fru, size);
+    LOG(Level::Error, "Controller Name is %.*s", static_cast<int>(name.size()), name.data());
+    if (!is_model(name, kTaviA2)) {
+        LOG(Level::Trace, "Not A2, Found  %.*s", static_cast<int>(name.size()), name.data());
         return 1;
     }
-    LOG(Level::Trace, "Found  %s", name.text);
+    LOG(Level::Trace, "Found  %.*s", static_cast<int>(name.size()), name.data());
     return 0;
 }
 
 uint32_t get_TAVI_Revison(const uint8_t* data, uint32_t size) {
     LOG(Level::Trace, "entry");
-    const ControllerName name{data, size};
-    LOG(Level::Trace, "Controller Name is %s", name.text);
-    const std::uint32_t revision =
-        is_model(name.text, kTaviA1) ? 1 : (is_model(name.text, kTaviA2) ? 2 : 0);
+    const auto name = controller_name(data, size);
+    LOG(Level::Trace, "Controller Name is %.*s", static_cast<int>(name.size()), name.data());
+    const std::uint32_t revision = is_model(name, kTaviA1) ? 1 : (is_model(name, kTaviA2) ? 2 : 0);
     if (revision != 0) {
-        LOG(Level::Trace, "Found  %s", name.text);
+        LOG(Level::Trace, "Found  %.*s", static_cast<int>(name.size()), name.data());
     }
     return revision;
 }
@@ -320,9 +298,7 @@ uint32_t getSlotandSlotIndexfromFQDD(const void* fqdd, uint32_t length, uint8_t*
     const auto* text = static_cast<const char*>(fqdd);
     char narrowed[kFqddBytes] = {};
     if (length != 0) {
-        for (std::size_t i = 0; 2 * i < length && i < kFqddBytes - 1; ++i) {
-            narrowed[i] = text[2 * i];
-        }
+        narrow_by_halves(narrowed, text, length);
         text = narrowed;
         LOG(Level::Trace, "%s: %s", "fqddstr: ", text);
     }
@@ -334,8 +310,8 @@ uint32_t getSlotandSlotIndexfromFQDD(const void* fqdd, uint32_t length, uint8_t*
 
     take_field(rest, '.');
     *slotType = slot_type(take_field(rest, '.'), *slotType);
-    *slot = number(take_field(rest, '-'));
-    *slotIndex = number(take_field(rest, '-'));
+    *slot = leading_number(take_field(rest, '-'));
+    *slotIndex = leading_number(take_field(rest, '-'));
     LOG(Level::Trace, "SlotNum = %d SlotIndex = %d", *slot, *slotIndex);
     return 0;
 }

@@ -10,6 +10,7 @@
 #include "internal/owned.h"
 #include "internal/wide_text.h"
 #include "rt_cache.h"
+#include "rt_shm/fqdd_text.h"
 #include "rt_shm/nvme_table.h"
 #include "rt_shm/snapshot.h"
 
@@ -31,9 +32,8 @@ constexpr std::size_t kExtendedFqddRoom = sizeof("Enclosure.Internal.0-10:PCIeEx
 constexpr std::size_t kBackplaneNameRoom = sizeof("PCIe SSD BP 10");
 
 constexpr std::size_t kNarrowedFqddRoom = 100;
-constexpr std::size_t kWideCharacterBytes = 2;  // in an FQDD of 16-bit characters
-constexpr unsigned kSlotField = 2;              // "Disk.Bay.7"
-constexpr unsigned kBayField = 2;               // "Enclosure.Internal.0-2"
+constexpr unsigned kSlotField = 2;  // "Disk.Bay.7"
+constexpr unsigned kBayField = 2;   // "Enclosure.Internal.0-2"
 
 // A text that format writes into a block of its own; null without memory.
 template <class... Args>
@@ -80,43 +80,6 @@ void fill_backplane(StorageObjectRecord& backplane, const BpStatusInfo& status) 
     backplane.body.enclosure.bayId = status.u8BayID;
     backplane.body.enclosure.driveCount = status.u8SlotCount;
     backplane.body.enclosure.slotCount = status.u8Byte3;
-}
-
-// Pieces of a text between separators, which may change from piece to piece. A row of separators
-// counts as one.
-class Pieces {
-  public:
-    explicit Pieces(std::string_view text) : rest_(text) {}
-
-    std::optional<std::string_view> next(char separator) {
-        rest_.remove_prefix(std::min(rest_.find_first_not_of(separator), rest_.size()));
-        if (rest_.empty()) {
-            return std::nullopt;
-        }
-        const std::string_view piece = rest_.substr(0, rest_.find(separator));
-        rest_.remove_prefix(std::min(piece.size() + 1, rest_.size()));
-        return piece;
-    }
-
-  private:
-    std::string_view rest_;
-};
-
-// The decimal number that a text begins with, its low 8 bits; 0 if it begins with none.
-uint8_t leading_number(std::string_view text) {
-    unsigned number = 0;
-    for (const char digit : text.substr(0, text.find_first_not_of("0123456789"))) {
-        number = number * 10 + static_cast<unsigned>(digit - '0');
-    }
-    return static_cast<uint8_t>(number);
-}
-
-// Copies the low bytes of 16-bit characters. room: zeroed.
-void narrow_by_halves(std::span<char> room, const char* text, std::size_t bytes) {
-    const std::size_t characters = (bytes + 1) / kWideCharacterBytes;
-    for (std::size_t i = 0; i < std::min(characters, room.size() - 1); ++i) {
-        room[i] = text[kWideCharacterBytes * i];
-    }
 }
 
 }  // namespace
@@ -329,22 +292,24 @@ uint32_t getBayIDandSlotFromFqdd(const char* fqdd, uint8_t length, uint8_t* bayI
     } else {
         LOG(Level::Trace, "FQDD : %s", fqdd);
     }
-    Pieces components{length != 0 ? narrowed : fqdd};
-    Pieces disk{components.next(':').value_or("")};
-    for (unsigned field = 0; const auto piece = disk.next('.'); ++field) {
-        LOG(Level::Detail, "%.*s", static_cast<int>(piece->size()), piece->data());
-        if (field == kSlotField) {
-            *slot = leading_number(*piece);
+    std::string_view rest{length != 0 ? narrowed : fqdd};
+    std::string_view disk = take_field(rest, ':');
+    unsigned field = 0;
+    for (auto text = take_field(disk, '.'); !text.empty(); text = take_field(disk, '.')) {
+        LOG(Level::Detail, "%.*s", static_cast<int>(text.size()), text.data());
+        if (field++ == kSlotField) {
+            *slot = leading_number(text);
             LOG(Level::Trace, "%s u8SlotNo:%d", "FQDD string", *slot);
         }
     }
     // Kept: behind the disk only dots part fields, so the bay's field runs on past its colon.
-    for (unsigned field = 0; const auto piece = components.next('.'); ++field) {
-        LOG(Level::Detail, "%.*s", static_cast<int>(piece->size()), piece->data());
-        Pieces numbers{field == kBayField ? *piece : ""};
-        static_cast<void>(numbers.next('-'));
-        if (const auto number = numbers.next('-')) {
-            *bayId = leading_number(*number);
+    field = 0;
+    for (auto text = take_field(rest, '.'); !text.empty(); text = take_field(rest, '.')) {
+        LOG(Level::Detail, "%.*s", static_cast<int>(text.size()), text.data());
+        take_field(text, '-');
+        const std::string_view number = take_field(text, '-');
+        if (field++ == kBayField && !number.empty()) {
+            *bayId = leading_number(number);
             LOG(Level::Trace, "%s u8BayID:%d", "FQDD string", *bayId);
         }
     }
