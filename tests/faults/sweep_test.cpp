@@ -211,6 +211,7 @@ TEST(Faults, ClocksAndDisksChangeNoResult) {
     std::printf("figures: R17 clock_and_disk_calls=%d\n", calls);
 }
 
+// A line as it stands in a transcript.
 std::string told(const fake::LogLine& line) {
     static const std::regex repeats{"(\\S+ ?)\\1{19,}"}, newline{"\n"};
     const std::string text = std::regex_replace(fake::lasting_part(line), repeats, "$1...");
