@@ -183,17 +183,26 @@ int corrupt(const Target& target, const std::filesystem::path& folder, int step,
                                                                                                 : 1;
 }
 
-// Prints what becomes of an input, up to where it fails. Returns whether there is one.
+// Prints what becomes of an input, up to where it fails, or of those that are made. Returns whether
+// there is one.
 bool tell(const Target& target, const std::filesystem::path& corpus, const std::string& name) {
+    const std::string own = target.name + std::string{"/"};
     const Bytes input = content(corpus / name);
-    if (input.empty() || !name.starts_with(target.name + std::string{"/"})) {
-        return false;
-    }
     std::string story;
-    try {
-        fuzz::run(target, input.data(), input.size(), &story);
-    } catch (const std::exception&) {
-        story += "failed\n";
+    if (name == own + "random") {
+        story = random_stories(target);
+    } else if (name == own + "seed,broken" && target.format != nullptr) {
+        Breaker breaker{target, content(corpus / target.name / "seed"), 1};
+        breaker.every_way();
+        story = breaker.story();
+    } else if (input.empty() || !name.starts_with(own)) {
+        return false;
+    } else {
+        try {
+            fuzz::run(target, input.data(), input.size(), &story);
+        } catch (const std::exception&) {
+            story += "failed\n";
+        }
     }
     std::fputs(story.c_str(), stdout);
     return true;

@@ -109,7 +109,11 @@ std::string lasting_part(const LogLine& line) {
     for (auto at = text.begin(); (at = std::find_if(at, text.end(), is_digit)) != text.end();) {
         const auto end = std::find_if_not(at, text.end(), is_digit);
         const unsigned long behind = std::strtoul(&*at, nullptr, 10) - line.line;
-        const bool own = line.line != 0 && behind < kStatementLines;
+        const std::string_view before{text.begin(), at};
+        const auto follows = [before](const char* what) { return before.ends_with(what); };
+        const bool own = line.line != 0 && behind < kStatementLines &&
+                         (end == text.end() ? follows(" ") || follows("LINE=") || follows("ine:")
+                                            : follows("Func ") || follows("<-- ") || follows("! "));
         at = own ? text.erase(at, end) : end;
         at = own ? text.insert(at, '*') + 1 : at;
     }
