@@ -205,6 +205,9 @@ int zentprintf(int level, int module, const char* format, ...) {
         format_line(level, module, format, arguments);
         va_end(arguments);
     }
+    if (platform().on_line) {
+        platform().on_line();
+    }
     return 0;
 }
 
@@ -247,7 +250,7 @@ int SMMutexLock(SMMutexHandle mutex, int timeoutMs) {
 
 int SMMutexUnLock(SMMutexHandle mutex) {
     if (mutex == nullptr || !mutex->is_mine()) {
-        EXPECT_TRUE(mutex == nullptr || mutex == fake::refused)
+        EXPECT_TRUE(mutex == nullptr ? !fake::in_scope : mutex == fake::refused)
             << "unlock by another than the owner";
         return 1;
     }

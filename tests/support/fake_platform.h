@@ -41,7 +41,7 @@ struct LogLine {
 };
 
 // A message without what differs from run to run or by unrelated changes: addresses, temporary
-// folders, the number of its own source line (a statement has up to four).
+// folders, the number of its own source line (a statement has up to four) where such stand.
 std::string lasting_part(const LogLine& line);
 
 struct ShmWrite {
@@ -71,6 +71,7 @@ struct State {
     enum class Lines { Recorded, Formatted, Dropped };
     Lines treatment = Lines::Recorded;  // not to be changed while threads log
     std::function<void()> before_read;  // of a region or the snapshot
+    std::function<void()> on_line;      // behind each
     std::vector<ShmWrite> shm_writes;
     std::map<ZentBpApiHandle, ZentBpApiCallback> sessions;
 

@@ -33,13 +33,20 @@ TEST_F(CachedEvents, AChangedDiskIsOneBit) {
     EventData* const data = make_event_data("PDR3");
     EXPECT_EQ(rtcache_SetCachedEvent_roll_up(kKron, kDisk, kChanged, 2048, data), 0u);
     EXPECT_TRUE(logged(2, "Error: objKey is more than MAX_PHYSICALDEVICESs"));
-    EXPECT_EQ(Drained{kKron}.text(), "+8 +10 +11 +13 +15 +2047 ");
+    cache_StorageEIDInfo.eidCount = 0;  // which the search for the type does not go beyond
+    EXPECT_EQ(rtcache_SetCachedEvent_roll_up(kKron, kDisk, kChanged, 75, nullptr), 0u);
+    EXPECT_TRUE(logged(1, "<-- error get Storage EID Failrtcache_CopyCachedEvent"));
+    platform.clear_lines();
+    rtcache_SetCachedEvent_roll_up(kKron, kDisk, kChanged, 75, nullptr);
+    EXPECT_TRUE(platform.messages(2).front().ends_with(" 00 80 ")) << "the last disk's byte";
+    EXPECT_EQ(Drained{kKron}.text(), "+8 +10 +11 +13 +15 +75 +2047 ");
 }
 
 TEST_F(CachedEvents, OfTwoDataOfOneDiskTheSecondStaysAndTheFirstIsFreedByRule) {
     for (const auto& [row_first, row_second, eid, freed] :
          Rows<const char*, const char*, uint32_t, bool>{{"PDR3", "PDR5", kKron, true},
                                                         {"PDR4", "CTL48", kKron, false},
+                                                        {"PDR4", "PDR5", kKron, false},
                                                         {"PDR3", "PDR55", kKron, false},
                                                         {"PDR4", "CTL48", kNvme, true}}) {
         EventData* const first = make_event_data(row_first);
@@ -95,6 +102,7 @@ TEST_F(CachedEvents, The385thEventStartsTheListAgainAndForgetsTheOthersData) {
     EventData* const dropped = make_event_data("CTL1");
     for (uint32_t i = 0; i < 384 + 380; ++i) {
         rtcache_CopyCachedEvent(kKron, 0, 1, i, i == 5 ? dropped : nullptr);
+        EXPECT_TRUE(i != 384 || cache_Events[0].events[5].eventData == nullptr);
     }
     EXPECT_EQ(cache_Events[0].events[5].eventData, nullptr);
     cache_Events[0].events[5].eventData = dropped;
@@ -141,6 +149,8 @@ class EventReaders : public CacheTest {
 TEST_F(EventReaders, DrainedRowsBecomeAListLastFirst) {
     RtCacheEventRow* events = nullptr;
     RtCacheDiskChangeRow* disks = nullptr;
+    EXPECT_EQ(rtcache_GetCachedEvents(kEid, nullptr, &disks), 2u);
+    EXPECT_EQ(rtcache_GetCachedEvents(kEid, &events, nullptr), 2u);
     ASSERT_EQ(rtcache_GetCachedEvents(kEid, &events, &disks), 0u);
     EXPECT_EQ(rtcache_ConvertCacheToEvent(events, disks, &list), 0u);
     EXPECT_EQ(gRTCache_EventCount, 105u);

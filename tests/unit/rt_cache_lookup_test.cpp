@@ -77,12 +77,14 @@ TEST_F(Lookup, PcieSsdsAreNamedByTheirExtender) {
                       extenders.begin());
     extenders[200] = extenders[208] = 2;
     extenders[204] = 1;
-    for (const char* extender : {"23", "255"}) {
+    for (const auto& [count, extender] :
+         Rows<uint8_t, const char*>{{3, "23"}, {2, "255"}, {0, "255"}}) {
+        extenders[2] = count;
         char* fqdd = vexel_GetPCIeSSDFQDD(3);
         EXPECT_EQ(fqdd,
                   std::string{"Disk.Bay.11:Enclosure.Internal.0-2:PCIeExtender.Slot."} + extender);
         vexel_free(fqdd);
-        extenders[2] = 2;
+        std::copy_n(extenders.begin() + 20, count == 2 ? 8 : 0, extenders.begin() + 4);
     }
     EXPECT_EQ(vexel_GetPCIeSSDFQDD(SHM_PCIESSD_SLOTS), nullptr) << "one beyond the region's table";
     sNVMeSSDBPInfo = {};
@@ -98,15 +100,23 @@ TEST_F(Lookup, TheDumpFillsAFileThatExists) {
     std::filesystem::rename(path("target"), file);
 
     max_adapters = 2;
-    record.hdr.FQDD[4] = L'\u4e2d';
-    cache_PDs[GetIndexFromEID(kEid)][8] = make(RtCacheDiskNode{});
-    cache_VDs[GetIndexFromEID(kEid)][2] =
-        make(RtCacheVirtualDiskNode{RT_OBJ_VIRTUAL_DISK, nullptr});
+    RtCacheVirtualDiskNode* disk = make_virtual_disk();
+    for (StorageObjectRecord* named : {&record, controller.adapter, disk->Obj}) {
+        named->hdr.FQDD[4] = L'\u4e2d';
+    }
+    const RtCacheEnclosureLink no_record{};
+    RtCacheDiskNode* const nodes[] = {
+        make(RtCacheDiskNode{}), make(RtCacheDiskNode{RT_OBJ_ENCLOSURE, make(no_record)}),
+        make_disk(RT_OBJ_FAN), make_disk(RT_OBJ_BACKPLANE), make_disk()};
+    std::ranges::copy(nodes, cache_PDs[GetIndexFromEID(kEid)] + 8);
+    cache_VDs[GetIndexFromEID(kEid)][2] = make(RtCacheVirtualDiskNode{});
+    cache_VDs[GetIndexFromEID(kEid)][3] = disk;
     EXPECT_EQ(rtcache_PrintCache(), 0);
     EXPECT_EQ(file_content(file),
-              " >>>> Controllers >>>>\nEID=9 RAID.Slot.1-1\n"
+              " >>>> Controllers >>>>\nEID=9 RAID?Slot.1-1\n"
               " >>>> PDs >>>>\nIndex=0 DeviceID=7 Encl?sure.Internal.0-1\n"
-              " >>>> VDs >>>>\nIndex=0 TargetID=2 (null)\n"
+              "Index=0 DeviceID=11 Disk.Bay.1\nIndex=0 DeviceID=12 Disk.Bay.1\n"
+              " >>>> VDs >>>>\nIndex=0 TargetID=2 (null)\nIndex=0 TargetID=3 RAID?Slot.1-1\n"
               " >>>> PDs >>>>\n >>>> VDs >>>>\n");
 }
 

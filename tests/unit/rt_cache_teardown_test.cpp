@@ -16,6 +16,7 @@ TEST_F(CacheTeardown, FreesEveryNodeOnce) {
     cache_Extndrs[16] = make(ExtenderCardInfo{make_text(), make_text(), 0});
     // Its FQDD is its own, though it has no version.
     cache_Bkplanes[5] = make(BpStatusInfo{0, 0, 0, 0, 0, make_record(RT_OBJ_BACKPLANE, L"BP", 0)});
+    cache_Bkplanes[4] = make(BpStatusInfo{});
     cache_CMDsCount[254] = vexel_alloc(4);
     rtcache_CopyCachedEvent(8, 0, 1, 1, make_event_data("CTL1"));
     rtcache_CopyCachedEvent(8, RT_OBJ_PHYSICAL_DISK, 3, 5, make_event_data("PDR3"));
@@ -24,6 +25,22 @@ TEST_F(CacheTeardown, FreesEveryNodeOnce) {
     rtcache_FreeMem();
     EXPECT_EQ(gRTCache_EventCount, 0u);
     EXPECT_EQ(cache_PDs, nullptr);
+}
+
+TEST_F(CacheTeardown, WhatAFailedStartLeftIsFreed) {
+    for (int n = 1; n <= 10; ++n) {
+        platform.fail(Place::Allocation, n);
+        const AllocationScope scope;
+        EXPECT_EQ(rtcache_Init(), 3u);
+        if (cache_PDs != nullptr) {
+            cache_PDs[0][3] = make_disk();
+        }
+        if (cache_VDs != nullptr) {
+            cache_VDs[0][3] = make_virtual_disk();
+        }
+        rtcache_FreeMem();
+        EXPECT_EQ(cache_PDs, nullptr);
+    }
 }
 
 TEST_F(CacheTeardown, ALevelOfAnEndpointIsFreedAlone) {

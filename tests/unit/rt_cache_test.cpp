@@ -63,6 +63,33 @@ TEST_F(RuntimeCache, AFullTableAndEidsThatAreNoneAreRefused) {
     EXPECT_EQ(GetIndexFromEID(254), 0u);
     max_adapters = 1;
     EXPECT_EQ(add_endpoint(7), 2u) << "the count is beyond the limit";
+    cache_StorageEIDInfo.eidCount = 300;
+    EXPECT_EQ(add_endpoint(7), 2u) << "and the positions beyond it are not looked at";
+    max_adapters = 0;
+    EXPECT_EQ(rtcache_UpdateCachedObject(0, 254, RTCACHE_TYPE_KRON, 0), 0u);
+    EXPECT_EQ(cache_StorageEIDInfo.storageEID[0], 254) << "removed from none";
+}
+
+TEST_F(RuntimeCache, APositionThatIsTakenMeanwhileIsNoEndpoint) {
+    add_endpoint(8);
+    cache_StorageEIDInfo.storageEID[0] = RTCACHE_EID_FREE;
+    platform.on_line = [this] {
+        if (logged(4, "Found index. Assign cache_StorageEIDInfo.storageEID[0] = 9 ")) {
+            cache_StorageEIDInfo.storageEID[0] = 77;
+        }
+    };
+    EXPECT_EQ(add_endpoint(9), 0u);
+    platform.on_line = nullptr;
+    EXPECT_TRUE(logged(1, "DEFECT. Needs debugging. VEXEL can misbehave. Wrong index 0"));
+    EXPECT_EQ(GetIndexFromEID(9), 255u);
+}
+
+TEST_F(RuntimeCache, NoRowsNeedNoMemory) {
+    max_adapters = 0;
+    const AllocationScope scope;
+    platform.fail(Place::Allocation);
+    EXPECT_EQ(rtcache_Init(), 0u);
+    EXPECT_EQ(add_endpoint(8), 2u);
 }
 
 // Look-ups stop at the count, except GetIndexFromEID; with an EID registered twice, some take the
@@ -147,7 +174,9 @@ TEST_F(RuntimeCache, AFailureLeavesOutputsAloneButOne) {
     rtcache_GetModularIdNoLock(9, &byte);
     EXPECT_EQ(byte, 0);
     rtcache_Destroy();
+    void* object = nullptr;
     EXPECT_EQ(rtcache_SetCachedObject(RTCACHE_KEY_CONTROLLER, 8, 0, &byte), 1u);
+    EXPECT_EQ(rtcache_GetCachedObject(RTCACHE_KEY_CONTROLLER, 8, 0, &object), 1u);
     EXPECT_EQ(rtcache_GetStorageEIDCount(), 3u) << "the result of a failed lock reads as a count";
 }
 

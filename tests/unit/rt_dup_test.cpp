@@ -238,6 +238,13 @@ TEST_F(Duplicates, ArraysWithoutElementsAreSharedByADiskOnly) {
     copy = filled<rtraid_dupPD>(&source);
     EXPECT_EQ(copy->body.pd.words + 0, ids);
     rtcache_FreeRMObjects(copy, 1);
+    AdapterCapabilityEntry entry{};
+    source = {};
+    source.body.adapter.capabilities = &entry;
+    platform.clear_lines();
+    copy = DupAdapter(&source);
+    EXPECT_EQ(platform.lines().size(), 4u) << "none of them tells of an entry";
+    rtcache_FreeRMObjects(copy, 1);
 }
 
 TEST_F(Duplicates, SmartDataOfNeitherSelectorLeavesTheCopyAlone) {
@@ -257,21 +264,31 @@ TEST_F(Duplicates, NamesOfAnSsdCardFillARecordAndAnAdapterKeyIsFlat) {
     EXPECT_STREQ(source.NAME + 0, name);
     EXPECT_STREQ(source.hdr.FQDD + 0, fqdd);
     EXPECT_STREQ(source.body.adapter.text112 + 0, L"Not Applicable");
+    const wchar_t* copied = source.NAME;
+    vexel_free(source.body.adapter.text112);
+    const PCIeSSDAdapterNames nameless{};
+    EXPECT_EQ(DupPCIeSSDAdapter(&nameless, &source), 0);
+    EXPECT_EQ(source.NAME, copied) << "what has no new name keeps the old one";
+    EXPECT_STREQ(source.hdr.FQDD + 0, fqdd);
     rtcache_FreeRMObjects(make(source), 1);
-    const AdapterKeyRecord key{};
+    AdapterKeyRecord key;
+    std::memset(&key, 'k', sizeof(key));
+    const AllocationScope scope;
     AdapterKeyRecord* duplicate = rtraid_DupAdapterKey(&key);
     EXPECT_EQ(std::memcmp(duplicate, &key, 292), 0);
     vexel_free(duplicate);
+    platform.fail(Place::Allocation);
+    EXPECT_EQ(rtraid_DupAdapterKey(&key), nullptr);
 }
 
-// Two virtual disks, of which the second has no name and no ids, and two physical disks.
+// Two virtual disks, of which the first has no name and no ids, and two physical disks.
 class ForeignConfig : public Duplicates {
   protected:
     ForeignConfig() {
         source.objType = 11;
-        source.NAME = source.hdr.FQDD = virtual_disks[0].NAME = virtual_disks[0].hdr.FQDD = text;
-        virtual_disks[0].body.vd.memberCount = 3;
-        virtual_disks[0].body.vd.targetID = ids;
+        source.NAME = source.hdr.FQDD = virtual_disks[1].NAME = virtual_disks[1].hdr.FQDD = text;
+        virtual_disks[0].body.vd.memberCount = virtual_disks[1].body.vd.memberCount = 3;
+        virtual_disks[1].body.vd.targetID = ids;
         disks[1].NAME = text;
         const uint32_t two = 2;
         const void* arrays[] = {virtual_disks, disks};
@@ -287,7 +304,7 @@ class ForeignConfig : public Duplicates {
 };
 
 TEST_F(ForeignConfig, IsCopiedDownToItsMembersWithoutWhatCannotBeAllocated) {
-    // By allocation: record, NAME, FQDD, virtual disks, name and ids of the first, disks, a name.
+    // By allocation: record, NAME, FQDD, virtual disks, name and ids of the second, disks, a name.
     StorageObjectRecord* copy = nullptr;
     for (int n = 1; n <= 9; ++n) {
         SCOPED_TRACE(n);
@@ -299,19 +316,20 @@ TEST_F(ForeignConfig, IsCopiedDownToItsMembersWithoutWhatCannotBeAllocated) {
         EXPECT_EQ(platform.fault_fired(Place::Allocation), n < 9);
         platform.no_faults();
         ASSERT_EQ(copy == nullptr, n == 1);
-        EXPECT_TRUE(n != 6 || copy->body.foreign.virtualDisks->body.vd.memberCount == 0);
+        EXPECT_TRUE(n != 6 || copy->body.foreign.virtualDisks[1].body.vd.memberCount == 0);
     }
     EXPECT_EQ(platform.messages(4).size(), 7u) << "a line a member and what it points to";
     const StorageObjectRecord* vds = copy->body.foreign.virtualDisks;
     const StorageObjectRecord* pds = copy->body.foreign.physicalDisks;
-    EXPECT_EQ(vds[0].hdr.FQDD + 0, +text) << "a member's FQDD is shared";
-    for (const wchar_t* copied : {copy->NAME, copy->hdr.FQDD, vds[0].NAME, pds[1].NAME}) {
+    EXPECT_EQ(vds[1].hdr.FQDD + 0, +text) << "a member's FQDD is shared";
+    for (const wchar_t* copied : {copy->NAME, copy->hdr.FQDD, vds[1].NAME, pds[1].NAME}) {
         EXPECT_STREQ(copied, L"a cfg");
         EXPECT_NE(copied, +text);
     }
-    EXPECT_EQ(vds[0].body.vd.targetID[2], 7u);
-    EXPECT_NE(vds[0].body.vd.targetID + 0, +ids);
-    EXPECT_TRUE(vds[1].NAME == nullptr && vds[1].body.vd.targetID == nullptr);
+    EXPECT_EQ(vds[1].body.vd.targetID[2], 7u);
+    EXPECT_NE(vds[1].body.vd.targetID + 0, +ids);
+    EXPECT_TRUE(vds[0].NAME == nullptr && vds[0].body.vd.targetID == nullptr);
+    EXPECT_EQ(uint32_t{vds[0].body.vd.memberCount}, 3u);
     rtcache_FreeRMObjects(copy, 1);
 }
 
@@ -327,6 +345,13 @@ TEST_F(ForeignConfig, OneEmptyArrayIsSharedTwoAreRefused) {
     EXPECT_EQ(copy->body.foreign.virtualDisks + 0, +virtual_disks);
     rtcache_FreeRMObjects(copy, 1);
     EXPECT_EQ(DupForeign_Config(nullptr), nullptr);
+#if SIZE_MAX == UINT32_MAX
+    source.body.foreign.virtualDiskCount = 2;
+    virtual_disks[1].body.vd.memberCount = 0x40000001;
+    copy = DupForeign_Config(&source);
+    EXPECT_EQ(copy->body.foreign.virtualDisks[1].body.vd.memberCount, 0u) << "4 bytes too many";
+    rtcache_FreeRMObjects(copy, 1);
+#endif
 }
 
 }  // namespace

@@ -49,6 +49,13 @@ TEST_F(Regions, ADumpShowsEveryEntryInOrder) {
     }
     std::fill_n(&inventory[5828], 70, uint8_t{'x'});  // an FQDD that is not terminated
     platform.region(55)[522] = 0x03;
+    for (const size_t count : {0u, 724u, 23678u}) {
+        inventory[count + 2] = 1;  // of which the region has no 65537
+        RTSHM_DumpSharedMem();
+        EXPECT_EQ(platform.messages(3).size(), 1u);
+        platform.clear_lines();
+        inventory[count + 2] = 0;
+    }
     use_log_file();
     RTSHM_DumpSharedMem();
     EXPECT_TRUE(logged(6, "Fqdd " + std::string(70, 'x') + " "));

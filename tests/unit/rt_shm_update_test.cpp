@@ -90,18 +90,19 @@ TEST_F(Update, PublishesASmallServerByteByByte) {
     pd.refTemp = 60;
     pd.critTemp = 70;
     pd.impedance = 7;
-    platform.snapshot.bayCnt = platform.snapshot.driveCnt = 2;
-    BpApiBay& other = platform.snapshot.bays[0];  // a primary bay with another second id
-    other.bayId = 2;
-    other.secondId = 6;
-    other.raidManagement = 1;
-    BpApiBay& bay = platform.snapshot.bays[1];  // a secondary bay, as the controller knows it
-    bay.bayId = 3;
-    bay.raidManagement = 2;
-    bay.secondary = 1;
-    bay.controllerBay = 2;
-    std::ranges::copy(Bytes{0, 0, 2, 9, 4}, platform.snapshot.drives);
-    std::ranges::copy(Bytes{0, 0, 3, 7, 4}, platform.snapshot.drives + 18);
+    // Only the last is the controller's and has the drive: first id, second id, RAID, controller's.
+    for (const auto& [first, second, raid, known] : Rows<uint8_t, uint8_t, uint8_t, uint8_t>{
+             {2, 6, 1, 0}, {1, 0, 1, 0}, {2, 0, 3, 0}, {4, 0, 2, 2}, {3, 0, 2, 2}}) {
+        BpApiBay& bay = platform.snapshot.bays[platform.snapshot.bayCnt++];
+        bay.bayId = first;
+        bay.secondId = second;
+        bay.raidManagement = raid;
+        bay.secondary = known != 0;
+        bay.controllerBay = known;
+    }
+    for (const Bytes& drive : {Bytes{0, 0, 2, 9, 4}, {0, 0, 4, 8, 5}, {0, 0, 3, 7, 4}}) {
+        std::ranges::copy(drive, platform.snapshot.drives + 18 * platform.snapshot.driveCnt++);
+    }
     controller(9, RTCACHE_TYPE_HBA, 0x97).adapter->body.adapter.temperature = RT_TEMPERATURE_NONE;
     rtcache_SetModularId(9, 1);
     disk(9, 0, (L"Tape." + std::wstring(80, L'\u00e4')).c_str()).protocol = 0x100;
@@ -165,6 +166,27 @@ TEST_F(Update, TypeInventoryStateAndPollingFlagsDecideWhatIsTold) {
                   published);
         rtcache_Init();
     }
+}
+
+TEST_F(Update, WhatIsIncompleteIsLeftOut) {
+    add_endpoint(7);  // nothing is known of it yet
+    rtcache_SetStorageEIDStatus(7, 2);
+    vexel_free(std::exchange(controller(8, RTCACHE_TYPE_KRON).pciInfo, nullptr));
+    controller(9, RTCACHE_TYPE_BOOT_CARD);
+    slot(9, 0) = make(RtCacheDiskNode{RT_OBJ_PHYSICAL_DISK, nullptr});
+    slot(9, 1) = make(RtCacheDiskNode{RT_OBJ_ENCLOSURE, nullptr});
+    slot(9, 2) = make(RtCacheDiskNode{RT_OBJ_ENCLOSURE, make(RtCacheEnclosureLink{})});
+    disk(9, 3, kDirect, 1);
+    disk(9, 4, kDirect, 2);
+    controller(10, RTCACHE_TYPE_HBA);
+    grtsync_Status.phase = RTSYNC_PHASE_HBA_REINVENTORY;
+    run();
+    EXPECT_EQ(at({kControllers, kKind, kDrives, kBay, kBay + 1, kComplete, kTape}),
+              "1 4 2 0 0 255 0");
+    EXPECT_TRUE(logged(2, "FQDD is not either TAVI or ROR"));
+    std::wcscpy(cache_AllEIDs[9]->adapter->hdr.FQDD, L"ROR.Slot.1");
+    run();
+    EXPECT_FALSE(logged(2, "FQDD is not either TAVI or ROR"));
 }
 
 TEST_F(Update, NothingIsEnteredBeyondTheRegion) {

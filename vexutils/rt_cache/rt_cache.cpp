@@ -295,7 +295,7 @@ uint32_t rtcache_UpdateCachedObject(uint32_t action, uint32_t eid, uint32_t type
                                     uint32_t modularId) {
     LOG(Level::Detail, "--> enter with EID:%d", eid);
     if (eid > kMaxEid) {
-        LOG(Level::Trace, "<-- exit with %d", RTCACHE_BAD_ARGUMENT);
+        LOG(Level::Trace, "<-- exit with %d", int{RTCACHE_BAD_ARGUMENT});
         return RTCACHE_BAD_ARGUMENT;
     }
     const MutexGuard lock{mutexRtCache};
@@ -311,7 +311,7 @@ uint32_t rtcache_UpdateCachedObject(uint32_t action, uint32_t eid, uint32_t type
                     eid);
             }
         }
-        LOG(Level::Trace, "<-- exit with %d", RTCACHE_OK);
+        LOG(Level::Trace, "<-- exit with %d", int{RTCACHE_OK});
         return RTCACHE_OK;
     }
 

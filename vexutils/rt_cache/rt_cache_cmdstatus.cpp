@@ -1,8 +1,5 @@
 #include "rt_cache.h"
 
-#include <algorithm>
-#include <iterator>
-
 #include "internal/log.h"
 #include "rt_shm.h"
 
@@ -21,10 +18,12 @@ constexpr std::uint16_t kFailLimit = 10;
 constexpr std::uint16_t kDrivePresent = 1;
 
 RtControllerStatus* find_status(std::int32_t eid) {
-    auto* entry = std::ranges::find_if(
-        g_rtpil_Controller_Status,
-        [eid](const RtControllerStatus& candidate) { return candidate.eid == eid; });
-    return entry != std::end(g_rtpil_Controller_Status) ? entry : nullptr;
+    for (RtControllerStatus& entry : g_rtpil_Controller_Status) {
+        if (entry.eid == eid) {
+            return &entry;
+        }
+    }
+    return nullptr;
 }
 
 void set_communication(RtControllerStatus& entry, std::uint32_t code) {

@@ -34,8 +34,9 @@ uint32_t rtcache_SetDelayedCachedEvent(uint32_t eid, uint32_t objType, uint32_t 
         LOG(Level::Error, "[%s] _PD_ChObj Bitmap : 0x%s", "DCache", BitmapText{bitmap}.get());
     } else {
         // Kept: types of 16 bits, where the list they are purged into has 32.
-        next_record(cache_Events_delayed[index_of(*row)]) = {
-            static_cast<std::uint16_t>(objType), static_cast<std::uint16_t>(eventType), objKey};
+        RtCacheDelayedRow& list = cache_Events_delayed[index_of(*row)];
+        next_record(list, is_full(list)) = {static_cast<std::uint16_t>(objType),
+                                            static_cast<std::uint16_t>(eventType), objKey};
     }
     LOG(Level::Trace, "<-- exit");
     return RTCACHE_OK;
@@ -74,11 +75,12 @@ uint32_t rtcache_PurgeDelayedCachedEvents(uint32_t eid, int32_t dcmdOpcode) {
     RtCacheEventRow& list = cache_Events[index_of(*row)];
     const std::size_t held = std::min<std::size_t>(delayed.eventCount, std::size(delayed.events));
     for (const RtCacheDelayedEvent& event : std::span{delayed.events}.first(held)) {
-        if (is_full(list)) {
+        const bool full = is_full(list);
+        if (full) {
             LOG(Level::Trace, "Purging older events. u32Count:%d", list.eventCount + 1);
             forget_event_data(list);
         }
-        RtCacheEvent& record = next_record(list);
+        RtCacheEvent& record = next_record(list, full);
         record.objType = event.objType;
         record.eventType = event.eventType;
         record.objKey = event.objKey;

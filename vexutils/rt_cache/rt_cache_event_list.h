@@ -22,10 +22,10 @@ bool is_full(const List& list) {
     return list.eventCount >= RTCACHE_EVENTCACHE_DEPTH;
 }
 
-// The record after the last one; record 0 of a full list, which drops the others.
+// The record after the last one; record 0 of a list that is full, which drops the others.
 template <class List>
-auto& next_record(List& list) {
-    list.eventCount = is_full(list) ? 1 : list.eventCount + 1;
+auto& next_record(List& list, bool full) {
+    list.eventCount = full ? 1 : list.eventCount + 1;
     return list.events[list.eventCount - 1];
 }
 

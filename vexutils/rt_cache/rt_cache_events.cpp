@@ -41,9 +41,9 @@ const StorageObjectRecord* disk_record(const void* node) {
 }
 
 // Whether a disk behind an HBA sits in an external enclosure, which somebody else watches.
-bool is_external(const StorageObjectRecord& disk, std::string_view fqdd) {
+bool is_external(const StorageObjectRecord& disk, const char* fqdd) {
     return disk.body.pd.deviceInfoId == RT_DEVICE_INFO_UNSET &&
-           fqdd.find("Enclosure.External") != std::string_view::npos;
+           std::strstr(fqdd, "Enclosure.External") != nullptr;
 }
 
 bool has_id(const EventData& data, std::string_view id) {
@@ -91,9 +91,9 @@ uint32_t rtcache_SetCachedEvent(uint32_t eid, uint32_t objType, uint32_t eventTy
         }
         if (const StorageObjectRecord* disk = disk_record(node); disk != nullptr) {
             std::array<char, kFqddBytes> fqdd;
-            const std::size_t length = narrow(fqdd, disk->hdr.FQDD);
+            narrow(fqdd, disk->hdr.FQDD);
             LOG(Level::Trace, " converted to string : %s", fqdd.data());
-            if (is_external(*disk, {fqdd.data(), length})) {
+            if (is_external(*disk, fqdd.data())) {
                 LOG(Level::Error, "HBA EID and it is a external Physical disk");
                 return RTCACHE_OK;
             }
@@ -125,11 +125,12 @@ uint32_t rtcache_CopyCachedEvent(uint32_t eid, uint32_t objType, uint32_t eventT
     LOG(Level::Error, "[%s] _PD_ChObj Bitmap : 0x%s", "Cache", BitmapText{disks.bitmap}.get());
     if (!is_disk_change(objType, eventType)) {
         RtCacheEventRow& list = cache_Events[index_of(*row)];
-        if (is_full(list)) {
+        const bool full = is_full(list);
+        if (full) {
             LOG(Level::Error, "exceeded the RTCACHE_EVENTCACHE_DEPTH");
             forget_event_data(list);
         }
-        next_record(list) = {objType, eventType, objKey, eventData};
+        next_record(list, full) = {objType, eventType, objKey, eventData};
         LOG(Level::Trace, "event_data_npd %s", eventData != nullptr ? "not null" : "null");
         return RTCACHE_OK;
     }

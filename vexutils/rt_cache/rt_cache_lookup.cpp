@@ -258,6 +258,7 @@ char* vexel_GetPCIeSSDFQDD(uint32_t globalSlot) {
 
 int rtcache_PrintCache(void) {
     const int file = open_dump(flag_paths.cache_dump);
+    // Same either way: nothing is written to no file, and closing it gives -1.
     if (file < 0) {
         return -1;
     }

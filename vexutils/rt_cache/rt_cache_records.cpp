@@ -1,5 +1,6 @@
 #include "rt_cache.h"
 
+#include <algorithm>
 #include <span>
 
 #include "internal/log.h"
@@ -13,8 +14,8 @@ namespace {
 // VEXEL marks owned pointers that were never set with one of two values instead of null, as 32-bit
 // and as pointer-wide integers.
 bool is_empty(const void* block) {
-    const auto value = reinterpret_cast<std::uintptr_t>(block);
-    return value == 0 || value == 0xFFFFFFFF || value == 0xFFFFFFFE || value >= UINTPTR_MAX - 1;
+    constexpr std::uintptr_t kUnset[] = {0, 0xFFFFFFFF, 0xFFFFFFFE, UINTPTR_MAX, UINTPTR_MAX - 1};
+    return std::ranges::count(kUnset, reinterpret_cast<std::uintptr_t>(block)) != 0;
 }
 
 // Frees a block unless it is empty. Returns null, for the field: records are packed, so none of
@@ -45,30 +46,25 @@ void free_physical_disk(PhysicalDiskBody& disk) {
     }
 }
 
-void free_pages(SmartDataBody& smart) {
-    for (std::size_t i = 0; i < owned_pages(smart); ++i) {
-        smart.pages[i].page = freed(smart.pages[i].page);
+// Members share all but their names, and virtual disks their member ids, with the record they were
+// copied from. An array without a count is shared itself. Returns what is left for the field.
+StorageObjectRecord* free_members(StorageObjectRecord* members, std::uint32_t count,
+                                  bool with_ids) {
+    if (count == 0 || is_empty(members)) {
+        return members;
     }
+    for (std::uint32_t i = 0; i < count; ++i) {
+        freed(members[i].NAME);
+        if (with_ids) {
+            freed(members[i].body.vd.targetID);
+        }
+    }
+    return freed(members);
 }
 
-// Members share all but their names, and virtual disks their member ids, with the record they were
-// copied from; an array without a count is shared itself.
 void free_foreign_config(ForeignConfigBody& foreign) {
-    if (foreign.virtualDiskCount != 0 && !is_empty(foreign.virtualDisks)) {
-        for (StorageObjectRecord& disk :
-             std::span{foreign.virtualDisks, foreign.virtualDiskCount}) {
-            freed(disk.NAME);
-            freed(disk.body.vd.targetID);
-        }
-        foreign.virtualDisks = freed(foreign.virtualDisks);
-    }
-    if (foreign.physicalDiskCount != 0 && !is_empty(foreign.physicalDisks)) {
-        for (StorageObjectRecord& disk :
-             std::span{foreign.physicalDisks, foreign.physicalDiskCount}) {
-            freed(disk.NAME);
-        }
-        foreign.physicalDisks = freed(foreign.physicalDisks);
-    }
+    foreign.virtualDisks = free_members(foreign.virtualDisks, foreign.virtualDiskCount, true);
+    foreign.physicalDisks = free_members(foreign.physicalDisks, foreign.physicalDiskCount, false);
 }
 
 // Whether a record's FQDD is its own. Of some kinds without a version it is shared with the record
@@ -88,13 +84,6 @@ bool owns_fqdd(const StorageObjectRecord& record) {
     }
 }
 
-void free_header(StorageObjectRecord& record) {
-    record.NAME = freed(record.NAME);
-    if (owns_fqdd(record)) {
-        record.hdr.FQDD = freed(record.hdr.FQDD);
-    }
-}
-
 }  // namespace
 
 void rtcache_FreeRMObjects(StorageObjectRecord* objects, uint32_t count) {
@@ -104,6 +93,10 @@ void rtcache_FreeRMObjects(StorageObjectRecord* objects, uint32_t count) {
 
     LOG(Level::Trace, "--> enter with obj addr:%p", static_cast<void*>(objects));
     for (StorageObjectRecord& record : std::span{objects, count}) {
+        record.NAME = freed(record.NAME);
+        if (owns_fqdd(record)) {
+            record.hdr.FQDD = freed(record.hdr.FQDD);
+        }
         switch (record.objType) {
             case RT_OBJ_ADAPTER:
                 free_adapter(record.body.adapter);
@@ -124,9 +117,11 @@ void rtcache_FreeRMObjects(StorageObjectRecord* objects, uint32_t count) {
                 if ((record.body.smart.flags & RT_SMART_FLAG_NVME) != 0) {
                     LOG(Level::Trace, "Freeing rawData");
                     record.body.smart.nvmeBlock = freed(record.body.smart.nvmeBlock);
-                } else if (owned_pages(record.body.smart) != 0) {
+                } else if (const std::size_t pages = owned_pages(record.body.smart); pages != 0) {
                     LOG(Level::Trace, "Freeing logPages");
-                    free_pages(record.body.smart);
+                    for (SmartPageSlot& slot : std::span{record.body.smart.pages}.first(pages)) {
+                        slot.page = freed(slot.page);
+                    }
                 }
                 break;
             case RT_OBJ_FOREIGN_CONFIG:
@@ -136,7 +131,6 @@ void rtcache_FreeRMObjects(StorageObjectRecord* objects, uint32_t count) {
             default:
                 break;
         }
-        free_header(record);
     }
     vexel_free(objects);
     LOG(Level::Trace, "<-- exit");

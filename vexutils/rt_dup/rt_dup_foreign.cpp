@@ -7,20 +7,24 @@ namespace vexutils {
 
 namespace {
 
+constexpr char kForeign[] = "DupForeign_Config";
+
 // Whether a member got a name of its own. The flat copy of the array put the source's there.
 bool copy_member_name(const StorageObjectRecord& source, StorageObjectRecord& copy) {
     copy.NAME = copy_wide(source.NAME).release();
     return copy.NAME != nullptr;
 }
 
-// Whether a virtual disk got member ids of its own; without memory for them it has no members.
-bool copy_member_ids(const StorageObjectRecord& source, StorageObjectRecord& copy) {
-    copy.body.vd.targetID =
-        copy_array(source.body.vd.targetID, source.body.vd.memberCount).release();
-    if (copy.body.vd.targetID == nullptr && source.body.vd.targetID != nullptr) {
+// Gives a virtual disk member ids of its own; without memory for them it has no members.
+void copy_member_ids(const StorageObjectRecord& source, StorageObjectRecord& copy) {
+    const std::uint32_t* ids = source.body.vd.targetID;
+    copy.body.vd.targetID = copy_array(ids, source.body.vd.memberCount).release();
+    if (copy.body.vd.targetID != nullptr) {
+        LOG_AS(kForeign, Level::Trace, "Copied pds");
+    } else if (ids != nullptr) {
         copy.body.vd.memberCount = 0;
+        LOG_AS(kForeign, Level::Error, "<--error4 %s", kForeign);
     }
-    return copy.body.vd.targetID != nullptr;
 }
 
 }  // namespace
@@ -58,11 +62,7 @@ StorageObjectRecord* DupForeign_Config(const StorageObjectRecord* src) {
             if (copy_member_name(sources[i], copies[i])) {
                 LOG(Level::Trace, "Copied VD Name");
             }
-            if (copy_member_ids(sources[i], copies[i])) {
-                LOG(Level::Trace, "Copied pds");
-            } else if (sources[i].body.vd.targetID != nullptr) {
-                LOG(Level::Error, "<--error4 %s", __func__);
-            }
+            copy_member_ids(sources[i], copies[i]);
         }
     }
     if (physical_disks != 0) {

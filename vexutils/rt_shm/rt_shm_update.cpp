@@ -53,9 +53,9 @@ std::optional<RTSyncGlobalStatus> global_status() {
         return std::nullopt;
     }
     RTSyncGlobalStatus status{};
-    const bool read = RTSync_GetGlobalStatus(&status) == 0;
+    RTSync_GetGlobalStatus(&status);
     RTSync_UnLockGlobalStatus();
-    return read ? std::optional{status} : std::nullopt;
+    return status;
 }
 
 bool hba_reinventory_runs(const RTSyncGlobalStatus& status) {
