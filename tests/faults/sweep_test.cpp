@@ -230,13 +230,14 @@ std::string counted(const std::vector<int64_t>& results) {
 }
 
 // What a scenario gives, costs and logs; behind "!" what else it logs when any allocation or call
-// fails, and what it gives each time. Lines are nearly all of an operation's time, so a line more
-// is slower code.
+// fails, what it gives each time, and all lines of these. Lines are nearly all of an operation's
+// time, so a line more is slower code.
 std::string transcript_of(const Scenario& scenario) {
     fake::Platform& platform = fake::platform();
     std::ostringstream text;
     std::set<std::string> said;
     std::vector<int64_t> results;
+    size_t lines = 0;
     const auto play = [&](Place place, int n) {
         const World world;
         for (const Place each : {Place::Allocation, Place::AnyCall}) {
@@ -260,6 +261,7 @@ std::string transcript_of(const Scenario& scenario) {
         const bool failed = n != 0 && platform.fault_fired(place);
         if (failed) {
             results.push_back(result);
+            lines += platform.lines().size();
         }
         return failed;
     };
@@ -269,7 +271,7 @@ std::string transcript_of(const Scenario& scenario) {
         for (int n = 1; !EMULATED && play(place, n); ++n) {
         }
     }
-    text << (EMULATED ? "" : " !" + counted(results));
+    text << (EMULATED ? "" : " !" + counted(results) + " " + std::to_string(lines) + " lines");
     return text.str();
 }
 
