@@ -149,6 +149,9 @@ class Platform : public State {
 // The one platform of the process.
 Platform& platform();
 
+// Bytes that leave the library, all of which it must have written.
+void leaves(const void* bytes, size_t count);
+
 // Blocks of calloc and malloc, made by code linked into the test binary, that are not freed yet.
 long live_blocks();
 // Whether Allocation, System and AnyCall faults and counts apply on this thread now; on only around
