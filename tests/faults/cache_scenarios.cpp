@@ -1,5 +1,4 @@
 // Endpoints, objects, events, look-ups.
-#include <array>
 
 #include "rt_cache/rt_cache_nodes.h"
 #include "tests/faults/scenario.h"

@@ -6,8 +6,8 @@
 namespace {
 
 constexpr uint32_t kEid = 8, kChanged = 3;
-constexpr unsigned kWriters = 4;                         // every second one holds its events back
-constexpr unsigned kEach = VEX_THREAD_TEST_EVENTS / 40;  // the cache logs two bitmaps an event
+constexpr unsigned kWriters = 4;      // every second one holds its events back
+const unsigned kEach = kEvents / 40;  // the cache logs two bitmaps an event
 constexpr uint32_t kRoom = RTCACHE_EVENTCACHE_DEPTH / 2 - 1;  // a purge never overflows the list
 
 class CacheEvents : public QuietLog {

@@ -12,7 +12,7 @@
 namespace {
 
 constexpr unsigned kThreads = 8;
-constexpr unsigned kEach = VEX_THREAD_TEST_EVENTS / 2 / kThreads;
+const unsigned kEach = kEvents / 2 / kThreads;
 constexpr uint32_t kEid = 8, kOtherEid = 20;
 
 // Calls of one area; n differs from time to time.

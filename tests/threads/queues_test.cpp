@@ -7,7 +7,7 @@
 namespace {
 
 constexpr unsigned kProducers = 4;
-constexpr unsigned kEach = VEX_THREAD_TEST_EVENTS / kProducers;
+const unsigned kEach = kEvents / kProducers;
 constexpr int kMostUnderWay = 64;  // producers wait, or the walk along the queue sets the pace
 
 class Queues : public QuietLog {
@@ -70,22 +70,65 @@ TEST_F(Queues, EndpointEventsReachTheWorkerOnceAndInOrder) {
     EXPECT_EQ(rtraid_EventQueue_Destroy(), 0);
 }
 
+// A worker that waits has its event soon, and one that is told to end has ended soon.
+TEST_F(Queues, WaitingWorkersAreWoken) {
+    ASSERT_EQ(rtraid_EventQueue_Init(), 0);
+    ASSERT_EQ(rtraid_EventQueue_SetStatus(RTRAID_EVTQ_READY), 0);
+    using Clock = std::chrono::steady_clock;
+    EndpointEvent event{RTRAID_CALLBACK_POWERON, 1, {}};
+    std::array<Clock::duration, 21> delays;
+    for (Clock::duration& delay : delays) {
+        Clock::time_point taken;
+        std::jthread worker{[&taken] {
+            const vexutils::Owned<EndpointEvent> got{rtraid_EventQueue_Get()};
+            taken = Clock::now();
+            EXPECT_NE(got, nullptr);
+        }};
+        std::this_thread::sleep_for(milliseconds{5});  // by now it waits
+        const Clock::time_point put = Clock::now();
+        EXPECT_EQ(rtraid_EventQueue_Put(&event), 0);
+        worker.join();
+        delay = taken - put;
+    }
+    std::jthread worker{[] {
+        while (rtraid_EventQueue_GetStatus() == RTRAID_EVTQ_READY) {
+            vexel_free(rtraid_EventQueue_Get());
+        }
+    }};
+    std::this_thread::sleep_for(milliseconds{5});
+    const Clock::time_point began = Clock::now();
+    EXPECT_EQ(rtraid_EventQueue_SetStatus(RTRAID_EVTQ_NOT_READY), 0);
+    EXPECT_EQ(rtraid_EventQueue_Put(&event), 0);
+    worker.join();
+    rtraid_EventQueue_SetStatus(RTRAID_EVTQ_READY);
+    if (gpRtraid_EventQueue->head != nullptr) {  // it did not wait yet
+        vexel_free(rtraid_EventQueue_Get());
+    }
+    EXPECT_EQ(rtraid_EventQueue_Destroy(), 0);
+    const auto ended = std::chrono::duration<double, std::milli>{Clock::now() - began}.count();
+    std::ranges::sort(delays);  // one may meet a busy machine
+    const auto woken = std::chrono::duration<double, std::milli>{delays[delays.size() / 2]}.count();
+    EXPECT_LE(woken, 100);
+    EXPECT_LE(ended, 1000);
+    std::printf("figures: R16 woken_ms=%.2f ended_ms=%.2f\n", woken, ended);
+}
+
 TEST_F(Queues, NotificationsReachThePollerOnceAndInOrder) {
     NotifQueue* queue = nullptr;
     ASSERT_EQ(InitEvtQ(&queue), 0);
-    static unsigned numbers[kProducers * kEach + 1];  // a message is a number's address
-    const auto put = [queue](unsigned producer, unsigned number) {
+    std::vector<unsigned> numbers(kProducers * kEach + 1);  // a message is a number's address
+    const auto put = [&numbers, queue](unsigned producer, unsigned number) {
         unsigned* message = &numbers[producer * kEach + number];
         *message = number;
         EXPECT_EQ(AddEvt(queue, message), 0);
     };
-    run(put, [queue] {
+    run(put, [&numbers, queue] {
         void* message = nullptr;
         while (removeMsg(queue, &message) == 0 && message == nullptr) {
             std::this_thread::yield();
         }
         const auto* number = static_cast<unsigned*>(message);
-        return std::pair{static_cast<unsigned>(number - numbers) / kEach, *number};
+        return std::pair{static_cast<unsigned>(number - numbers.data()) / kEach, *number};
     });
     EXPECT_EQ(queue->count, 0u);
     SMMutexDestroy(queue->mutex);
