@@ -35,11 +35,11 @@ command_abi() {
 }
 
 # What reads foreign bytes, copies records, keeps the cache and publishes: no line or branch of it may be left out.
-COVERED_WHOLE='vexutils/(rt_(dup|cache)/|rt_shm/(fqdd_text|rt_shm_(topology|pciessd_fru|fru|slots|update(_drives)?|regions))\.)'
+COVERED_WHOLE='vexutils/(rt_(dup|cache)/|rt_shm/(fqdd_text|rt_shm_(topology|pciessd_fru|fru|slots|update(_drives)?|regions|bpapi|simulation|pciessd(_topology)?))\.|rt_shm/snapshot|internal/wide_text)'
 
 # command_coverage: lines and branches of the library that its unit tests, the fault sweep and the stored inputs run, on i386.
 command_coverage() {
-    local folder=build/coverage whole
+    local folder=build/coverage lines branches whole
     require "${BUILD_PACKAGES[@]}" googletest g++-12-multilib gcovr
     say "building with counters"
     build i386 "$folder" -DVEX_COVERAGE=ON -DVEX_SANITIZE= \
@@ -49,15 +49,16 @@ command_coverage() {
         run_logged "$folder/replay.log" "$folder/fuzz/fuzz_replay" fuzz/corpus &&
         run_logged "$folder/replay.log" "$folder/fuzz/fuzz_replay" fuzz/corpus 16 || return 1
     run_logged "$folder/gcovr.log" gcovr -r . --gcov-executable gcov-12 --branches --exclude-throw-branches -f vexutils/ \
-        --txt "$folder/by-branch" --json "$folder/all.json" --json-summary "$folder/summary.json" \
-        --fail-under-line 99 --fail-under-branch 97 "$folder" || return 1
+        --txt "$folder/by-branch" --json "$folder/all.json" --json-summary "$folder/summary.json" "$folder" || return 1
     run_logged "$folder/whole.log" gcovr -r . -a "$folder/all.json" -f "$COVERED_WHOLE" --print-summary \
         --json-summary "$folder/whole.json" || return 1
     # The total of branches stands before the files, that of lines behind them.
+    lines=$(percent line "$folder/summary.json" | tail -n 1)
+    branches=$(percent branch "$folder/summary.json" | head -n 1)
     whole=$({ percent branch "$folder/whole.json"; percent line "$folder/whole.json"; } | sort -n | head -n 1)
-    echo "figures: R10 branches=$(percent branch "$folder/summary.json" | head -n 1)" \
-        "lines=$(percent line "$folder/summary.json" | tail -n 1) whole=$whole"
-    [ "$whole" = 100.0 ] || { say "not run, of what must be whole: see $folder/by-branch"; return 1; }
+    echo "figures: R10 branches=$branches lines=$lines whole=$whole"
+    awk "BEGIN { exit !($lines >= 99 && $branches >= 97 && $whole >= 100) }" ||
+        { say "expected 99 % of lines, 97 % of branches, and 100 % of what must be whole: see $folder/by-branch"; return 1; }
 }
 
 percent() { grep -oE "\"$1_percent\": [0-9.]+" "$2" | grep -oE '[0-9.]+$'; }
@@ -110,8 +111,8 @@ repeat_plain() {
         VEX_TEST_LIVES=100000 $tests/faults/fault_tests --gtest_filter='*Lives*' &&
         $tests/unit_tests --gtest_shuffle --gtest_repeat=20 --gtest_brief=1 &&
         echo "figures: R18 rounds=20 failures=0" &&
-        VEX_TEST_EVENTS=4500000 $tests/threads/thread_tests | sed 's/ operations=/ plain_operations=/' &&
-        VEX_TEST_EVENTS=450000 qemu-arm -L /usr/arm-linux-gnueabihf build/arm/tests/threads/thread_tests |
+        VEX_TEST_EVENTS=4500000 timeout 600 $tests/threads/thread_tests | sed 's/ operations=/ plain_operations=/' &&
+        VEX_TEST_EVENTS=450000 timeout 600 qemu-arm -L /usr/arm-linux-gnueabihf build/arm/tests/threads/thread_tests |
         sed 's/ operations=/ arm_operations=/'
 }
 
@@ -227,8 +228,8 @@ print_sheet() {
     row R7 "reads torn" sum torn '==' 0
     row R8 "lives that left nothing behind" sum lives '>=' 100000
     row R9 "undefined bytes that left the library" sum undefined '==' 0
-    row R10 "lines run by tests, %" sum lines '>=' 97
-    row R10 "branches run by tests, %" sum branches '>=' 92
+    row R10 "lines run by tests, %" sum lines '>=' 99
+    row R10 "branches run by tests, %" sum branches '>=' 97
     row R10 "of parsers, copies, cache and publisher, the lesser, %" sum whole '>=' 100
     row R11 "changed branches noticed, %" sum score '>=' 85
     row R11 "the same in parsers, copies and cache, %" sum strict '>=' 95

@@ -1,4 +1,5 @@
 // Endpoints, objects, events, look-ups.
+#include <array>
 
 #include "rt_cache/rt_cache_nodes.h"
 #include "tests/faults/scenario.h"
@@ -179,6 +180,16 @@ void cache_scenarios(Scenarios& all) {
                        rtcache_GetEventsByObjType(kHba, RT_OBJ_FAN, nullptr),
                        rtcache_FreeObjectLevel(kHba, RTCACHE_KEY_EID),
                        rtcache_FreeObjectLevel(kHba, RTCACHE_KEY_BACKPLANE)});
+    });
+    all.add("refusals of events", {11111222}, [] {
+        const auto all_of = [](uint32_t eid) {
+            return std::array{rtcache_SetCachedEvent(eid, 0, 1, 1),
+                              rtcache_CopyCachedEvent(eid, 0, 1, 1, nullptr),
+                              rtcache_SetDelayedCachedEvent(eid, 0, 1, 1),
+                              rtcache_PurgeDelayedCachedEvents(eid, 0)};
+        };
+        const auto unknown = all_of(99), free = all_of(RTCACHE_EID_FREE);
+        return digits({unknown[0], unknown[1], unknown[2], unknown[3], free[0], free[2], free[3]});
     });
     all.add("refusals of the command status", {1999900}, [] {
         uint8_t status;

@@ -252,7 +252,7 @@ int SMMutexLock(SMMutexHandle mutex, int timeoutMs) {
 int SMMutexUnLock(SMMutexHandle mutex) {
     if (mutex == nullptr || !mutex->is_mine()) {
         EXPECT_TRUE(mutex == nullptr ? !fake::in_scope : mutex == fake::refused)
-            << "unlock by another than the owner";
+            << "unlock of nothing, or by another than the owner";
         return 1;
     }
     std::erase(fake::held, mutex);

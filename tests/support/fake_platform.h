@@ -71,7 +71,7 @@ struct State {
     enum class Lines { Recorded, Formatted, Dropped };
     Lines treatment = Lines::Recorded;  // not to be changed while threads log
     std::function<void()> before_read;  // of a region or the snapshot
-    std::function<void()> on_line;      // behind each
+    std::function<void()> on_line;      // behind each; not to be changed while threads log
     std::vector<ShmWrite> shm_writes;
     std::map<ZentBpApiHandle, ZentBpApiCallback> sessions;
 

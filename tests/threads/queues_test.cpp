@@ -74,7 +74,6 @@ TEST_F(Queues, EndpointEventsReachTheWorkerOnceAndInOrder) {
 TEST_F(Queues, WaitingWorkersAreWoken) {
     ASSERT_EQ(rtraid_EventQueue_Init(), 0);
     ASSERT_EQ(rtraid_EventQueue_SetStatus(RTRAID_EVTQ_READY), 0);
-    using Clock = std::chrono::steady_clock;
     EndpointEvent event{RTRAID_CALLBACK_POWERON, 1, {}};
     std::array<Clock::duration, 21> delays;
     for (Clock::duration& delay : delays) {

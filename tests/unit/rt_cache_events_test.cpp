@@ -168,9 +168,14 @@ TEST_F(EventReaders, EventsOfOneTypeAreTakenOut) {
     EXPECT_EQ(take(list), "3.3.2047d1 3.3.0d0 3.1.30b ") << "records and bits";
     EXPECT_EQ(rtcache_GetEventsByObjType(kEid, 4, &list), 0u);
     EXPECT_EQ(take(list), "4.1.40a ");
+    rtcache_CopyCachedEvent(kEid, 3, 3, 7, make_event_data("d2"));
+    cache_Events_PD_ChObj[0].bitmap[0] = 0;
+    EXPECT_EQ(rtcache_GetEventsByObjType(kEid, 3, &list), 0u);
+    EXPECT_EQ(list, nullptr);
     const Drained rest{kEid};
     EXPECT_EQ(rest.text(), "2.3.20 ");
     EXPECT_EQ(rest.disks->eventData[2047], nullptr) << "taken with its bit";
+    EXPECT_NE(rest.disks->eventData[7], nullptr) << "left, since there was none";
 }
 
 }  // namespace

@@ -84,12 +84,14 @@ TEST_F(RuntimeCache, APositionThatIsTakenMeanwhileIsNoEndpoint) {
     EXPECT_EQ(GetIndexFromEID(9), 255u);
 }
 
-TEST_F(RuntimeCache, NoRowsNeedNoMemory) {
+TEST_F(RuntimeCache, NoRowsNeedNoMemoryButForTheirTables) {
     max_adapters = 0;
-    const AllocationScope scope;
-    platform.fail(Place::Allocation);
-    EXPECT_EQ(rtcache_Init(), 0u);
-    EXPECT_EQ(add_endpoint(8), 2u);
+    for (int n = 1; n <= 8; ++n) {
+        const AllocationScope scope;
+        platform.fail(Place::Allocation, n);
+        EXPECT_EQ(rtcache_Init(), n <= 6 ? 0u : 3u);
+        EXPECT_EQ(add_endpoint(8), n <= 6 ? 2u : 3u);
+    }
 }
 
 // Look-ups stop at the count, except GetIndexFromEID; with an EID registered twice, some take the

@@ -86,7 +86,11 @@ TEST_F(Backplane, ACallbackActsOnChangesOnlyAndHandsTheSnapshotOn) {
     NVMeHotPlugCallback(&platform.snapshot);
     EXPECT_EQ(sNVMeSSDBPInfo.slots[249].driveState, 0) << "a drive that is not named is gone";
     NVMeHotPlugCallback(nullptr);
-    EXPECT_EQ(platform.count_logged(2, "info is NULL"), 1);
+    BpApiKronCallback(nullptr);
+    ZentBpPrintApiInfo(nullptr);
+    EXPECT_EQ(platform.count_logged(2, "info is NULL"), 2);
+    EXPECT_EQ(rtshm_BpDataUpdate(), 0u);
+    EXPECT_TRUE(logged(2, "<-- error:bpAPIHandler is NULL!!"));
 }
 
 class Identify : public BackplaneTest {

@@ -84,6 +84,9 @@ TEST_F(Simulation, StatusLinesSetTheirSlotsUpToTheLastWholeOne) {
     expected[10] = 1;
     EXPECT_EQ(RTSHM_SimulatePCIeSSD(), 0u);
     EXPECT_EQ(platform.region(20), expected);
+    write_file(status_file, std::string(4096, '\n'));
+    EXPECT_EQ(RTSHM_SimulatePCIeSSD(), 0u);
+    EXPECT_TRUE(logged(4, status_file + ": slots set:0 lines skipped:0")) << "none is cut";
 }
 
 TEST_F(Simulation, ImagesBecomeTheFrusOfDrivesAndLinksAreNotFollowed) {
@@ -96,6 +99,11 @@ TEST_F(Simulation, ImagesBecomeTheFrusOfDrivesAndLinksAreNotFollowed) {
     EXPECT_EQ(Bytes(last + 1, last + 4), (Bytes{0xFF, 0xFF, 1})) << "behind the 32 positions";
     EXPECT_EQ(last[519], 'A');
     EXPECT_EQ(platform.messages(3).size(), 1u) << "the rest is skipped";
+    std::filesystem::remove(status_file);
+    std::filesystem::create_directory(status_file);  // which can be opened, but is not read
+    write_file(fru_file, std::string(36 * 512, 'A'));
+    EXPECT_EQ(RTSHM_SimulatePCIeSSD(), 0u);
+    EXPECT_EQ(platform.messages(3).size(), 1u) << "there is no rest";
 }
 
 }  // namespace

@@ -189,6 +189,19 @@ TEST_F(Update, WhatIsIncompleteIsLeftOut) {
     EXPECT_FALSE(logged(2, "FQDD is not either TAVI or ROR"));
 }
 
+TEST_F(Update, AnEndpointThatLeavesMeanwhileHasNoDrives) {
+    controller(8, RTCACHE_TYPE_KRON);
+    disk(8, 0);
+    platform.on_line = [this] {
+        if (platform.lines().back().message.starts_with("UpdateSHM:")) {
+            cache_StorageEIDInfo.storageEID[0] = RTCACHE_EID_FREE;
+        }
+    };
+    run();
+    platform.on_line = nullptr;
+    EXPECT_EQ(at({kControllers, kDrives}), "1 0");
+}
+
 TEST_F(Update, NothingIsEnteredBeyondTheRegion) {
     for (uint8_t eid = 1; eid <= 17; ++eid) {
         controller(eid, RTCACHE_TYPE_KRON);

@@ -1,3 +1,4 @@
+#include <clocale>
 #include <ctime>
 #include <regex>
 #include <sstream>
@@ -45,6 +46,16 @@ TEST_F(TraceLog, ALineReachesBothSinksWithItsArgumentsEvaluatedOnce) {
     const std::string rest = " [TestBody] --> enterTestBody 1\n";
     const std::string line = file();
     EXPECT_TRUE(line == thread + before + rest || line == thread + after + rest) << line;
+}
+
+TEST_F(TraceLog, WideTextsFollowTheLocale) {
+    const bool utf8 = setlocale(LC_CTYPE, "C.UTF-8") != nullptr;
+    LOG(Level::Trace, "%ls", L"\x20AC");
+    char* name = getFriendlyFQDDName(L"Fan.\x20AC");
+    setlocale(LC_CTYPE, "C");
+    EXPECT_EQ(platform.messages(4).front(), utf8 ? "\u20AC" : "?");
+    EXPECT_STREQ(name, utf8 ? "Friendly Fan." : "Friendly Fan.?") << "a byte a character is all";
+    vexel_free(name);
 }
 
 TEST_F(TraceLog, EveryThousandthLineStartsTheFileAfresh) {

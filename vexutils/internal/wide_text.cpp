@@ -37,7 +37,7 @@ bool has_narrow_form(wchar_t character) {
 
 }  // namespace
 
-std::size_t narrow(std::span<char> room, const wchar_t* text) {
+void narrow(std::span<char> room, const wchar_t* text) {
     std::size_t used = 0;
     for (; text != nullptr && *text != L'\0'; ++text) {
         char bytes[MB_LEN_MAX] = {static_cast<char>(*text)};
@@ -49,7 +49,6 @@ std::size_t narrow(std::span<char> room, const wchar_t* text) {
         used += length;
     }
     room[used] = '\0';
-    return used;
 }
 
 std::size_t format_wide(std::span<wchar_t> room, const wchar_t* format, ...) {

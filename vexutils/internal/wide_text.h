@@ -11,8 +11,8 @@
 namespace vexutils {
 
 // Writes text to room as narrow characters, whole ones only, cut to fit and always terminated; null
-// reads as empty. Returns the length written. room: at least 1 byte.
-std::size_t narrow(std::span<char> room, const wchar_t* text);
+// reads as empty. room: at least 1 byte.
+void narrow(std::span<char> room, const wchar_t* text);
 
 // Writes a printf format to room, cut to fit and always terminated (the C library leaves a full
 // buffer without a terminator). Returns the length written. room: at least 1 character.

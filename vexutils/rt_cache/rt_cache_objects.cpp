@@ -48,12 +48,11 @@ std::uint32_t backplane_bound() {
 namespace vexutils {
 
 std::span<RtCacheDiskNode* const> disk_slots(std::uint32_t eid) {
-    const std::uint32_t row = GetIndexFromEID(eid);
-    // Same either way: callers have found the endpoint, so there is a row.
-    if (row == kNoRow) {  // GCOVR_EXCL_BR_LINE
-        return {};        // GCOVR_EXCL_LINE
+    const std::optional<Row> row = row_of(eid);
+    if (!row) {
+        return {};
     }
-    return {cache_PDs[row], disk_limit()};
+    return {cache_PDs[index_of(*row)], disk_limit()};
 }
 
 }  // namespace vexutils

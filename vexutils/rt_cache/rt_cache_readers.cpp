@@ -91,7 +91,11 @@ void remove_records(RtCacheEventRow& list, Wanted wanted) {
 }
 
 void remove_disks(RtCacheDiskChangeRow& disks) {
-    std::ranges::fill(disks.eventData, nullptr);
+    for (std::uint32_t disk = 0; disk < kMaxDisks; ++disk) {
+        if (is_changed(disks, disk)) {
+            disks.eventData[disk] = nullptr;
+        }
+    }
     std::ranges::fill(disks.bitmap, std::uint8_t{0});
 }
 

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <charconv>
 #include <optional>
 #include <string_view>
@@ -41,17 +40,17 @@ class SimulationFile {
     SimulationFile& operator=(const SimulationFile&) = delete;
     explicit operator bool() const { return descriptor_ >= 0; }
 
-    // Reads size bytes, or as many as the file still has; returns how many.
+    // Reads size bytes, or as many as the file still has; returns how many. No signal interrupts
+    // what reads a plain file.
     std::size_t read_into(void* room, std::size_t size) const {
         std::size_t used = 0;
         while (used < size) {
             const ssize_t count =
                 read(descriptor_, static_cast<std::uint8_t*>(room) + used, size - used);
-            if (count > 0) {
-                used += static_cast<std::size_t>(count);
-            } else if (count == 0 || errno != EINTR) {
+            if (count <= 0) {
                 break;
             }
+            used += static_cast<std::size_t>(count);
         }
         return used;
     }
