@@ -32,7 +32,8 @@ SECTION = re.compile(r"^\t\.(section|text)\b")
 MARK = "// Same either way: "
 PATIENCE = 8  # a program that takes so many times as long as it does unchanged, and some seconds, does not end
 # What must notice more than the rest: what reads foreign bytes, copies records, keeps the cache.
-STRICT = re.compile(r"vexutils/(rt_dup/|rt_cache/|rt_shm/(fqdd_text|rt_shm_(topology|pciessd_fru|fru|slots))\.)")
+STRICT = re.compile(r"vexutils/(rt_dup/|rt_cache/|internal/wide_text|rt_shm/(fqdd_text|"
+                    r"rt_shm_(bpapi|topology|pciessd\w*|fru|slots|simulation)\.))")
 
 # What is linked with the changed source, and what is then run, quick ones first. Inputs as stored, and broken in every way.
 GTEST = "--gtest_fail_fast --gtest_brief=1"
